@@ -1,0 +1,80 @@
+#pragma once
+
+#include <velmor/assertion.h>
+#include <velmor/owned_array.h>
+
+#pragma GCC visibility push(default)
+namespace velmor {
+
+// A batch of cases: up to a fixed number of rows of doubles, stored column by column, each with
+// the case weight, regression weight and group number that the host asked for.
+//
+// The batch copies; it keeps no reference to a case's values. At construction it is given the
+// addresses at which the host keeps the weights and the group of its current case, and AddRow
+// reads them there. Accumulating a batch may overwrite its columns and case weights, so clear and
+// refill it before it is used again. Used by one thread at a time; not copied.
+class DataBatch {
+ public:
+  // An empty batch. Memory: RowSize(...) * nRows bytes, not cleared.
+  //   nColumns  values per case
+  //   nRows     capacity in cases; nColumns * nRows stays below 2^32
+  //   pWeight, pRegWeight, pGroup  where the host keeps the current case's case weight,
+  //             regression weight and group number; null when cases have none. They must stay
+  //             valid for as long as rows are added.
+  // Asserts 0 < nColumns and 0 < nRows. Throws std::bad_alloc.
+  DataBatch(unsigned int nColumns, unsigned int nRows, const double* pWeight,
+            const double* pRegWeight, const unsigned int* pGroup);
+  ~DataBatch();
+  DataBatch(const DataBatch&) = delete;
+  DataBatch& operator=(const DataBatch&) = delete;
+
+  // Bytes that one case takes in a batch, for choosing a capacity within a memory budget such as
+  // ProblemBase's cache size.
+  static unsigned long RowSize(unsigned int nColumns, bool hasWeights, bool hasRegWeights,
+                               bool hasGroups);
+
+  // Appends the host's current case: its NColumns() values, in column order and unchanged, and
+  // the weights and group now found at the host's addresses. O(NColumns()), allocates nothing.
+  // Asserts that the batch is not full.
+  void AddRow(const double* values);
+
+  // Empties the batch for the next filling: no rows, no group seen. O(1), frees nothing.
+  void Clear();
+
+  unsigned int NRows() const { return _nRows; }
+  unsigned int NColumns() const { return _nColumns; }
+  // Capacity in cases; also the distance in doubles from a column to the next.
+  unsigned int MaxRows() const { return _maxRows; }
+  // Largest group number added since construction or Clear; 0 without groups.
+  unsigned int MaxGroupSeen() const { return _maxGroupSeen; }
+
+  bool HasWeights() const { return _weights != nullptr; }
+  bool HasRegWeights() const { return _regWeights != nullptr; }
+
+  // Per case, in the order added; NRows() entries are defined. Null when cases have none.
+  double* Weights() { return _weights; }
+  double* RegWeights() const { return _regWeights; }
+  unsigned int* Groups() const { return _groups; }
+
+  // The values of column colNum, one per case; NRows() entries are defined. Asserts the bound.
+  double* Column(unsigned int colNum) {
+    VELMOR_ASSERT(colNum < _nColumns);
+    return _columns + static_cast<std::size_t>(colNum) * _maxRows;
+  }
+
+ private:
+  OwnedArray<double> _weights;
+  OwnedArray<double> _regWeights;
+  OwnedArray<double> _columns;  // row r of column j at j * _maxRows + r
+  const double* _pWeight;
+  const double* _pRegWeight;
+  const unsigned int* _pGroup;
+  OwnedArray<unsigned int> _groups;
+  unsigned int _maxRows;
+  unsigned int _nColumns;
+  unsigned int _nRows = 0;
+  unsigned int _maxGroupSeen = 0;
+};
+
+}  // namespace velmor
+#pragma GCC visibility pop

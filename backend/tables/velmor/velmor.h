@@ -1,0 +1,13 @@
+#pragma once
+
+// All of velmor: sufficient statistics in one parallel pass over the data.
+
+#include <velmor/auto_array.h>
+#include <velmor/databatch.h>
+#include <velmor/databatchbygroup.h>
+#include <velmor/driver.h>
+#include <velmor/kernels.h>
+#include <velmor/matrixbase.h>
+#include <velmor/matrixlistwise.h>
+#include <velmor/nsmatrixlistwise.h>
+#include <velmor/smatrixlistwise.h>

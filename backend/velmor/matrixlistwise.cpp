@@ -1,0 +1,101 @@
+// matrixlistwise.cpp: the whole listwise matrix; start at Data::Init(DataBatch&).
+#include <velmor/kernels.h>
+#include <velmor/matrixlistwise.h>
+
+#include "listwise.h"
+#include "protocol.h"
+
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+class MatrixListwise::Data {
+ public:
+  Data Fresh() const { return {}; }
+  bool IsEmpty() const { return !_xp; }
+  void Init(DataBatch& batch);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(const Data& d);
+
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  std::uint64_t _nRows = 0;
+  std::vector<double> _means;  // one per column
+  OwnedArray<double> _xp;      // cell (i, j), j <= i, at MatrixRow(i) + j; null while empty
+  bool _hasRegWeights = false;
+};
+
+void MatrixListwise::Data::Init(DataBatch& batch) {
+  VELMOR_ASSERT(!_xp);
+  const unsigned int nCols = batch.NColumns();
+  const unsigned int nCells = MatrixRow(nCols);
+  _means.resize(nCols);
+  _xp = OwnedArray<double>(nCells);
+  _hasRegWeights = batch.HasRegWeights();
+  const ordered::Cases cases = TakeTotals(*this, batch);
+  const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
+  ordered::Means(columns, cases, _regWeightSum, _means.data());
+  ordered::Center(columns, cases, _means.data());
+  const double* const xprow = ordered::SymmetricProducts(columns, cases, _xp);
+  VELMOR_ASSERT(xprow+nCols == _xp+nCells);
+}
+
+void MatrixListwise::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_means.size() == d._means.size());
+  VELMOR_ASSERT(_hasRegWeights == d._hasRegWeights);
+  if (d._weightSum == 0.) {
+    return;
+  }
+  if (_weightSum == 0.) {
+    Init(d);
+    return;
+  }
+  const auto nCols = static_cast<unsigned int>(_means.size());
+  auto_array<double, 1> means(nCols);
+  ordered::MergeMeans(Side(*this), Side(d), nCols, means);
+  const std::size_t xpindex = MergeTriangle(*this, d, means);
+  VELMOR_ASSERT(xpindex == MatrixRow(nCols));
+  MergeTotals(*this, d, means);
+}
+
+MatrixListwise::MatrixListwise() : _my(std::make_unique<Data>()) {}
+MatrixListwise::~MatrixListwise() = default;
+
+MatrixListwise& MatrixListwise::operator+=(DataBatch& batch) {
+  AddBatch(*_my, batch);
+  return *this;
+}
+
+MatrixListwise& MatrixListwise::operator+=(const MatrixListwise& other) {
+  if (other.NRows() != 0) {
+    MergeRecord(*_my, *other._my);
+  }
+  return *this;
+}
+
+unsigned int MatrixListwise::NColumns() const {
+  return static_cast<unsigned int>(_my->_means.size());
+}
+std::uint64_t MatrixListwise::NRows() const { return _my->_nRows; }
+double MatrixListwise::WeightSum() const { return _my->_weightSum; }
+double MatrixListwise::RegWeightSum() const { return _my->_regWeightSum; }
+bool MatrixListwise::HasRegWeights() const { return _my->_hasRegWeights; }
+
+double MatrixListwise::Mean(unsigned int col) const {
+  VELMOR_ASSERT(col < NColumns());
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_means[col];
+}
+
+double MatrixListwise::CCP(unsigned int row, unsigned int col) const {
+  VELMOR_ASSERT(row < NColumns());
+  VELMOR_ASSERT(col < NColumns());
+  VELMOR_ASSERT(0. < WeightSum());
+  if (row < col) {
+    std::swap(row, col);
+  }
+  return _my->_xp[MatrixRow(row) + col];
+}
+
+}  // namespace velmor

@@ -1,0 +1,175 @@
+// nsmatrixlistwise.cpp: the rectangular listwise block; start at Data::Init(DataBatch&).
+#include <velmor/nsmatrixlistwise.h>
+
+#include "listwise.h"
+#include "protocol.h"
+
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+class NSMatrixListwise::Data {
+ public:
+  Data(int col0, int col1, int col2) : _col0(col0), _col1(col1), _col2(col2) {}
+  Data Fresh() const { return {_col0, _col1, _col2}; }
+  bool IsEmpty() const { return !_xp; }
+  void Init(DataBatch& data);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(const Data& d);
+
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  unsigned int _nRows = 0;
+  std::vector<double> _css;  // one per column of both ranges, like the next three
+  std::vector<double> _means;
+  std::vector<double> _mins;
+  std::vector<double> _maxs;
+  int _col0;
+  int _col1;
+  int _col2;
+  // Row r, column c of the rectangle at r * (_col2 - _col1) + c; null while empty.
+  OwnedArray<double> _xp;
+  bool _hasRegWeights = false;
+
+ private:
+  void MergeSquareSums(const Data& d, const double* mergedMeans);
+  void MergeRectangle(const Data& d, const double* mergedMeans);
+};
+
+void NSMatrixListwise::Data::Init(DataBatch& data) {
+  VELMOR_ASSERT(!_xp);
+  VELMOR_ASSERT(_col0<_col1 && _col1<_col2);
+  VELMOR_ASSERT(_col2 <= (int)data.NColumns());
+  const int i = _col1 - _col0;
+  const int j = _col2 - _col1;
+  _css.resize(static_cast<std::size_t>(i + j));
+  _means.resize(_css.size());
+  _mins.resize(_css.size());
+  _maxs.resize(_css.size());
+  _xp = OwnedArray<double>(static_cast<std::size_t>(i) * static_cast<std::size_t>(j));
+  _hasRegWeights = data.HasRegWeights();
+  const ordered::Cases cases = TakeTotals(*this, data);
+  const ordered::Columns columns = Block(data, _col0, _col2);
+  ordered::Extremes(columns, cases, _mins.data(), _maxs.data());
+  ordered::Means(columns, cases, _regWeightSum, _means.data());
+  ordered::Center(columns, cases, _means.data());
+  ordered::SquareSums(columns, cases, _css.data());
+  const double* const xprow = ordered::RectangularProducts(
+      Block(data, _col0, _col1), Block(data, _col1, _col2), cases, _xp);
+  VELMOR_ASSERT(xprow == _xp+i*j);
+}
+
+void NSMatrixListwise::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_means.size() == d._means.size());
+  VELMOR_ASSERT(_hasRegWeights == d._hasRegWeights);
+  VELMOR_ASSERT(_col0 == d._col0 && _col1 == d._col1 && _col2 == d._col2);
+  if (d._weightSum == 0.) {
+    return;
+  }
+  if (_weightSum == 0.) {
+    Init(d);
+    return;
+  }
+  auto_array<double, 1> means(_means.size());
+  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(),
+                         _maxs.data());
+  ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
+  MergeSquareSums(d, means);
+  MergeRectangle(d, means);
+  MergeTotals(*this, d, means);
+}
+
+// Unlike a cell's, a square sum's terms are taken as square times weight.
+void NSMatrixListwise::Data::MergeSquareSums(const Data& d, const double* mergedMeans) {
+  for (std::size_t i = 0; i < _css.size(); ++i) {
+    const double shift =
+        ordered::MeanDiff(_means[i], _regWeightSum, d._means[i], d._regWeightSum);
+    const double shiftOfD = mergedMeans[i] - d._means[i];
+    _css[i] = ((d._css[i] + (shift * shift) * _regWeightSum) +
+               (shiftOfD * shiftOfD) * d._regWeightSum) +
+              _css[i];
+  }
+}
+
+// Unlike in a triangle, a row's factor takes the shift of its mean from the merged mean.
+void NSMatrixListwise::Data::MergeRectangle(const Data& d, const double* mergedMeans) {
+  const int rows = _col1 - _col0;
+  const int columns = _col2 - _col1;
+  const ordered::SideMeans second{_means.data() + rows, _regWeightSum};
+  const ordered::SideMeans secondOfD{d._means.data() + rows, d._regWeightSum};
+  int xpindex = 0;
+  for (int row = 0; row < rows; ++row) {
+    const auto r = static_cast<std::size_t>(row);
+    ordered::MergeRow(second, secondOfD, mergedMeans + rows,
+                      _regWeightSum * (mergedMeans[r] - _means[r]),
+                      d._regWeightSum * (mergedMeans[r] - d._means[r]), d._xp + xpindex,
+                      static_cast<std::size_t>(columns), _xp + xpindex);
+    xpindex += columns;
+    VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
+  }
+  VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
+}
+
+NSMatrixListwise::NSMatrixListwise(int col0, int col1, int col2)
+    : _my(std::make_unique<Data>(col0, col1, col2)) {}
+NSMatrixListwise::~NSMatrixListwise() = default;
+
+NSMatrixListwise& NSMatrixListwise::operator+=(DataBatch& data) {
+  AddBatch(*_my, data);
+  return *this;
+}
+
+NSMatrixListwise& NSMatrixListwise::operator+=(MatrixBase& other) {
+  if (other.NRows() != 0) {
+    const auto* const same = dynamic_cast<NSMatrixListwise*>(&other);
+    VELMOR_ASSERT(same != nullptr);
+    MergeRecord(*_my, *same->_my);
+  }
+  return *this;
+}
+
+unsigned int NSMatrixListwise::NColumns() const {
+  return static_cast<unsigned int>(_my->_means.size());
+}
+unsigned int NSMatrixListwise::NRows() const { return _my->_nRows; }
+double NSMatrixListwise::WeightSum() const { return _my->_weightSum; }
+bool NSMatrixListwise::HasRegWeights() const { return _my->_hasRegWeights; }
+double NSMatrixListwise::RegWeightSum() const { return _my->_regWeightSum; }
+int NSMatrixListwise::Col0() const { return _my->_col0; }
+int NSMatrixListwise::Col1() const { return _my->_col1; }
+int NSMatrixListwise::Col2() const { return _my->_col2; }
+
+double NSMatrixListwise::Mean(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_means[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double NSMatrixListwise::Min(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_mins[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double NSMatrixListwise::Max(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(!_my->IsEmpty());
+  return _my->_maxs[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double NSMatrixListwise::CCP(int row, int col) const {
+  VELMOR_ASSERT(row < _my->_col2 && row >= _my->_col0);
+  VELMOR_ASSERT(col < _my->_col2 && col >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  if (row == col) {
+    return _my->_css[static_cast<std::size_t>(row - _my->_col0)];
+  }
+  if (row > col) {
+    std::swap(row, col);
+  }
+  VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
+  return _my->_xp[(row - _my->_col0) * (_my->_col2 - _my->_col1) + (col - _my->_col1)];
+}
+
+}  // namespace velmor

@@ -1,0 +1,35 @@
+#pragma once
+
+// The arithmetic of every kernel, written once: each result is one chain of rounded operations in
+// ascending order. <velmor/kernels.h> gives the meanings; it forwards to these, and so do the
+// operations over blocks of columns.
+
+#include <cstddef>
+#include <vector>
+
+namespace velmor::ordered {
+
+double Sum(const double* x, std::size_t count);
+double WeightedSum(const double* weights, std::size_t count);
+double ProductSum(const double* a, const double* b, std::size_t count);
+double ProductSum(const double* a, const double* b, const double* c, std::size_t count);
+const double* CombineWeights(double* weights, const double* regWeights, std::size_t count);
+double WeightedMean(const double* x, const double* weights, double weightSum, std::size_t count);
+double Maxs(const double* x, std::size_t count);
+double Mins(const double* x, std::size_t count);
+void CenterData(double* x, double mean, std::size_t count);
+double CrossProduct(const double* x, const double* y, const double* weights, std::size_t count);
+void CopyNonmissing(const double* x, const double* weights, const double* regWeights,
+                    double missingCode, std::size_t count, std::vector<double>& outX,
+                    std::vector<double>& outWeights, std::vector<double>& outRegWeights);
+void CopyCompletePairs(const double* x, const double* y, const double* weights,
+                       const double* regWeights, double missingCode, std::size_t count,
+                       std::vector<double>& outX, std::vector<double>& outY,
+                       std::vector<double>& outWeights, std::vector<double>& outRegWeights);
+void GroupWeightedSumX(const double* x, const unsigned int* groups, const double* weights,
+                       double* sums, double* squareSums, std::size_t count);
+void WeightByGroup(const unsigned int* groups, const double* weights,
+                   std::vector<double>& groupWeights, double& total, std::size_t count);
+double MeanDiff(double m1, double w1, double m2, double w2);
+
+}  // namespace velmor::ordered

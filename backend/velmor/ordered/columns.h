@@ -1,0 +1,67 @@
+#pragma once
+
+// Operations over whole blocks of columns, and over whole rows of cells when two results are
+// merged. The cells of a block are independent of each other and each is one chain (chains.h), so
+// how a block is walked changes no bit. All arrays are the caller's; nothing here allocates.
+
+#include <cstddef>
+
+namespace velmor::ordered {
+
+// Adjacent columns of a batch.
+struct Columns {
+  double* first;       // row 0 of the first column
+  std::size_t stride;  // from a column to the next
+  std::size_t count;
+
+  double* operator[](std::size_t column) const { return first + column * stride; }
+};
+
+// The cases of a batch.
+struct Cases {
+  std::size_t rows;
+  const double* weights;  // combined weights, null when every case weighs 1
+};
+
+// means[i] = WeightedMean of column i.
+void Means(Columns x, Cases cases, double weightSum, double* means);
+
+// mins[i] = Mins and maxs[i] = Maxs of column i.
+void Extremes(Columns x, Cases cases, double* mins, double* maxs);
+
+// Subtracts means[i] from column i, in place.
+void Center(Columns x, Cases cases, const double* means);
+
+// sums[i] = CrossProduct of column i with itself.
+void SquareSums(Columns x, Cases cases, double* sums);
+
+// The CrossProducts of all pairs of columns, each with itself included, as a packed lower triangle:
+// cell (i, j), j <= i, at i(i+1)/2 + j, column i being the first operand. Returns the start of the
+// last row.
+double* SymmetricProducts(Columns x, Cases cases, double* triangle);
+
+// The CrossProducts of each column of x with each of y, row by row: cell (i, j) at i * y.count + j,
+// x's column being the first operand. Returns the end of the last row.
+double* RectangularProducts(Columns x, Columns y, Cases cases, double* rectangle);
+
+// The means of one side of a merge, with the sum of the weights that they stand for.
+struct SideMeans {
+  const double* means;
+  double weight;
+};
+
+// merged[i] = a.means[i] + MeanDiff(a.means[i], a.weight, b.means[i], b.weight), i < count.
+void MergeMeans(SideMeans a, SideMeans b, std::size_t count, double* merged);
+
+// Merges b's extremes into a's: b's replaces a's where it is strictly further out.
+void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, double* minsA,
+                   double* maxsA);
+
+// Merges one row of centred cross-products. With M the merged means,
+//   cellsA[j] = ((cellsB[j] + factorA * (M[j] - a.means[j])) + factorB * (M[j] - b.means[j]))
+//               + cellsA[j],  j < count.
+// factorA, factorB  each side's weight times the shift of its mean in the row's column
+void MergeRow(SideMeans a, SideMeans b, const double* merged, double factorA, double factorB,
+              const double* cellsB, std::size_t count, double* cellsA);
+
+}  // namespace velmor::ordered

@@ -1,0 +1,41 @@
+#pragma once
+
+// The steps that every accumulator's operator+= takes around its record's own arithmetic.
+// A record says with IsEmpty whether it holds a case, and makes with Fresh an empty one of its
+// shape.
+
+#include "float_environment.h"
+
+#include <utility>
+
+namespace velmor {
+
+// Adds a batch: reduces it to a record of its own, then merges that. A first batch's record is
+// taken over as it is.
+template <class Record, class Batch>
+void AddBatch(Record& record, Batch& batch) {
+  if (batch.NRows() == 0) {
+    return;
+  }
+  const DefaultFloatEnvironment environment;
+  Record part = record.Fresh();
+  part.Init(batch);
+  if (record.IsEmpty()) {
+    record = std::move(part);
+  } else {
+    record.Update(part);
+  }
+}
+
+// Merges a record that holds at least one case.
+template <class Record>
+void MergeRecord(Record& record, const Record& other) {
+  const DefaultFloatEnvironment environment;
+  if (record.IsEmpty()) {
+    record.Init(other);
+  } else {
+    record.Update(other);
+  }
+}
+
+}  // namespace velmor

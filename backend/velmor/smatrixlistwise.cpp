@@ -1,0 +1,142 @@
+// smatrixlistwise.cpp: the symmetric listwise block; start at Data::Init(DataBatch&).
+#include <velmor/smatrixlistwise.h>
+
+#include "listwise.h"
+#include "packed.h"
+#include "protocol.h"
+
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+class SMatrixListwise::Data {
+ public:
+  Data(int col0, int col2) : _col0(col0), _col1(col0), _col2(col2) {}
+  Data Fresh() const { return {_col0, _col2}; }
+  bool IsEmpty() const { return !_xp; }
+  void Init(DataBatch& data);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(const Data& d);
+
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  unsigned int _nRows = 0;
+  std::vector<double> _means;  // one per block column, like the next two
+  std::vector<double> _mins;
+  std::vector<double> _maxs;
+  int _col0;
+  int _col1;
+  int _col2;               // 0 until the first batch where the block is all its columns
+  OwnedArray<double> _xp;  // cell (r, c), c <= r, at MatrixRowCount(r+1) + c; null while empty
+  bool _hasRegWeights = false;
+};
+
+void SMatrixListwise::Data::Init(DataBatch& data) {
+  VELMOR_ASSERT(!_xp);
+  const int nBatchCols = static_cast<int>(data.NColumns());
+  if (_col2 == 0) {
+    VELMOR_ASSERT(_col0 == 0 && _col1 == 0);
+    _col2 = nBatchCols;
+  } else {
+    const int nCols = nBatchCols;
+    VELMOR_ASSERT(_col0==_col1 && _col0>=0);
+    VELMOR_ASSERT(_col2 <= nCols && _col2>_col0);
+  }
+  const int nCols = _col2 - _col0;
+  const int nCells = MatrixRowCount(nCols + 1);
+  _means.resize(static_cast<std::size_t>(nCols));
+  _mins.resize(_means.size());
+  _maxs.resize(_means.size());
+  _xp = OwnedArray<double>(static_cast<std::size_t>(nCells));
+  _hasRegWeights = data.HasRegWeights();
+  const ordered::Cases cases = TakeTotals(*this, data);
+  const ordered::Columns columns = Block(data, _col0, _col2);
+  ordered::Means(columns, cases, _regWeightSum, _means.data());
+  ordered::Extremes(columns, cases, _mins.data(), _maxs.data());
+  ordered::Center(columns, cases, _means.data());
+  const double* const xprow = ordered::SymmetricProducts(columns, cases, _xp);
+  VELMOR_ASSERT(xprow+nCols == _xp+nCells);
+}
+
+void SMatrixListwise::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_means.size() == d._means.size());
+  VELMOR_ASSERT(_hasRegWeights == d._hasRegWeights);
+  VELMOR_ASSERT(_col0 == d._col0 && _col1 == d._col1 && _col2 == d._col2);
+  if (d._weightSum == 0.) {
+    return;
+  }
+  if (_weightSum == 0.) {
+    Init(d);
+    return;
+  }
+  const int nCols = _col2 - _col0;
+  auto_array<double, 1> means(_means.size());
+  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(),
+                         _maxs.data());
+  ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
+  const int xpindex = static_cast<int>(MergeTriangle(*this, d, means));
+  VELMOR_ASSERT(xpindex == MatrixRowCount(nCols+1));
+  MergeTotals(*this, d, means);
+}
+
+SMatrixListwise::SMatrixListwise() : SMatrixListwise(0, 0) {}
+SMatrixListwise::SMatrixListwise(int col0, int col2) : _my(std::make_unique<Data>(col0, col2)) {}
+SMatrixListwise::~SMatrixListwise() = default;
+
+SMatrixListwise& SMatrixListwise::operator+=(DataBatch& data) {
+  AddBatch(*_my, data);
+  return *this;
+}
+
+SMatrixListwise& SMatrixListwise::operator+=(MatrixBase& other) {
+  if (other.NRows() != 0) {
+    const auto* const same = dynamic_cast<SMatrixListwise*>(&other);
+    VELMOR_ASSERT(same != nullptr);
+    MergeRecord(*_my, *same->_my);
+  }
+  return *this;
+}
+
+unsigned int SMatrixListwise::NColumns() const {
+  return static_cast<unsigned int>(_my->_means.size());
+}
+unsigned int SMatrixListwise::NRows() const { return _my->_nRows; }
+double SMatrixListwise::WeightSum() const { return _my->_weightSum; }
+bool SMatrixListwise::HasRegWeights() const { return _my->_hasRegWeights; }
+double SMatrixListwise::RegWeightSum() const { return _my->_regWeightSum; }
+int SMatrixListwise::Col0() const { return _my->_col0; }
+int SMatrixListwise::Col1() const { return _my->_col1; }
+int SMatrixListwise::Col2() const { return _my->_col2; }
+
+double SMatrixListwise::Mean(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_means[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double SMatrixListwise::Min(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_mins[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double SMatrixListwise::Max(int c) const {
+  VELMOR_ASSERT(c < _my->_col2 && c >= _my->_col0);
+  VELMOR_ASSERT(!_my->IsEmpty());
+  return _my->_maxs[static_cast<std::size_t>(c - _my->_col0)];
+}
+
+double SMatrixListwise::CCP(int row, int col) const {
+  VELMOR_ASSERT(row < _my->_col2 && row >= _my->_col0);
+  VELMOR_ASSERT(col < _my->_col2 && col >= _my->_col0);
+  VELMOR_ASSERT(0. < WeightSum());
+  int r = row - _my->_col0;
+  int c = col - _my->_col1;
+  if (r < c) {
+    std::swap(r, c);
+  }
+  return _my->_xp[MatrixRowCount(r + 1) + c];
+}
+
+}  // namespace velmor
