@@ -1,0 +1,362 @@
+// The driver's protocol, on one thread and on a pool, undisturbed and with errors at every step.
+// This program is a host: it defines the host services itself.
+#include <velmor/driver.h>
+
+#include <norvwlib/norvwlib.h>
+
+#include "support.h"
+#include "watchdog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+std::int64_t hostThreads = 2;
+std::int64_t hostCache = 64;
+std::atomic<int> threadsAsked{0};
+std::atomic<int> errorsReported{0};
+bool reportThrows = false;
+std::thread::id reportThread;
+
+}  // namespace
+
+std::int64_t getthreads_() {
+  ++threadsAsked;
+  return hostThreads;
+}
+std::int64_t getmcache_() { return hostCache; }
+std::int64_t atnnxt_() {
+  ++errorsReported;
+  reportThread = std::this_thread::get_id();
+  if (reportThrows) {
+    throw NorvGoToCaller();
+  }
+  return 0;
+}
+
+namespace velmor::test {
+namespace {
+
+enum class Step { none, create, read, accumulate, merge };
+enum class Kind { host, memory, other };
+
+// An error to be raised by one part at one step, the first time it gets there.
+struct Fault {
+  Step step = Step::none;
+  Kind kind = Kind::host;
+  int part = 0;
+
+  void RaiseAt(Step at, int atPart) const {
+    if (at != step || atPart != part) {
+      return;
+    }
+    switch (kind) {
+      case Kind::host:
+        throw NorvGoToCaller();
+      case Kind::memory:
+        throw std::bad_alloc();
+      case Kind::other:
+        throw std::runtime_error("part " + std::to_string(atPart));
+    }
+  }
+};
+
+// Tells how many threads are inside; a second one is a fault.
+class Alone {
+ public:
+  explicit Alone(std::atomic<int>& inside) : _inside(inside) { EXPECT_EQ(++_inside, 1); }
+  ~Alone() { --_inside; }
+  Alone(const Alone&) = delete;
+  Alone& operator=(const Alone&) = delete;
+
+ private:
+  std::atomic<int>& _inside;
+};
+
+// Hands out the numbers 1 to `batches`, or numbers without end, and adds up what comes back.
+class Numbers : public ProblemBase {
+ public:
+  static constexpr int kEndless = -1;
+
+  Numbers(int batches, Fault fault = {}, bool delays = false)
+      : _batches(batches), _fault(fault), _delays(delays) {}
+
+  ProblemPartBase* CreatePart() override;
+
+  std::uint64_t CacheSize() const { return _cacheSize; }
+
+  // Counts of the whole run, to be read after it.
+  int created = 0;
+  std::atomic<int> alive{0};
+  std::atomic<int> ends{0};
+  int merged = 0;
+  std::int64_t sum = 0;
+  std::set<int> mergedParts;
+  std::set<std::thread::id> threads;
+
+ private:
+  class Part;
+
+  void Delay() {
+    if (_delays) {
+      const auto turn = _turn++;
+      std::this_thread::sleep_for(std::chrono::microseconds(turn * 7919 % 200));
+    } else {
+      std::this_thread::yield();
+    }
+  }
+
+  int _batches;
+  Fault _fault;
+  bool _delays;
+  std::atomic<unsigned int> _turn{0};
+  int _next = 0;
+  std::thread::id _creator;
+  std::atomic<int> _reading{0};
+  std::atomic<int> _merging{0};
+};
+
+class Numbers::Part : public ProblemPartBase {
+ public:
+  Part(Numbers& all, int index) : _all(all), _index(index) { ++_all.alive; }
+  ~Part() override {
+    const Alone alone(_all._reading);  // deleted under the lock of reading
+    EXPECT_EQ(--_all.alive >= 0, true);
+  }
+
+  bool ReadBatch() override {
+    const Alone alone(_all._reading);
+    StayOnOneThread();
+    EXPECT_FALSE(_hasBatch);
+    EXPECT_EQ(_all.ends, 0) << "read after the end of data";
+    _all.Delay();
+    _all._fault.RaiseAt(Step::read, _index);
+    if (_all._next == _all._batches) {
+      ++_all.ends;
+      return false;
+    }
+    _number = ++_all._next;
+    _hasBatch = true;
+    return true;
+  }
+
+  void AccumulateBatch() override {
+    StayOnOneThread();
+    EXPECT_TRUE(std::exchange(_hasBatch, false));
+    _all.Delay();
+    _all._fault.RaiseAt(Step::accumulate, _index);
+    _sum += _number;
+  }
+
+  void MergeResult() override {
+    const Alone alone(_all._merging);
+    StayOnOneThread();
+    EXPECT_FALSE(_hasBatch);
+    _all.Delay();
+    _all._fault.RaiseAt(Step::merge, _index);
+    ++_all.merged;
+    _all.sum += _sum;
+    EXPECT_TRUE(_all.mergedParts.insert(_index).second);
+    EXPECT_TRUE(_all.threads.insert(*_thread).second) << "two parts on one thread";
+  }
+
+ private:
+  void StayOnOneThread() {
+    if (!_thread) {
+      _thread = std::this_thread::get_id();
+    }
+    EXPECT_EQ(*_thread, std::this_thread::get_id());
+  }
+
+  Numbers& _all;
+  int _index;
+  bool _hasBatch = false;
+  int _number = 0;
+  std::int64_t _sum = 0;
+  std::optional<std::thread::id> _thread;
+};
+
+ProblemPartBase* Numbers::CreatePart() {
+  if (created == 0) {
+    _creator = std::this_thread::get_id();
+    EXPECT_GT(_cacheSize, 0U);
+  }
+  EXPECT_EQ(_creator, std::this_thread::get_id());
+  _fault.RaiseAt(Step::create, created);
+  return new Part(*this, created++);
+}
+
+class DriverTest : public testing::Test {
+ protected:
+  DriverTest() {
+    hostThreads = 2;
+    hostCache = 64;
+    threadsAsked = 0;
+    errorsReported = 0;
+    reportThrows = false;
+  }
+
+ private:
+  Watchdog _watchdog;
+};
+
+TEST_F(DriverTest, EveryCaseIsReadOnceAndEveryPartMergedOnce) {
+  for (const int threads : {1, 2, 3, 8}) {
+    for (const int batches : {0, 1, 5, 300}) {
+      for (const bool delays : {false, true}) {
+        SCOPED_TRACE(testing::Message() << threads << " threads, " << batches << " batches");
+        Numbers problem(batches, {}, delays);
+        Driver(&problem, threads);
+        EXPECT_EQ(problem.created, threads);
+        EXPECT_EQ(problem.merged, threads);
+        EXPECT_EQ(problem.sum, std::int64_t{batches} * (batches + 1) / 2);
+        EXPECT_EQ(problem.ends, 1);
+        EXPECT_EQ(problem.alive, 0);
+        EXPECT_EQ(problem.threads.count(std::this_thread::get_id()), threads == 1 ? 1U : 0U);
+      }
+    }
+  }
+  EXPECT_EQ(threadsAsked, 0);
+  EXPECT_EQ(errorsReported, 0);
+}
+
+TEST_F(DriverTest, AsksTheHostWhenItIsNotToldTheThreads) {
+  const struct {
+    int requested;
+    std::int64_t answer;
+    int parts;
+    std::int64_t sum;
+  } cases[] = {{0, 1, 1, 55}, {-3, 1, 1, 55}, {0, 3, 3, 55}, {-1, 0, 0, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.answer);
+    hostThreads = c.answer;
+    threadsAsked = 0;
+    Numbers problem(10);
+    Driver(&problem, c.requested);
+    EXPECT_EQ(threadsAsked, 1);
+    EXPECT_EQ(problem.merged, c.parts);
+    EXPECT_EQ(problem.sum, c.sum);
+  }
+  hostThreads = -1;
+  Numbers problem(10);
+  EXPECT_THROW(Driver(&problem, 0), std::invalid_argument);
+}
+
+TEST_F(DriverTest, TellsTheHostsCacheInBytesBeforeItAsksForParts) {
+  for (const std::int64_t kilobytes : {std::int64_t{64}, std::int64_t{5'000'000'000}}) {
+    for (const int threads : {1, 2}) {
+      hostCache = kilobytes;
+      Numbers problem(1);
+      Driver(&problem, threads);
+      EXPECT_EQ(problem.CacheSize(), static_cast<std::uint64_t>(kilobytes) * 1024);
+    }
+  }
+}
+
+// Each step of each of a few parts fails in each way. Data do not end by themselves where a part
+// fails before it merges: the other parts have to be stopped.
+TEST_F(DriverTest, AnErrorAtAnyStepStopsTheRun) {
+  for (const Step step : {Step::create, Step::read, Step::accumulate, Step::merge}) {
+    for (const Kind kind : {Kind::host, Kind::memory, Kind::other}) {
+      for (const int threads : {1, 2, 8}) {
+        for (const int part : {0, threads / 2, threads - 1}) {
+          for (const bool delays : {false, true}) {
+            SCOPED_TRACE(testing::Message()
+                         << "step " << static_cast<int>(step) << ", kind "
+                         << static_cast<int>(kind) << ", part " << part << " of " << threads);
+            errorsReported = 0;
+            Numbers problem(step == Step::merge ? 20 : Numbers::kEndless, {step, kind, part},
+                            delays);
+            // On a pool thread the host's own error is reported, not raised.
+            const bool isReported = kind == Kind::host && threads > 1 && step != Step::create;
+            try {
+              Driver(&problem, threads);
+              EXPECT_TRUE(isReported);
+            } catch (const NorvGoToCaller&) {
+              EXPECT_TRUE(kind == Kind::host && !isReported);
+            } catch (const std::bad_alloc&) {
+              EXPECT_EQ(kind, Kind::memory);
+            } catch (const std::runtime_error& e) {
+              EXPECT_EQ(kind, Kind::other);
+              EXPECT_EQ(e.what(), "part " + std::to_string(part));
+            }
+            EXPECT_EQ(errorsReported, isReported ? 1 : 0);
+            EXPECT_EQ(problem.alive, 0);
+            EXPECT_EQ(problem.mergedParts.count(part), 0U);
+            if (isReported) {
+              EXPECT_EQ(reportThread, std::this_thread::get_id());
+              EXPECT_EQ(problem.merged, threads - 1) << "the others merge";
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_F(DriverTest, AHostThatRaisesWhenItIsToldReachesTheCaller) {
+  reportThrows = true;
+  Numbers problem(Numbers::kEndless, {Step::accumulate, Kind::host, 1});
+  EXPECT_THROW(Driver(&problem, 3), NorvGoToCaller);
+  EXPECT_EQ(errorsReported, 1);
+  EXPECT_EQ(problem.alive, 0);
+}
+
+// A problem whose parts each run a problem of their own on a pool.
+class Nested : public ProblemBase {
+ public:
+  ProblemPartBase* CreatePart() override {
+    RunInner();
+    return new Part(*this);
+  }
+  std::atomic<int> runs{0};
+
+ private:
+  class Part : public ProblemPartBase {
+   public:
+    explicit Part(Nested& all) : _all(all) {}
+    bool ReadBatch() override { return std::exchange(_hasMore, false); }
+    void AccumulateBatch() override { _all.RunInner(); }
+    void MergeResult() override { _all.RunInner(); }
+
+   private:
+    Nested& _all;
+    bool _hasMore = true;
+  };
+
+  void RunInner() {
+    Numbers inner(50);
+    Driver(&inner, 2);
+    EXPECT_EQ(inner.sum, 1275);
+    Numbers failing(Numbers::kEndless, {Step::read, Kind::other, 1});
+    EXPECT_THROW(Driver(&failing, 2), std::runtime_error);
+    ++runs;
+  }
+};
+
+TEST_F(DriverTest, RunsWithinPartsAndOnSeveralThreadsAtOnce) {
+  std::vector<std::thread> hosts;
+  for (int host = 0; host < 3; ++host) {
+    hosts.emplace_back([] {
+      for (const int threads : {1, 2}) {
+        Nested problem;
+        Driver(&problem, threads);
+        EXPECT_GE(problem.runs, 2 * threads + 1);
+      }
+    });
+  }
+  for (std::thread& host : hosts) {
+    host.join();
+  }
+}
+
+}  // namespace
+}  // namespace velmor::test
