@@ -12,7 +12,6 @@ const double maxvalue = 1.79e+308;
 
 namespace {
 std::size_t Size(int count) { return static_cast<std::size_t>(count); }
-int Count(const std::vector<double>& x) { return static_cast<int>(x.size()); }
 // An absent weight array is an empty vector here and a null pointer there.
 const double* Present(const std::vector<double>& weights) {
   return weights.empty() ? nullptr : weights.data();
@@ -20,7 +19,7 @@ const double* Present(const std::vector<double>& weights) {
 }  // namespace
 
 double Sum(const double* x, int count) { return ordered::Sum(x, Size(count)); }
-double Sum(const std::vector<double>& x) { return Sum(x.data(), Count(x)); }
+double Sum(const std::vector<double>& x) { return ordered::Sum(x.data(), x.size()); }
 
 double WeightedSum(const double* weights, int count) {
   return ordered::WeightedSum(weights, Size(count));
@@ -36,11 +35,11 @@ double ProductSum(const double* a, const double* b, const double* c, int count) 
   return ordered::ProductSum(a, b, c, Size(count));
 }
 double ProductSum(const std::vector<double>& a, const std::vector<double>& b) {
-  return ProductSum(a.data(), b.data(), Count(a));
+  return ordered::ProductSum(a.data(), b.data(), a.size());
 }
 double ProductSum(const std::vector<double>& a, const std::vector<double>& b,
                   const std::vector<double>& c) {
-  return ProductSum(a.data(), b.data(), c.data(), Count(a));
+  return ordered::ProductSum(a.data(), b.data(), c.data(), a.size());
 }
 
 const double* CombineWeights(double* weights, const double* regWeights, int count) {
@@ -53,7 +52,7 @@ void CombineWeights(std::vector<double>& weights, std::vector<double>& regWeight
   if (weights.empty()) {
     weights.swap(regWeights);
   } else {
-    CombineWeights(weights.data(), Present(regWeights), Count(weights));
+    ordered::CombineWeights(weights.data(), Present(regWeights), weights.size());
   }
 }
 
@@ -62,24 +61,26 @@ double WeightedMean(const double* x, const double* weights, const double& weight
 }
 double WeightedMean(const std::vector<double>& x, const std::vector<double>& weights,
                     double weightSum) {
-  return WeightedMean(x.data(), Present(weights), weightSum, Count(x));
+  return ordered::WeightedMean(x.data(), Present(weights), weightSum, x.size());
 }
 
 double Maxs(const double* x, int count) { return ordered::Maxs(x, Size(count)); }
-double Maxs(std::vector<double>& x) { return Maxs(x.data(), Count(x)); }
+double Maxs(std::vector<double>& x) { return ordered::Maxs(x.data(), x.size()); }
 double Mins(const double* x, int count) { return ordered::Mins(x, Size(count)); }
-double Mins(std::vector<double>& x) { return Mins(x.data(), Count(x)); }
+double Mins(std::vector<double>& x) { return ordered::Mins(x.data(), x.size()); }
 
 void CenterData(double* x, double mean, int count) { ordered::CenterData(x, mean, Size(count)); }
-void CenterData(std::vector<double>& x, double mean) { CenterData(x.data(), mean, Count(x)); }
+void CenterData(std::vector<double>& x, double mean) {
+  ordered::CenterData(x.data(), mean, x.size());
+}
 
 double CrossProduct(const double* x, const double* y, const double* weights, int count) {
   return ordered::CrossProduct(x, y, weights, Size(count));
 }
 double CrossProduct(const std::vector<double>& x, const std::vector<double>& y,
                     const std::vector<double>& weights) {
-  return CrossProduct(x.data(), y.data(), Present(weights),
-                      Count(weights.empty() ? x : weights));
+  return ordered::CrossProduct(x.data(), y.data(), Present(weights),
+                               weights.empty() ? x.size() : weights.size());
 }
 
 void CopyNonmissing(const double* x, const double* weights, const double* regWeights,

@@ -7,18 +7,13 @@
 #include <velmor/auto_array.h>
 #include <velmor/databatch.h>
 
+#include "block.h"
 #include "ordered/chains.h"
 #include "ordered/columns.h"
 
 #include <cstddef>
 
 namespace velmor {
-
-// Batch columns [from, to).
-inline ordered::Columns Block(DataBatch& batch, int from, int to) {
-  return {batch.Column(static_cast<unsigned int>(from)), batch.MaxRows(),
-          static_cast<std::size_t>(to - from)};
-}
 
 // Sets a record's number of cases and both weight sums from a batch, and returns the batch's cases
 // under their combined weights. Where the batch has both kinds of weights its case weights are

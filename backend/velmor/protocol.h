@@ -4,6 +4,8 @@
 // A record says with IsEmpty whether it holds a case, and makes with Fresh an empty one of its
 // shape.
 
+#include <velmor/databatch.h>
+
 #include "float_environment.h"
 
 #include <utility>
@@ -24,6 +26,23 @@ void AddBatch(Record& record, Batch& batch) {
     record = std::move(part);
   } else {
     record.Update(part);
+  }
+}
+
+// Adds a batch to a record that accumulates it in place. A first batch that fails leaves the record
+// empty.
+template <class Record>
+void AddBatchInPlace(Record& record, DataBatch& batch) {
+  if (batch.NRows() == 0) {
+    return;
+  }
+  const DefaultFloatEnvironment environment;
+  if (record.IsEmpty()) {
+    Record first = record;
+    first.Init(batch);
+    record = std::move(first);
+  } else {
+    record.Update(batch);
   }
 }
 

@@ -2,6 +2,8 @@
 
 // All of velmor: sufficient statistics in one parallel pass over the data.
 
+#include <velmor/DiscriminantMatrix.h>
+#include <velmor/DscIndividualMatrix.h>
 #include <velmor/auto_array.h>
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
@@ -9,5 +11,9 @@
 #include <velmor/kernels.h>
 #include <velmor/matrixbase.h>
 #include <velmor/matrixlistwise.h>
+#include <velmor/matrixpairwise.h>
 #include <velmor/nsmatrixlistwise.h>
+#include <velmor/nsmatrixpairwise.h>
 #include <velmor/smatrixlistwise.h>
+#include <velmor/smatrixpairwise.h>
+#include <velmor/statistics.h>

@@ -41,6 +41,16 @@ double* SymmetricProducts(Columns x, Cases cases, double* triangle) {
   return row;
 }
 
+std::size_t PairProducts(Columns x, Cases cases, double* triangle) {
+  std::size_t cell = 0;
+  for (std::size_t i = 0; i < x.count; ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      triangle[cell++] = CrossProduct(x[i], x[j], cases.weights, cases.rows);
+    }
+  }
+  return cell;
+}
+
 double* RectangularProducts(Columns x, Columns y, Cases cases, double* rectangle) {
   double* cell = rectangle;
   for (std::size_t i = 0; i < x.count; ++i) {
@@ -49,6 +59,26 @@ double* RectangularProducts(Columns x, Columns y, Cases cases, double* rectangle
     }
   }
   return cell;
+}
+
+void WeightedSums(Columns x, Cases cases, double* sums) {
+  for (std::size_t i = 0; i < x.count; ++i) {
+    sums[i] = cases.weights ? ProductSum(x[i], cases.weights, cases.rows) : Sum(x[i], cases.rows);
+  }
+}
+
+void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
+               double* sums, double* squareSums) {
+  for (std::size_t i = 0; i < x.count; ++i) {
+    GroupWeightedSumX(x[i], groups, cases.weights, sums + i * nGroups, squareSums + i * nGroups,
+                      cases.rows);
+  }
+}
+
+void AddCells(const double* d, std::size_t count, double* cells) {
+  for (std::size_t i = 0; i < count; ++i) {
+    cells[i] = d[i] + cells[i];
+  }
 }
 
 void MergeMeans(SideMeans a, SideMeans b, std::size_t count, double* merged) {

@@ -40,9 +40,23 @@ void SquareSums(Columns x, Cases cases, double* sums);
 // last row.
 double* SymmetricProducts(Columns x, Cases cases, double* triangle);
 
+// The CrossProducts of all pairs of different columns as a packed strictly lower triangle: cell
+// (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns the number of cells.
+std::size_t PairProducts(Columns x, Cases cases, double* triangle);
+
 // The CrossProducts of each column of x with each of y, row by row: cell (i, j) at i * y.count + j,
 // x's column being the first operand. Returns the end of the last row.
 double* RectangularProducts(Columns x, Columns y, Cases cases, double* rectangle);
+
+// sums[i] = ProductSum of column i and the weights, Sum of column i without weights.
+void WeightedSums(Columns x, Cases cases, double* sums);
+
+// GroupWeightedSumX of every column. Column i's group g is at i * nGroups + g of both arrays.
+void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
+               double* sums, double* squareSums);
+
+// cells[i] = d[i] + cells[i], i < count.
+void AddCells(const double* d, std::size_t count, double* cells);
 
 // The means of one side of a merge, with the sum of the weights that they stand for.
 struct SideMeans {

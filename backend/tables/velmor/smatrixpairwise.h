@@ -1,0 +1,67 @@
+#pragma once
+
+#include <velmor/matrixbase.h>
+#include <velmor/statistics.h>
+
+#include <memory>
+
+#pragma GCC visibility push(default)
+namespace velmor {
+
+// Statistics with pairwise deletion of missing values over a block of adjacent columns: of each
+// column over the cases in which it is present, of each pair of columns over the cases in which
+// both are. statistics.h says which values are present and what the weights do.
+//
+// The block's own totals (NRows, WeightSum, RegWeightSum) count every case, whatever it lacks.
+// Column arguments are columns of the batches, not places in the block. Memory: at most 128 bytes
+// a pair; once the largest batch has been seen, batches allocate nothing.
+class SMatrixPairwise : public MatrixBase {
+ public:
+  // The block is all columns of the batches.
+  explicit SMatrixPairwise(double missingCode);
+  // The block is columns [col0, col2) of the batches; col2 == 0 stands for all of them. The bounds
+  // are asserted with the first batch.
+  SMatrixPairwise(double missingCode, int col0, int col2);
+  ~SMatrixPairwise() override;
+
+  using MatrixBase::operator+=;
+
+  // Adds a batch, which is only read. O(rows * columns^2). Asserts that the block lies within the
+  // batch and that all batches agree on having regression weights. Throws std::bad_alloc, leaving
+  // the statistics as they were.
+  SMatrixPairwise& operator+=(DataBatch& data) override;
+
+  // Merges an SMatrixPairwise over other cases. O(columns^2). A block whose weights sum to zero
+  // changes nothing. Asserts the other's class and, unless this one is empty and takes them over,
+  // that both have the same bounds and missing code and agree on having regression weights. Throws
+  // std::bad_alloc, leaving the statistics as they were.
+  SMatrixPairwise& operator+=(MatrixBase& other) override;
+
+  unsigned int NRows() const override;
+  // Columns of the block; 0 while nothing was accumulated.
+  unsigned int NColumns() const;
+  // Sum of all cases' case weights, the number of cases without case weights.
+  double WeightSum() const;
+  // Sum of all cases' combined weights, WeightSum() without regression weights.
+  double RegWeightSum() const;
+  bool HasRegWeights() const;
+  double MissingCode() const;
+  // The block is columns [Col0(), Col2()). Col1() equals Col0().
+  int Col0() const;
+  int Col1() const;
+  int Col2() const;
+
+  // The record of a column. The block keeps it. Asserts the bounds and 0 < WeightSum().
+  VarStat& Var(int col) const;
+
+  // The record of two different columns, in either order: its first variable is the column with
+  // the higher number. The block keeps it. Asserts the bounds and 0 < WeightSum().
+  PairStat& Pair(int row, int col) const;
+
+ private:
+  struct [[gnu::visibility("hidden")]] Data;
+  std::unique_ptr<Data> _my;
+};
+
+}  // namespace velmor
+#pragma GCC visibility pop

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <limits>
+#include <memory>
+#include <vector>
+
+#pragma GCC visibility push(default)
+namespace velmor {
+
+// Statistics of one variable, or of a pair, over the cases in which it is present, as the pairwise
+// accumulators keep them. A host can use them directly: Init from columns, Update with a record
+// over other cases.
+//
+// A value is absent when it equals the work area's missing code, and only then: a NaN value is
+// present, and a NaN code marks nothing. A case's weight never makes it absent. u, the combined
+// weight of a case, is its case weight times its regression weight, the one that it has when it
+// has one, and 1 when it has neither. Init and Update compute in the default floating-point
+// environment and restore the caller's. Records are used by one thread at a time.
+
+// Scratch for Init: vectors that keep their capacity from call to call. What they hold between
+// calls means nothing. One area serves one Init at a time.
+struct WorkArea {
+  std::vector<double> _x0;
+  std::vector<double> _x1;
+  std::vector<double> _w;
+  std::vector<double> _rw;
+  double _missingCode = std::numeric_limits<double>::quiet_NaN();
+};
+
+// The statistics of one variable.
+struct VarStatData {
+  VarStatData();
+
+  // Replaces every field with the statistics of x[0] to x[n-1].
+  //   x       n values
+  //   w, rw   n case weights and n regression weights, null when there are none
+  //   wa      lends its vectors and its missing code
+  // O(n); allocates only while wa's vectors grow to n. Throws std::bad_alloc.
+  void Init(const double* x, const double* w, const double* rw, WorkArea& wa, int n);
+
+  // Merges the statistics of other cases; none of them changes nothing. O(1).
+  void Update(const VarStatData& other);
+
+  int _nRows = 0;             // cases in which the variable is present
+  double _weightSum = 0.;     // their case weights; their number without case weights
+  double _regWeightSum = 0.;  // their combined weights
+  double _mean = 0.;          // sum of u * x over _regWeightSum
+  double _css = 0.;           // sum of u * (x - mean)^2
+  double _min;                // maxvalue while no case counts
+  double _max;                // minvalue while no case counts
+};
+
+// The statistics of two variables over the cases in which both are present.
+struct PairStatData {
+  // As VarStatData's, of the complete pairs (x0[i], x1[i]).
+  void Init(const double* x0, const double* x1, const double* w, const double* rw, WorkArea& wa,
+            int n);
+  void Update(const PairStatData& other);
+
+  int _nRows = 0;
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  double _mean0 = 0.;
+  double _mean1 = 0.;
+  double _css0 = 0.;  // sum of u * (x0 - mean0)^2
+  double _css1 = 0.;
+  double _cscp = 0.;  // sum of u * (x0 - mean0) * (x1 - mean1)
+};
+
+// A handle that owns a variable's record. Not copied or assigned; Copy makes another.
+class VarStat {
+ public:
+  VarStat();
+  // Takes ownership of `data`.
+  explicit VarStat(VarStatData* data);
+  ~VarStat();
+  VarStat(const VarStat&) = delete;
+  VarStat& operator=(const VarStat&) = delete;
+
+  int NRows() const { return _data->_nRows; }
+  double WeightSum() const { return _data->_weightSum; }
+  double RegWeightSum() const { return _data->_regWeightSum; }
+  double Mean() const { return _data->_mean; }
+  double CSS() const { return _data->_css; }
+  double Min() const { return _data->_min; }
+  double Max() const { return _data->_max; }
+
+  // The record's Init and Update.
+  void Init(const double* x, const double* w, const double* rw, WorkArea& wa, int n);
+  void Update(VarStat& other);
+
+  // The record, still owned by this handle.
+  VarStatData* Data() { return _data.get(); }
+
+  // A new handle with a record of its own, equal to this one. The caller owns it.
+  VarStat* Copy() const;
+
+ private:
+  std::unique_ptr<VarStatData> _data;
+};
+
+// A handle that owns a pair's record, like VarStat.
+class PairStat {
+ public:
+  PairStat();
+  // Takes ownership of `data`.
+  explicit PairStat(PairStatData* data);
+  ~PairStat();
+  PairStat(const PairStat&) = delete;
+  PairStat& operator=(const PairStat&) = delete;
+
+  int NRows() const { return _data->_nRows; }
+  double WeightSum() const { return _data->_weightSum; }
+  double RegWeightSum() const { return _data->_regWeightSum; }
+  double Mean0() const { return _data->_mean0; }
+  double Mean1() const { return _data->_mean1; }
+  double CSS0() const { return _data->_css0; }
+  double CSS1() const { return _data->_css1; }
+  double CSCP() const { return _data->_cscp; }
+
+  void Init(const double* x0, const double* x1, const double* w, const double* rw, WorkArea& wa,
+            int n);
+  void Update(PairStat& other);
+  PairStatData* Data() { return _data.get(); }
+  PairStat* Copy() const;
+
+ private:
+  std::unique_ptr<PairStatData> _data;
+};
+
+}  // namespace velmor
+#pragma GCC visibility pop

@@ -1,0 +1,133 @@
+// DiscriminantMatrix.cpp: sums by group and total products; start at Data::Init(DataBatch&).
+#include <velmor/DiscriminantMatrix.h>
+
+#include "block.h"
+#include "ordered/chains.h"
+#include "packed.h"
+#include "protocol.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+class DiscriminantMatrix::Data {
+ public:
+  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {}
+  Data Fresh() const { return {_nGroup, _nVar}; }
+  bool IsEmpty() const { return !_TSSP; }
+  void Init(DataBatch& batch);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(const Data& d);
+
+  std::size_t Groups() const { return static_cast<std::size_t>(_nGroup); }
+  std::size_t GroupCells() const { return Groups() * static_cast<std::size_t>(_nVar); }
+  std::size_t ProductCells() const { return static_cast<std::size_t>(MatrixRowCount(_nVar)); }
+
+  std::vector<double> _sumW;
+  OwnedArray<double> _sumX1;  // group g of variable v at v * _nGroup + g; null while empty
+  OwnedArray<double> _sumX2;  // likewise
+  OwnedArray<double> _TSSP;   // variables r > c at MatrixRowCount(r) + c; null while empty
+  int _nGroup;
+  int _nVar;
+  double _weightSum = 0.;
+  unsigned int _nRows = 0;
+};
+
+void DiscriminantMatrix::Data::Init(DataBatch& batch) {
+  VELMOR_ASSERT((!_sumX1)&&(!_sumX2)&&(!_TSSP));
+  const int nCols = static_cast<int>(batch.NColumns());
+  VELMOR_ASSERT(nCols == _nVar);
+  VELMOR_ASSERT(batch.Groups() != nullptr);
+  VELMOR_ASSERT(batch.MaxGroupSeen() < Groups());
+  _sumW.assign(Groups(), 0.);
+  _sumX1 = OwnedArray<double>(GroupCells());
+  _sumX2 = OwnedArray<double>(GroupCells());
+  _TSSP = OwnedArray<double>(ProductCells());
+  std::fill_n(static_cast<double*>(_sumX1), GroupCells(), 0.);
+  std::fill_n(static_cast<double*>(_sumX2), GroupCells(), 0.);
+  _nRows = batch.NRows();
+  const ordered::Cases cases{batch.NRows(), batch.Weights()};
+  const ordered::Columns columns = Block(batch, 0, nCols);
+  ordered::WeightByGroup(batch.Groups(), cases.weights, _sumW, _weightSum, cases.rows);
+  ordered::GroupSums(columns, cases, batch.Groups(), Groups(), _sumX1, _sumX2);
+  const std::size_t tsspIndex = ordered::PairProducts(columns, cases, _TSSP);
+  const std::size_t nCellsTSSP = ProductCells();
+  VELMOR_ASSERT(tsspIndex == nCellsTSSP);
+}
+
+void DiscriminantMatrix::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_nVar == d._nVar && _nGroup == d._nGroup);
+  if (d._weightSum == 0.) {
+    return;
+  }
+  ordered::AddCells(d._sumW.data(), Groups(), _sumW.data());
+  ordered::AddCells(d._sumX1, GroupCells(), _sumX1);
+  ordered::AddCells(d._sumX2, GroupCells(), _sumX2);
+  ordered::AddCells(d._TSSP, ProductCells(), _TSSP);
+  _weightSum = d._weightSum + _weightSum;
+  _nRows += d._nRows;
+}
+
+DiscriminantMatrix::DiscriminantMatrix() : DiscriminantMatrix(0, 0) {}
+DiscriminantMatrix::DiscriminantMatrix(int nGroup, int nVar)
+    : _my(std::make_unique<Data>(nGroup, nVar)) {}
+DiscriminantMatrix::~DiscriminantMatrix() = default;
+
+DiscriminantMatrix& DiscriminantMatrix::operator+=(DataBatch& data) {
+  AddBatch(*_my, data);
+  return *this;
+}
+
+DiscriminantMatrix& DiscriminantMatrix::operator+=(MatrixBase& other) {
+  if (other.NRows() != 0) {
+    const auto* const same = dynamic_cast<DiscriminantMatrix*>(&other);
+    VELMOR_ASSERT(same != nullptr);
+    if (_my->_TSSP) {
+      VELMOR_ASSERT(_my->_sumX1 && _my->_sumX2);
+    } else {
+      VELMOR_ASSERT(!(_my->_sumX1)&&!(_my->_sumX2));
+    }
+    MergeRecord(*_my, *same->_my);
+  }
+  return *this;
+}
+
+unsigned int DiscriminantMatrix::NRows() const { return _my->_nRows; }
+double DiscriminantMatrix::WeightSum() const { return _my->_weightSum; }
+int DiscriminantMatrix::NVar() const { return _my->_nVar; }
+int DiscriminantMatrix::NGroup() const { return _my->_nGroup; }
+
+double DiscriminantMatrix::sumW(int c) const {
+  VELMOR_ASSERT(c < NGroup() && c >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_sumW[static_cast<std::size_t>(c)];
+}
+
+double DiscriminantMatrix::sumX1(int group, int var) const {
+  VELMOR_ASSERT(group < NGroup() && group >= 0);
+  VELMOR_ASSERT(var < NVar() && var >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_sumX1[NGroup() * var + group];
+}
+
+double DiscriminantMatrix::sumX2(int group, int var) const {
+  VELMOR_ASSERT(group < NGroup() && group >= 0);
+  VELMOR_ASSERT(var < NVar() && var >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_sumX2[NGroup() * var + group];
+}
+
+double DiscriminantMatrix::TSSP(int row, int col) const {
+  VELMOR_ASSERT(row < NVar() && row >= 0);
+  VELMOR_ASSERT(col < NVar() && col >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  VELMOR_ASSERT(row != col);
+  if (row < col) {
+    std::swap(row, col);
+  }
+  return _my->_TSSP[MatrixRowCount(row) + col];
+}
+
+}  // namespace velmor

@@ -1,0 +1,125 @@
+// DscIndividualMatrix.cpp: a triangle of products for each group; start at
+// Data::Init(DataBatchByGroup&).
+#include <velmor/DscIndividualMatrix.h>
+
+#include "ordered/chains.h"
+#include "ordered/columns.h"
+#include "packed.h"
+#include "protocol.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+class DiscIndividualMatrix::Data {
+ public:
+  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {}
+  Data Fresh() const { return {_nGroup, _nVar}; }
+  bool IsEmpty() const { return !_TSSP; }
+  void Init(DataBatchByGroup& batch);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(const Data& d);
+
+  // Items of a group: a triangle of products, a sum for each variable, the weight.
+  int ProductItems() const { return MatrixRowCount(_nVar + 1); }
+  int Items() const { return ProductItems() + _nVar + 1; }
+  std::size_t Cells() const {
+    return static_cast<std::size_t>(Items()) * static_cast<std::size_t>(_nGroup);
+  }
+
+  OwnedArray<double> _TSSP;  // item q of group g at q * _nGroup + g; null while empty
+  int _nGroup;
+  int _nVar;
+  double _weightSum = 0.;
+  unsigned int _nRows = 0;
+};
+
+void DiscIndividualMatrix::Data::Init(DataBatchByGroup& batch) {
+  VELMOR_ASSERT(!_TSSP);
+  const int nCols = static_cast<int>(batch.NColumns());
+  VELMOR_ASSERT(nCols == _nVar);
+  VELMOR_ASSERT(batch.IsSorted());
+  VELMOR_ASSERT(batch.NGroups() <= static_cast<unsigned int>(_nGroup));
+  const int nCellsCrossProduct = ProductItems();
+  std::vector<double> items(static_cast<std::size_t>(Items()));  // of one group
+  _TSSP = OwnedArray<double>(Cells());
+  std::fill_n(static_cast<double*>(_TSSP), Cells(), 0.);
+  _nRows = batch.NRows();
+  _weightSum = ordered::WeightedSum(batch.Weights(), batch.NRows());
+  std::size_t offset = 0;
+  for (unsigned int group = 0; group < batch.NGroups(); ++group) {
+    const ordered::Cases cases{batch.groupCount(group),
+                               batch.HasWeights() ? batch.Weights() + offset : nullptr};
+    const ordered::Columns columns{batch.Column(0) + offset, batch.MaxRows(),
+                                   batch.NColumns()};
+    const double* const lastRow = ordered::SymmetricProducts(columns, cases, items.data());
+    const auto tsspIndex = lastRow + nCols - items.data();
+    VELMOR_ASSERT(tsspIndex == nCellsCrossProduct);
+    ordered::WeightedSums(columns, cases, items.data() + nCellsCrossProduct);
+    items.back() = ordered::WeightedSum(cases.weights, cases.rows);
+    double* cell = _TSSP + group;
+    for (const double item : items) {
+      *cell = item;
+      cell += _nGroup;
+    }
+    offset += cases.rows;
+  }
+}
+
+void DiscIndividualMatrix::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_nVar == d._nVar && _nGroup == d._nGroup);
+  if (d._weightSum == 0.) {
+    return;
+  }
+  ordered::AddCells(d._TSSP, Cells(), _TSSP);
+  _weightSum = d._weightSum + _weightSum;
+  _nRows += d._nRows;
+}
+
+DiscIndividualMatrix::DiscIndividualMatrix() : DiscIndividualMatrix(0, 0) {}
+DiscIndividualMatrix::DiscIndividualMatrix(int nGroup, int nVar)
+    : _my(std::make_unique<Data>(nGroup, nVar)) {}
+DiscIndividualMatrix::~DiscIndividualMatrix() = default;
+
+DiscIndividualMatrix& DiscIndividualMatrix::operator+=(DataBatchByGroup& data) {
+  AddBatch(*_my, data);
+  return *this;
+}
+
+DiscIndividualMatrix& DiscIndividualMatrix::operator+=(MatrixBase& other) {
+  if (other.NRows() != 0) {
+    const auto* const same = dynamic_cast<DiscIndividualMatrix*>(&other);
+    VELMOR_ASSERT(same != nullptr);
+    MergeRecord(*_my, *same->_my);
+  }
+  return *this;
+}
+
+unsigned int DiscIndividualMatrix::NRows() const { return _my->_nRows; }
+double DiscIndividualMatrix::WeightSum() const { return _my->_weightSum; }
+int DiscIndividualMatrix::NVar() const { return _my->_nVar; }
+int DiscIndividualMatrix::NGroup() const { return _my->_nGroup; }
+
+double DiscIndividualMatrix::TSSP(int tsspIndex, int groupVal) const {
+  const int countMatrix = _my->Items();
+  VELMOR_ASSERT(0 <= tsspIndex && tsspIndex < countMatrix);
+  VELMOR_ASSERT(groupVal < NGroup() && groupVal >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  return _my->_TSSP[tsspIndex * NGroup() + groupVal];
+}
+
+double DiscIndividualMatrix::TSSP(int row, int col, int groupVal) const {
+  VELMOR_ASSERT(row <= NVar() && row >= 0);
+  VELMOR_ASSERT(col <= NVar() && col >= 0);
+  VELMOR_ASSERT(groupVal < NGroup() && groupVal >= 0);
+  VELMOR_ASSERT(0. < WeightSum());
+  VELMOR_ASSERT(row != col);
+  if (row < col) {
+    std::swap(row, col);
+  }
+  return TSSP(MatrixRowCount(row) + col, groupVal);
+}
+
+}  // namespace velmor

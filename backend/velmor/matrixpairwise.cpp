@@ -1,0 +1,134 @@
+// matrixpairwise.cpp: the whole pairwise matrix; start at Data::Update(DataBatch&).
+#include <velmor/matrixpairwise.h>
+
+#include "pairwise.h"
+#include "protocol.h"
+
+namespace velmor {
+
+struct VarStatsData {
+  std::uint64_t _nRows = 0;
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  double _mean = 0.;
+  double _css = 0.;
+};
+
+struct PairStatsData {
+  std::uint64_t _nRows = 0;
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  double _mean0 = 0.;
+  double _mean1 = 0.;
+  double _css0 = 0.;
+  double _css1 = 0.;
+  double _cscp = 0.;
+};
+
+struct MatrixPairwise::Data {
+  explicit Data(double missingCode) { _work._missingCode = missingCode; }
+  // Offset of row i of a strictly lower triangle, i(i-1)/2.
+  static unsigned int MatrixRow(unsigned int i) { return ((i - 1) * i) >> 1U; }
+  bool IsEmpty() const { return _varStats.empty(); }
+  void Init(DataBatch& batch);
+  void Init(const Data& d) { *this = Data(d); }
+  void Update(DataBatch& batch);
+  void Update(const Data& d);
+
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  std::uint64_t _nRows = 0;
+  std::vector<VarStatsData> _varStats;
+  std::vector<PairStatsData> _xp;  // columns i > j at MatrixRow(i) + j, i being the first variable
+  WorkArea _work;
+  bool _hasRegWeights = false;
+};
+
+void MatrixPairwise::Data::Init(DataBatch& batch) {
+  VELMOR_ASSERT(!_xp.size());
+  _xp.resize(MatrixRow(batch.NColumns()));
+  _varStats.resize(batch.NColumns());
+  _hasRegWeights = batch.HasRegWeights();
+  Update(batch);
+}
+
+void MatrixPairwise::Data::Update(DataBatch& data) {
+  const unsigned int nCols = data.NColumns();
+  VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
+  VELMOR_ASSERT(_varStats.size() == nCols);
+  AddTotals(*this, data);
+  AddVariables(*this, data, 0);
+  AddTriangleOfPairs(*this, data, 0, static_cast<int>(nCols));
+}
+
+void MatrixPairwise::Data::Update(const Data& d) {
+  VELMOR_ASSERT(_varStats.size() == d._varStats.size());
+  VELMOR_ASSERT(_hasRegWeights == d._hasRegWeights);
+  VELMOR_ASSERT(IsSameCode(_work._missingCode, d._work._missingCode));
+  if (d._weightSum == 0.) {
+    return;
+  }
+  const auto nCols = static_cast<unsigned int>(_varStats.size());
+  const std::size_t xpindex = MergeRecords(*this, d);
+  VELMOR_ASSERT(xpindex == MatrixRow(nCols));
+  MergeTotals(*this, d);
+}
+
+std::uint64_t VarStats::NRows() const { return _data->_nRows; }
+double VarStats::WeightSum() const { return _data->_weightSum; }
+double VarStats::RegWeightSum() const { return _data->_regWeightSum; }
+double VarStats::Mean() const { return _data->_mean; }
+double VarStats::CSS() const { return _data->_css; }
+
+std::uint64_t PairStats::NRows() const { return _data->_nRows; }
+double PairStats::WeightSum() const { return _data->_weightSum; }
+double PairStats::RegWeightSum() const { return _data->_regWeightSum; }
+double PairStats::Mean0() const { return _data->_mean0; }
+double PairStats::Mean1() const { return _data->_mean1; }
+double PairStats::CSS0() const { return _data->_css0; }
+double PairStats::CSS1() const { return _data->_css1; }
+double PairStats::CSCP() const { return _data->_cscp; }
+
+MatrixPairwise::MatrixPairwise(const double& missingCode)
+    : _my(std::make_unique<Data>(missingCode)) {}
+MatrixPairwise::~MatrixPairwise() = default;
+
+MatrixPairwise& MatrixPairwise::operator+=(DataBatch& batch) {
+  AddBatchInPlace(*_my, batch);
+  return *this;
+}
+
+MatrixPairwise& MatrixPairwise::operator+=(const MatrixPairwise& other) {
+  if (other.NRows() != 0) {
+    MergeRecord(*_my, *other._my);
+  }
+  return *this;
+}
+
+unsigned int MatrixPairwise::NColumns() const {
+  return static_cast<unsigned int>(_my->_varStats.size());
+}
+std::uint64_t MatrixPairwise::NRows() const { return _my->_nRows; }
+double MatrixPairwise::WeightSum() const { return _my->_weightSum; }
+double MatrixPairwise::RegWeightSum() const { return _my->_regWeightSum; }
+bool MatrixPairwise::HasRegWeights() const { return _my->_hasRegWeights; }
+double MatrixPairwise::MissingCode() const { return _my->_work._missingCode; }
+
+VarStats MatrixPairwise::Var(unsigned int col) const {
+  VELMOR_ASSERT(col < NColumns());
+  VELMOR_ASSERT(0. < WeightSum());
+  return VarStats(&_my->_varStats[col]);
+}
+
+PairStats MatrixPairwise::Pair(unsigned int row, unsigned int col) const {
+  VELMOR_ASSERT(row < NColumns());
+  VELMOR_ASSERT(col < NColumns());
+  VELMOR_ASSERT(row != col);
+  VELMOR_ASSERT(0. < WeightSum());
+  if (row < col) {
+    std::swap(row, col);
+  }
+  return PairStats(&_my->_xp[Data::MatrixRow(row) + col]);
+}
+
+}  // namespace velmor

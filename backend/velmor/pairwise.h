@@ -1,0 +1,134 @@
+#pragma once
+
+// What the pairwise accumulators share: the totals over all cases, which no missing value leaves
+// out, and the passes over a batch's columns and pairs and over two accumulators' records. Data
+// stands for an accumulator's record; its members have the same names in all of them.
+
+#include <velmor/databatch.h>
+#include <velmor/statistics.h>
+
+#include "ordered/chains.h"
+#include "presentcases.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace velmor {
+
+// The blocks keep their records behind handles, the whole matrix keeps them in place.
+template <class Stored>
+auto& RecordOf(Stored& stored) {
+  if constexpr (requires { stored->Data(); }) {
+    return *stored->Data();
+  } else {
+    return stored;
+  }
+}
+
+// Whether two codes mark the same values.
+inline bool IsSameCode(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+
+// Adds a batch's cases to the totals. Makes room in the work area first, so that a batch is
+// accumulated as a whole or, when memory has run out, not at all.
+template <class Data>
+void AddTotals(Data& my, DataBatch& batch) {
+  const std::size_t n = batch.NRows();
+  for (std::vector<double>* scratch : {&my._work._x0, &my._work._x1, &my._work._w, &my._work._rw}) {
+    scratch->reserve(n);
+  }
+  my._nRows += batch.NRows();
+  my._weightSum = ordered::WeightedSum(batch.Weights(), n) + my._weightSum;
+  if (!batch.HasRegWeights()) {
+    my._regWeightSum = my._weightSum;
+  } else if (batch.HasWeights()) {
+    my._regWeightSum =
+        ordered::ProductSum(batch.Weights(), batch.RegWeights(), n) + my._regWeightSum;
+  } else {
+    my._regWeightSum = ordered::Sum(batch.RegWeights(), n) + my._regWeightSum;
+  }
+}
+
+// Accumulates each column's present cases. The first record belongs to batch column `first`.
+template <class Data>
+void AddVariables(Data& my, DataBatch& batch, int first) {
+  auto column = static_cast<unsigned int>(first);
+  for (auto& stored : my._varStats) {
+    auto& record = RecordOf(stored);
+    std::decay_t<decltype(record)> ofBatch;
+    InitVariable(ofBatch, batch.Column(column++), batch.Weights(), batch.RegWeights(), my._work,
+                 batch.NRows());
+    UpdateVariable(record, ofBatch);
+  }
+}
+
+// Accumulates the cases in which both columns are present into the pair record at `index`.
+template <class Data>
+void AddPair(Data& my, DataBatch& batch, int column0, int column1, int index) {
+  auto& record = RecordOf(my._xp[static_cast<std::size_t>(index)]);
+  std::decay_t<decltype(record)> ofBatch;
+  InitPair(ofBatch, batch.Column(static_cast<unsigned int>(column0)),
+           batch.Column(static_cast<unsigned int>(column1)), batch.Weights(), batch.RegWeights(),
+           my._work, batch.NRows());
+  UpdatePair(record, ofBatch);
+}
+
+// Accumulates every pair of columns in [from, to), in the order of a strictly lower triangle; the
+// higher column is a pair's first variable.
+template <class Data>
+void AddTriangleOfPairs(Data& my, DataBatch& batch, int from, int to) {
+  int index = 0;
+  for (int i = from; i < to; ++i) {
+    for (int j = from; j < i; ++j) {
+      AddPair(my, batch, i, j, index++);
+    }
+  }
+}
+
+// Merges d's records into my own. Returns the number of pairs.
+template <class Data>
+std::size_t MergeRecords(Data& my, const Data& d) {
+  for (std::size_t i = 0; i < my._varStats.size(); ++i) {
+    UpdateVariable(RecordOf(my._varStats[i]), RecordOf(d._varStats[i]));
+  }
+  std::size_t pair = 0;
+  for (; pair < my._xp.size(); ++pair) {
+    UpdatePair(RecordOf(my._xp[pair]), RecordOf(d._xp[pair]));
+  }
+  return pair;
+}
+
+// What a block keeps. The blocks' records add the walk over their pairs.
+struct PairwiseBlock {
+  PairwiseBlock(double missingCode, int col0, int col1, int col2)
+      : _col0(col0), _col1(col1), _col2(col2) {
+    _work._missingCode = missingCode;
+  }
+  // Deep copies.
+  PairwiseBlock(const PairwiseBlock& d);
+  PairwiseBlock& operator=(const PairwiseBlock& d) { return *this = PairwiseBlock(d); }
+  PairwiseBlock(PairwiseBlock&&) noexcept = default;
+  PairwiseBlock& operator=(PairwiseBlock&&) noexcept = default;
+  ~PairwiseBlock() = default;
+
+  // Makes the block's records, all of them fresh, or throws and leaves it empty.
+  void MakeRecords(int columns, int pairs);
+
+  bool IsEmpty() const { return _varStats.empty(); }
+
+  double _weightSum = 0.;
+  double _regWeightSum = 0.;
+  unsigned int _nRows = 0;
+  std::vector<std::unique_ptr<VarStat>> _varStats;  // entry k belongs to column _col0 + k
+  std::vector<std::unique_ptr<PairStat>> _xp;
+  WorkArea _work;
+  bool _hasRegWeights = false;
+  int _col0;
+  int _col1;
+  int _col2;
+};
+
+}  // namespace velmor

@@ -1,0 +1,283 @@
+// The discriminant accumulators: where each sum lies, merges, and what they refuse.
+#include <velmor/velmor.h>
+
+#include "support.h"
+
+#include <random>
+
+namespace velmor::test {
+namespace {
+
+using testing::ElementsAre;
+
+// A sorted batch of grouped cases.
+std::unique_ptr<DataBatchByGroup> GroupedBatch(const Cases& cases, unsigned int columns,
+                                               unsigned int nGroups, bool sorted = true) {
+  double weight = 0.;
+  unsigned int group = 0;
+  auto batch = std::make_unique<DataBatchByGroup>(
+      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
+      cases.weights.empty() ? nullptr : &weight, nullptr, &group, nGroups);
+  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+    weight = cases.weights.empty() ? 0. : cases.weights[i];
+    group = cases.groups[i];
+    std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
+    batch->AddRow();
+  }
+  if (sorted) {
+    batch->SortByGroup();
+  }
+  return batch;
+}
+
+TEST(DiscriminantMatrix, HandWorkedCase) {
+  const Cases cases{{{1.}, {3.}, {5.}}, {}, {}, {0, 0, 1}};
+  DiscriminantMatrix a(2, 1);
+  a += *Batch(cases);
+  EXPECT_EQ(a.sumW(0), 2.);
+  EXPECT_EQ(a.sumW(1), 1.);
+  EXPECT_EQ(a.sumX1(0, 0), 4.);
+  EXPECT_EQ(a.sumX1(1, 0), 5.);
+  EXPECT_EQ(a.sumX2(0, 0), 10.);
+  EXPECT_EQ(a.sumX2(1, 0), 25.);
+  EXPECT_EQ(a.WeightSum(), 3.);
+  EXPECT_EQ(a.NRows(), 3U);
+}
+
+TEST(DiscIndividualMatrix, HandWorkedCase) {
+  const Cases cases{{{1.}, {4.}, {2.}}, {}, {}, {0, 1, 0}};
+  DiscIndividualMatrix a(3, 1);
+  a += *GroupedBatch(cases, 1, 2);
+  // Items: sum of squares, sum, count. Group 2 had no case.
+  const double expected[3][3] = {{5., 16., 0.}, {3., 4., 0.}, {2., 1., 0.}};
+  for (int item = 0; item < 3; ++item) {
+    for (int group = 0; group < 3; ++group) {
+      EXPECT_EQ(a.TSSP(item, group), expected[item][group]);
+    }
+  }
+  EXPECT_EQ(a.TSSP(1, 0, 0), 5.);
+  EXPECT_EQ(a.TSSP(0, 1, 1), 16.);
+  EXPECT_EQ(a.WeightSum(), 3.);
+}
+
+// Sums of integers are exact, so whatever way the cases are cut up, the two accumulators hold the
+// very sums that a loop over all cases gives.
+TEST(Discriminant, AnySplitHoldsThePlainSums) {
+  std::mt19937 random(20260214);
+  constexpr unsigned int kColumns = 4;
+  constexpr unsigned int kGroups = 3;
+  for (int trial = 0; trial < 30; ++trial) {
+    SCOPED_TRACE(trial);
+    const bool weighted = trial % 2 == 0;
+    Cases cases;
+    const std::size_t rows = 1 + random() % 60;
+    for (std::size_t i = 0; i < rows; ++i) {
+      cases.rows.emplace_back();
+      for (unsigned int c = 0; c < kColumns; ++c) {
+        cases.rows.back().push_back(static_cast<double>(random() % 41) - 20.);
+      }
+      if (weighted) {
+        cases.weights.push_back(1. + static_cast<double>(random() % 4));
+      }
+      cases.groups.push_back(static_cast<unsigned int>(random() % kGroups));
+    }
+    DiscriminantMatrix total;
+    DiscIndividualMatrix individual;
+    for (std::size_t from = 0; from < rows;) {
+      DiscriminantMatrix totalPart(kGroups, kColumns);
+      DiscIndividualMatrix individualPart(kGroups, kColumns);
+      for (auto batches = 1 + random() % 3; batches > 0 && from < rows; --batches) {
+        const std::size_t to = std::min(rows, from + random() % 20);
+        const Cases slice = cases.Slice(from, to);
+        totalPart += *Batch(slice, kColumns);
+        individualPart += *GroupedBatch(slice, kColumns, kGroups);
+        from = to;
+      }
+      total += totalPart;
+      individual += individualPart;
+    }
+
+    const auto sum = [&](auto term, int group) {
+      double all = 0.;
+      for (std::size_t i = 0; i < rows; ++i) {
+        if (group < 0 || cases.groups[i] == static_cast<unsigned int>(group)) {
+          all += (weighted ? cases.weights[i] : 1.) * term(cases.rows[i]);
+        }
+      }
+      return all;
+    };
+    const auto one = [](const auto& /*row*/) { return 1.; };
+    EXPECT_EQ(total.WeightSum(), sum(one, -1));
+    EXPECT_EQ(individual.WeightSum(), sum(one, -1));
+    EXPECT_EQ(total.NRows(), rows);
+    EXPECT_EQ(individual.NRows(), rows);
+    constexpr int kProducts = 10;  // kColumns * (kColumns + 1) / 2
+    for (int g = 0; g < static_cast<int>(kGroups); ++g) {
+      EXPECT_EQ(total.sumW(g), sum(one, g));
+      EXPECT_EQ(individual.TSSP(kProducts + 4, g), sum(one, g));
+      int product = 0;
+      for (std::size_t i = 0; i < kColumns; ++i) {
+        const auto x = [i](const auto& row) { return row[i]; };
+        EXPECT_EQ(total.sumX1(g, static_cast<int>(i)), sum(x, g));
+        EXPECT_EQ(individual.TSSP(kProducts + static_cast<int>(i), g), sum(x, g));
+        for (std::size_t j = 0; j <= i; ++j) {
+          const auto xy = [i, j](const auto& row) { return row[i] * row[j]; };
+          const int row = static_cast<int>(i);
+          const int col = static_cast<int>(j);
+          EXPECT_EQ(individual.TSSP(product, g), sum(xy, g));
+          EXPECT_EQ(individual.TSSP(row + 1, col, g), sum(xy, g));
+          ++product;
+          if (i == j) {
+            EXPECT_EQ(total.sumX2(g, row), sum(xy, g));
+          } else {
+            EXPECT_EQ(total.TSSP(row, col), sum(xy, -1));
+            EXPECT_EQ(total.TSSP(col, row), sum(xy, -1));
+          }
+        }
+      }
+    }
+  }
+}
+
+// The order of the operations, where it shows: a weighted square is (x * w) * x, a weighted product
+// (w * x) * y, and sums ascend.
+TEST(Discriminant, OperationsKeepTheirOrder) {
+  const Cases cases{{{1e200, 1e200}, {1e16, 1.}, {1., 1.}, {-1e16, 1.}},
+                    {1e-200, 1., 1., 1.},
+                    {},
+                    {0, 1, 1, 1}};
+  DiscriminantMatrix total(2, 2);
+  total += *Batch(cases);
+  const double weighted = 1e200 * 1e-200;
+  EXPECT_EQ(total.sumX2(0, 0), weighted * 1e200);
+  EXPECT_EQ(total.sumX1(1, 0), 0.);
+  EXPECT_EQ(total.TSSP(1, 0), (1e-200 * 1e200) * 1e200);
+  DiscIndividualMatrix individual(2, 2);
+  individual += *GroupedBatch(cases, 2, 2);
+  EXPECT_EQ(individual.TSSP(1, 0), (1e-200 * 1e200) * 1e200);
+  EXPECT_EQ(individual.TSSP(1, 1), 0.);
+  EXPECT_EQ(individual.TSSP(3, 1), 0.);
+}
+
+TEST(Discriminant, ZeroWeightContributesNothingUnlessItIsFirst) {
+  const Cases cases{{{1.}, {3.}}, {1., 2.}, {}, {0, 1}};
+  Cases zero = cases;
+  zero.weights = {1., -1.};
+  const auto tryOn = [&](auto make, auto add) {
+    auto first = make();
+    add(first, zero);
+    EXPECT_EQ(first.WeightSum(), 0.);
+    EXPECT_EQ(first.NRows(), 2U);
+    auto later = make();
+    add(later, cases);
+    add(later, zero);
+    later += first;
+    auto empty = make();
+    later += empty;
+    EXPECT_EQ(later.NRows(), 2U);
+    EXPECT_EQ(later.WeightSum(), 3.);
+    add(first, cases);
+    EXPECT_EQ(first.NRows(), 4U);
+  };
+  tryOn([] { return DiscriminantMatrix(2, 1); },
+        [](DiscriminantMatrix& a, const Cases& c) { a += *Batch(c); });
+  tryOn([] { return DiscIndividualMatrix(2, 1); },
+        [](DiscIndividualMatrix& a, const Cases& c) { a += *GroupedBatch(c, 1, 2); });
+}
+
+TEST(Discriminant, AFirstMergeCopiesForGood) {
+  const Cases cases{{{1.}, {3.}}, {}, {}, {0, 1}};
+  DiscriminantMatrix total;
+  DiscIndividualMatrix individual;
+  {
+    DiscriminantMatrix t(2, 1);
+    DiscIndividualMatrix i(2, 1);
+    t += *Batch(cases);
+    i += *GroupedBatch(cases, 1, 2);
+    total += t;
+    individual += i;
+    t += *Batch(cases);
+    i += *GroupedBatch(cases, 1, 2);
+  }
+  EXPECT_EQ(total.NGroup(), 2);
+  EXPECT_EQ(total.NVar(), 1);
+  EXPECT_EQ(total.sumX2(1, 0), 9.);
+  EXPECT_EQ(individual.NGroup(), 2);
+  EXPECT_EQ(individual.TSSP(0, 1), 9.);
+  EXPECT_EQ(individual.NRows(), 2U);
+}
+
+TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
+  const Cases cases{{{1., 2.}, {3., 5.}}, {}, {}, {0, 1}};
+  Cases ungrouped = cases;
+  ungrouped.groups.clear();
+  Cases zero = cases;
+  zero.weights = {0., 0.};
+  DiscriminantMatrix t(2, 2);
+  t += *Batch(cases);
+  DiscriminantMatrix zeroT(2, 2);
+  zeroT += *Batch(zero);
+  DiscriminantMatrix otherT(3, 2);
+  otherT += *Batch(cases);
+  DiscIndividualMatrix i(2, 2);
+  i += *GroupedBatch(cases, 2, 2);
+  DiscIndividualMatrix zeroI(2, 2);
+  zeroI += *GroupedBatch(zero, 2, 2);
+  DiscIndividualMatrix otherI(3, 2);
+  otherI += *GroupedBatch(cases, 2, 2);
+
+  const std::string tFile = "velmor/DiscriminantMatrix.cpp";
+  const std::string iFile = "velmor/DscIndividualMatrix.cpp";
+  const std::string group = "group < NGroup() && group >= 0";
+  const std::string groupVal = "groupVal < NGroup() && groupVal >= 0";
+  const std::string var = "var < NVar() && var >= 0";
+  const std::string weighs = "0. < WeightSum()";
+  const std::string sameShape = "_nVar == d._nVar && _nGroup == d._nGroup";
+  const Violation violations[] = {
+      {"group's weight", [&] { t.sumW(2); }, tFile, "sumW", "c < NGroup() && c >= 0"},
+      {"weight of nothing", [&] { zeroT.sumW(0); }, tFile, "sumW", weighs},
+      {"sum's group", [&] { t.sumX1(2, 0); }, tFile, "sumX1", group},
+      {"sum's variable", [&] { t.sumX1(0, -1); }, tFile, "sumX1", var},
+      {"sum of nothing", [&] { zeroT.sumX1(0, 0); }, tFile, "sumX1", weighs},
+      {"square's group", [&] { t.sumX2(-1, 0); }, tFile, "sumX2", group},
+      {"square's variable", [&] { t.sumX2(0, 2); }, tFile, "sumX2", var},
+      {"square of nothing", [&] { zeroT.sumX2(0, 0); }, tFile, "sumX2", weighs},
+      {"row", [&] { t.TSSP(2, 0); }, tFile, "TSSP", "row < NVar() && row >= 0"},
+      {"column", [&] { t.TSSP(0, 2); }, tFile, "TSSP", "col < NVar() && col >= 0"},
+      {"product of nothing", [&] { zeroT.TSSP(1, 0); }, tFile, "TSSP", weighs},
+      {"a variable with itself", [&] { t.TSSP(1, 1); }, tFile, "TSSP", "row != col"},
+      {"columns", [&] { DiscriminantMatrix(2, 3) += *Batch(cases); }, tFile, "Init",
+       "nCols == _nVar"},
+      {"no groups", [&] { t += *Batch(ungrouped); }, tFile, "Init", "batch.Groups() != nullptr"},
+      {"group too large", [&] { DiscriminantMatrix(1, 2) += *Batch(cases); }, tFile, "Init",
+       "batch.MaxGroupSeen() < Groups()"},
+      {"other shape", [&] { t += otherT; }, tFile, "Update", sameShape},
+      {"other class", [&] { t += i; }, tFile, "operator+=", "same != nullptr"},
+
+      {"item", [&] { i.TSSP(6, 0); }, iFile, "TSSP",
+       "0 <= tsspIndex && tsspIndex < countMatrix"},
+      {"item's group", [&] { i.TSSP(0, 2); }, iFile, "TSSP", groupVal},
+      {"item of nothing", [&] { zeroI.TSSP(0, 0); }, iFile, "TSSP", weighs},
+      {"row", [&] { i.TSSP(3, 0, 0); }, iFile, "TSSP", "row <= NVar() && row >= 0"},
+      {"column", [&] { i.TSSP(0, 3, 0); }, iFile, "TSSP", "col <= NVar() && col >= 0"},
+      {"product's group", [&] { i.TSSP(1, 0, 2); }, iFile, "TSSP", groupVal},
+      {"product of nothing", [&] { zeroI.TSSP(1, 0, 0); }, iFile, "TSSP", weighs},
+      {"equal indices", [&] { i.TSSP(1, 1, 0); }, iFile, "TSSP", "row != col"},
+      {"plain batch", [&] { i += *Batch(cases); }, "tables/velmor/DscIndividualMatrix.h",
+       "operator+=", "false"},
+      {"columns", [&] { DiscIndividualMatrix(2, 3) += *GroupedBatch(cases, 2, 2); }, iFile, "Init",
+       "nCols == _nVar"},
+      {"unsorted", [&] { i += *GroupedBatch(cases, 2, 2, false); }, iFile, "Init",
+       "batch.IsSorted()"},
+      {"too many groups", [&] { i += *GroupedBatch(cases, 2, 3); }, iFile, "Init",
+       "batch.NGroups() <= static_cast<unsigned int>(_nGroup)"},
+      {"other shape", [&] { i += otherI; }, iFile, "Update", sameShape},
+      {"other class", [&] { i += t; }, iFile, "operator+=", "same != nullptr"},
+  };
+  for (const Violation& v : violations) {
+    ExpectAbort(v);
+  }
+}
+
+}  // namespace
+}  // namespace velmor::test

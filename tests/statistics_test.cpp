@@ -1,0 +1,182 @@
+// The records and handles as a host uses them directly.
+#include <velmor/statistics.h>
+
+#include <velmor/kernels.h>
+
+#include "support.h"
+
+#include <cfenv>
+
+namespace velmor::test {
+namespace {
+
+using testing::ElementsAre;
+using Doubles = std::vector<double>;
+
+Doubles Fields(const VarStat& v) {
+  return {static_cast<double>(v.NRows()), v.WeightSum(), v.RegWeightSum(), v.Mean(), v.CSS(),
+          v.Min(), v.Max()};
+}
+Doubles Fields(const PairStat& p) {
+  return {static_cast<double>(p.NRows()), p.WeightSum(), p.RegWeightSum(), p.Mean0(), p.Mean1(),
+          p.CSS0(), p.CSS1(), p.CSCP()};
+}
+
+const double* Data(const Doubles& values) { return values.empty() ? nullptr : values.data(); }
+
+WorkArea Area(double missingCode) {
+  WorkArea area;
+  area._missingCode = missingCode;
+  return area;
+}
+
+TEST(VarStat, Init) {
+  const struct {
+    const char* name;
+    Doubles x, w, rw, fields;
+  } cases[] = {
+      {"no weights", {1., -9., 3.}, {}, {}, {2., 2., 2., 2., 2., 1., 3.}},
+      {"case weights, of the kept cases", {1., -9., 4.}, {2., 7., 1.}, {},
+       {2., 3., 3., 2., 6., 1., 4.}},
+      {"regression weights", {1., -9., 4.}, {}, {2., 7., 1.}, {2., 2., 3., 2., 6., 1., 4.}},
+      {"both", {1., -9., 4.}, {4., 7., 1.}, {.5, 7., 1.}, {2., 5., 3., 2., 6., 1., 4.}},
+      {"zero and negative weights count", {1., 2., 3.}, {1., 0., -3.}, {},
+       {3., -2., -2., 4., 6., 1., 3.}},
+      {"equal values", {.1, -9., .1}, {0., 1., 0.}, {}, {2., 0., 0., .1, 0., .1, .1}},
+      {"none present", {-9., -9.}, {1., 2.}, {3., 4.},
+       {0., 0., 0., 0., 0., maxvalue, minvalue}},
+      {"NaN counts", {kNaN, 1.}, {}, {}, {2., 2., 2., kNaN, kNaN, kNaN, kNaN}},
+  };
+  WorkArea area = Area(-9.);
+  VarStat used;  // Init forgets what it held
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    used.Init(c.x.data(), Data(c.w), Data(c.rw), area, static_cast<int>(c.x.size()));
+    EXPECT_EQ(Bits(Fields(used)), Bits(c.fields));
+  }
+}
+
+TEST(PairStat, InitCountsCompletePairs) {
+  const Doubles x{1., -9., 3.};
+  const Doubles y{4., 5., -9.};
+  WorkArea area = Area(-9.);
+  PairStat pair;
+  pair.Init(x.data(), y.data(), nullptr, nullptr, area, 3);
+  EXPECT_THAT(Fields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
+  pair.Init(x.data(), y.data(), nullptr, x.data(), area, 2);
+  EXPECT_THAT(Fields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
+}
+
+TEST(VarStat, UpdateIsTheStatisticsOfAll) {
+  const Doubles x{1., 3., 5.};
+  WorkArea area = Area(-9.);
+  VarStat first;
+  VarStat second;
+  first.Init(x.data(), nullptr, nullptr, area, 2);
+  second.Init(x.data() + 2, nullptr, nullptr, area, 1);
+  const std::unique_ptr<VarStat> copy(first.Copy());
+  first.Update(second);
+  EXPECT_THAT(Fields(first), ElementsAre(3., 3., 3., 3., 8., 1., 5.));
+  EXPECT_THAT(Fields(*copy), ElementsAre(2., 2., 2., 2., 2., 1., 3.));
+  // A record of no case has extremes beyond all values; they stay out.
+  VarStat none;
+  first.Update(none);
+  EXPECT_THAT(Fields(first), ElementsAre(3., 3., 3., 3., 8., 1., 5.));
+}
+
+TEST(PairStat, UpdateIsTheStatisticsOfAll) {
+  const Doubles x{1., 3., 5.};
+  const Doubles y{2., 6., 4.};
+  WorkArea area = Area(-9.);
+  PairStat first;
+  PairStat second;
+  first.Init(x.data(), y.data(), nullptr, nullptr, area, 2);
+  EXPECT_THAT(Fields(first), ElementsAre(2., 2., 2., 2., 4., 2., 8., 4.));
+  second.Init(x.data() + 2, y.data() + 2, nullptr, nullptr, area, 1);
+  const std::unique_ptr<PairStat> copy(first.Copy());
+  first.Update(second);
+  EXPECT_THAT(Fields(first), ElementsAre(3., 3., 3., 3., 4., 8., 8., 4.));
+  EXPECT_EQ(copy->CSS1(), 8.);
+  EXPECT_EQ(copy->NRows(), 2);
+}
+
+TEST(VarStat, UpdateTakesNoShortCut) {
+  // mean * b / b is not the mean for this one.
+  const Doubles x{0.1, 0.1};
+  const Doubles w{0.3, 0.4};
+  WorkArea area = Area(-9.);
+  VarStat ofBatch;
+  ofBatch.Init(x.data(), w.data(), nullptr, area, 2);
+  ASSERT_EQ(ofBatch.Mean(), 0.1);
+  VarStat stored;
+  stored.Update(ofBatch);
+  EXPECT_EQ(stored.Mean(), 0.1 * ofBatch.RegWeightSum() / ofBatch.RegWeightSum());
+}
+
+TEST(VarStat, ZeroWeightSumsMergeWithoutShift) {
+  const Doubles x{1., 3.};
+  const Doubles w{0., 0.};
+  WorkArea area = Area(-9.);
+  VarStat a;
+  VarStat b;
+  a.Init(x.data(), w.data(), nullptr, area, 1);
+  b.Init(x.data() + 1, w.data(), nullptr, area, 1);
+  a.Update(b);
+  EXPECT_THAT(Fields(a), ElementsAre(2., 0., 0., 1., 0., 1., 3.));
+}
+
+TEST(VarStat, ExtremesTakeTheOtherSidesWhenOneIsNotANumber) {
+  const auto merged = [](double a, double b) {
+    auto first = std::make_unique<VarStatData>();
+    auto second = std::make_unique<VarStatData>();
+    first->_nRows = second->_nRows = 1;
+    first->_min = first->_max = a;
+    second->_min = second->_max = b;
+    first->Update(*second);
+    return Bits(Doubles{first->_min, first->_max});
+  };
+  EXPECT_EQ(merged(kNaN, 2.), Bits(Doubles{2., 2.}));
+  EXPECT_EQ(merged(2., kNaN), Bits(Doubles{kNaN, kNaN}));
+  EXPECT_EQ(merged(0., -0.), Bits(Doubles{-0., -0.}));
+}
+
+TEST(Records, ComputeInTheDefaultRounding) {
+  const Doubles x{0.1, 0.7, 1.3};
+  WorkArea area = Area(-9.);
+  const auto compute = [&] {
+    VarStatData a;
+    VarStatData b;
+    a.Init(x.data(), nullptr, nullptr, area, 2);
+    b.Init(x.data() + 1, nullptr, nullptr, area, 2);
+    a.Update(b);
+    PairStatData p;
+    PairStatData q;
+    p.Init(x.data(), x.data(), x.data(), nullptr, area, 2);
+    q.Init(x.data() + 1, x.data(), x.data(), nullptr, area, 2);
+    p.Update(q);
+    return Bits(Doubles{a._mean, a._css, p._mean1, p._cscp});
+  };
+  const auto expected = compute();
+  ASSERT_EQ(std::fesetround(FE_UPWARD), 0);
+  const auto upward = compute();
+  EXPECT_EQ(std::fegetround(), FE_UPWARD);
+  std::fesetround(FE_TONEAREST);
+  EXPECT_EQ(upward, expected);
+}
+
+TEST(Handles, OwnTheRecordThatTheyAreGiven) {
+  auto* const record = new VarStatData();
+  record->_nRows = 4;
+  VarStat variable(record);
+  EXPECT_EQ(variable.Data(), record);
+  EXPECT_EQ(variable.NRows(), 4);
+  auto* const pairRecord = new PairStatData();
+  PairStat pair(pairRecord);
+  pair.Data()->_cscp = 2.;
+  EXPECT_EQ(pair.CSCP(), 2.);
+  const VarStat nothing(nullptr);
+  const PairStat nothingEither(nullptr);
+}
+
+}  // namespace
+}  // namespace velmor::test
