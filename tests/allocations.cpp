@@ -7,16 +7,34 @@
 #include <new>
 
 namespace velmor::test {
-Allocations allocations{0, 0};
+Allocations allocations;
 }
 
+using velmor::test::Allocations;
+using velmor::test::allocations;
+
 void* operator new(std::size_t size) {
-  if (void* const memory = std::malloc(size)) {
-    ++velmor::test::allocations.count;
-    velmor::test::allocations.bytes += malloc_usable_size(memory) + sizeof(std::size_t);
-    return memory;
+  if (allocations.failAfter != Allocations::kNever && allocations.failAfter-- == 0) {
+    throw std::bad_alloc();
   }
-  throw std::bad_alloc();
+  void* const memory = std::malloc(size);
+  if (!memory) {
+    throw std::bad_alloc();
+  }
+  ++allocations.count;
+  ++allocations.alive;
+  allocations.bytes += malloc_usable_size(memory) + sizeof(std::size_t);
+  return memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+  if (memory) {
+    --allocations.alive;
+    std::free(memory);
+  }
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
+
+// A sanitizer brings its own of these, which would not be counted.
+void* operator new[](std::size_t size) { return operator new(size); }
+void operator delete[](void* memory) noexcept { operator delete(memory); }
+void operator delete[](void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }

@@ -51,8 +51,8 @@ TEST(DataBatch, KeepsEachCaseAsItWasWhenAdded) {
 TEST(DataBatch, HasOnlyWhatTheHostGivesAnAddressFor) {
   Host host;
   for (const unsigned int mask : {0U, 1U, 2U, 4U, 7U}) {
-    DataBatch batch(1, 1, mask & 1U ? &host.weight : nullptr,
-                    mask & 2U ? &host.regWeight : nullptr, mask & 4U ? &host.group : nullptr);
+    DataBatch batch(1, 1, mask & 1U ? &host.weight : nullptr, mask & 2U ? &host.regWeight : nullptr,
+                    mask & 4U ? &host.group : nullptr);
     batch.AddRow(&host.weight);
     EXPECT_EQ(batch.HasWeights(), (mask & 1U) != 0);
     EXPECT_EQ(batch.Weights() != nullptr, (mask & 1U) != 0);
@@ -132,11 +132,16 @@ TEST(DataBatchByGroup, SortsStablyEachTimeItIsFilled) {
     std::vector<double> column;
     std::vector<double> weights;
   } fillings[] = {
-      {"every group but the last", {{2, 10, 1}, {0, 20, 2}, {2, 30, 3}, {1, 40, 4}}, {1, 1, 2, 0},
-       {20, 40, 10, 30}, {2, 4, 1, 3}},
+      {"every group but the last",
+       {{2, 10, 1}, {0, 20, 2}, {2, 30, 3}, {1, 40, 4}},
+       {1, 1, 2, 0},
+       {20, 40, 10, 30},
+       {2, 4, 1, 3}},
       {"an empty group between, to capacity",
-       {{3, 1, 6}, {3, 2, 5}, {0, 3, 4}, {3, 4, 3}, {0, 5, 2}, {1, 6, 1}}, {2, 1, 0, 3},
-       {3, 5, 6, 1, 2, 4}, {4, 2, 1, 6, 5, 3}},
+       {{3, 1, 6}, {3, 2, 5}, {0, 3, 4}, {3, 4, 3}, {0, 5, 2}, {1, 6, 1}},
+       {2, 1, 0, 3},
+       {3, 5, 6, 1, 2, 4},
+       {4, 2, 1, 6, 5, 3}},
       {"no case", {}, {0, 0, 0, 0}, {}, {}},
   };
   for (const auto& f : fillings) {
@@ -187,14 +192,17 @@ TEST(DataBatchByGroupDeathTest, RefusesWhatItCannotSort) {
        "DataBatchByGroup", "0 < nRows"},
       {"full", [&] { full.AddRow(); }, source, "AddRow", "_nRows < _maxRows"},
       {"no next row", [&] { full.NextRow(); }, source, "NextRow", "_nRows < _maxRows"},
-      {"group number", [&] { host.group = 2; open.AddRow(); }, source, "AddRow",
-       "tmpGroupVal<_maxGroup"},
+      {"group number",
+       [&] {
+         host.group = 2;
+         open.AddRow();
+       },
+       source, "AddRow", "tmpGroupVal<_maxGroup"},
       {"no groups to sort by", [&] { ungrouped.SortByGroup(); }, source, "SortByGroup",
        "_pGroup!=0"},
       {"no groups to count", [&] { ungrouped.groupCount(0); }, header, "groupCount",
-       "_pGroup!=0"},
-      {"count of no group", [&] { full.groupCount(2); }, header, "groupCount",
-       "group < NGroups()"},
+       "_pGroup != nullptr"},
+      {"count of no group", [&] { full.groupCount(2); }, header, "groupCount", "group < NGroups()"},
       {"column", [&] { full.Column(1); }, header, "Column", "colNum < _nColumns"},
   };
   for (const Violation& v : violations) {

@@ -139,13 +139,56 @@ TEST(Discriminant, AnySplitHoldsThePlainSums) {
   }
 }
 
+// Two batches, of 4 and 3 cases.
+TEST(Discriminant, SumsAndMergesToTheBit) {
+  using Doubles = std::vector<double>;
+  const Cases cases{{{-4.34, 3.33, 3.31},
+                     {6.29, -5.66, -4.85},
+                     {-6.35, -4.95, 4.21},
+                     {-6.66, 0.56, -5.15},
+                     {-3.7, -1.23, 6.08},
+                     {1.95, -8.74, -4.03},
+                     {-6.36, 6.68, 5.58}},
+                    {2.4, 2.5, 2.3, 2.9, 2.4, 0.8, 2.6},
+                    {},
+                    {1, 1, 1, 1, 1, 0, 1}};
+  DiscriminantMatrix total(2, 3);
+  DiscIndividualMatrix individual(2, 3);
+  for (const auto& [from, to] : {std::pair{0U, 4U}, {4U, 7U}}) {
+    total += *Batch(cases.Slice(from, to));
+    individual += *GroupedBatch(cases.Slice(from, to), 3, 2);
+  }
+  const Doubles products{-0x1.5ec3c36113405p+7, -0x1.c29f5ad96a6a0p+7, 0x1.23dbf5d78811cp+7};
+  EXPECT_EQ(Bits({total.TSSP(1, 0), total.TSSP(2, 0), total.TSSP(2, 1)}), Bits(products));
+  // Items of each group: products, sums, weight.
+  const Doubles items[2] = {
+      {0x1.85604189374bcp+1, -0x1.b44d013a92a31p+3, 0x1.e8e1719f7f8ccp+5, -0x1.925aee631f8a1p+2,
+       0x1.c2d81adea8977p+4, 0x1.9fc45cbbc2b96p+3, 0x1.8f5c28f5c28f6p+0, -0x1.bf7ced916872cp+2,
+       -0x1.9cac083126e98p+1, 0x1.999999999999ap-1},
+      {0x1.f7837de939eaep+8, -0x1.437ef34d6a162p+7, 0x1.1b9de353f7cedp+8, -0x1.b60c8366516dap+7,
+       0x1.d701e4f765fd9p+6, 0x1.7474a03c4b09fp+8, -0x1.b0353f7ced917p+5, -0x1.80c49ba5e3540p+0,
+       0x1.3aac083126e98p+4, 0x1.e333333333333p+3}};
+  for (int group = 0; group < 2; ++group) {
+    Doubles found;
+    for (int item = 0; item < 10; ++item) {
+      found.push_back(individual.TSSP(item, group));
+    }
+    EXPECT_EQ(Bits(found), Bits(items[group]));
+    EXPECT_EQ(total.sumW(group), items[group][9]);
+    for (int variable = 0; variable < 3; ++variable) {
+      EXPECT_EQ(total.sumX1(group, variable), items[group][static_cast<std::size_t>(6 + variable)]);
+    }
+    EXPECT_EQ(total.sumX2(group, 2), items[group][5]);
+  }
+  // Taken over all cases, not group by group.
+  EXPECT_EQ(individual.WeightSum(), 0x1.fcccccccccccdp+3);
+}
+
 // The order of the operations, where it shows: a weighted square is (x * w) * x, a weighted product
 // (w * x) * y, and sums ascend.
 TEST(Discriminant, OperationsKeepTheirOrder) {
-  const Cases cases{{{1e200, 1e200}, {1e16, 1.}, {1., 1.}, {-1e16, 1.}},
-                    {1e-200, 1., 1., 1.},
-                    {},
-                    {0, 1, 1, 1}};
+  const Cases cases{
+      {{1e200, 1e200}, {1e16, 1.}, {1., 1.}, {-1e16, 1.}}, {1e-200, 1., 1., 1.}, {}, {0, 1, 1, 1}};
   DiscriminantMatrix total(2, 2);
   total += *Batch(cases);
   const double weighted = 1e200 * 1e-200;
@@ -246,16 +289,17 @@ TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
       {"column", [&] { t.TSSP(0, 2); }, tFile, "TSSP", "col < NVar() && col >= 0"},
       {"product of nothing", [&] { zeroT.TSSP(1, 0); }, tFile, "TSSP", weighs},
       {"a variable with itself", [&] { t.TSSP(1, 1); }, tFile, "TSSP", "row != col"},
+      {"negative groups", [] { DiscriminantMatrix(-1, 2); }, tFile, "Data",
+       "0 <= nGroup && 0 <= nVar"},
       {"columns", [&] { DiscriminantMatrix(2, 3) += *Batch(cases); }, tFile, "Init",
        "nCols == _nVar"},
       {"no groups", [&] { t += *Batch(ungrouped); }, tFile, "Init", "batch.Groups() != nullptr"},
       {"group too large", [&] { DiscriminantMatrix(1, 2) += *Batch(cases); }, tFile, "Init",
        "batch.MaxGroupSeen() < Groups()"},
       {"other shape", [&] { t += otherT; }, tFile, "Update", sameShape},
-      {"other class", [&] { t += i; }, tFile, "operator+=", "same != nullptr"},
+      {"other class", [&] { t += i; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
 
-      {"item", [&] { i.TSSP(6, 0); }, iFile, "TSSP",
-       "0 <= tsspIndex && tsspIndex < countMatrix"},
+      {"item", [&] { i.TSSP(6, 0); }, iFile, "TSSP", "0 <= tsspIndex && tsspIndex < countMatrix"},
       {"item's group", [&] { i.TSSP(0, 2); }, iFile, "TSSP", groupVal},
       {"item of nothing", [&] { zeroI.TSSP(0, 0); }, iFile, "TSSP", weighs},
       {"row", [&] { i.TSSP(3, 0, 0); }, iFile, "TSSP", "row <= NVar() && row >= 0"},
@@ -263,6 +307,8 @@ TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
       {"product's group", [&] { i.TSSP(1, 0, 2); }, iFile, "TSSP", groupVal},
       {"product of nothing", [&] { zeroI.TSSP(1, 0, 0); }, iFile, "TSSP", weighs},
       {"equal indices", [&] { i.TSSP(1, 1, 0); }, iFile, "TSSP", "row != col"},
+      {"negative variables", [] { DiscIndividualMatrix(2, -1); }, iFile, "Data",
+       "0 <= nGroup && 0 <= nVar"},
       {"plain batch", [&] { i += *Batch(cases); }, "tables/velmor/DscIndividualMatrix.h",
        "operator+=", "false"},
       {"columns", [&] { DiscIndividualMatrix(2, 3) += *GroupedBatch(cases, 2, 2); }, iFile, "Init",
@@ -272,7 +318,7 @@ TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
       {"too many groups", [&] { i += *GroupedBatch(cases, 2, 3); }, iFile, "Init",
        "batch.NGroups() <= static_cast<unsigned int>(_nGroup)"},
       {"other shape", [&] { i += otherI; }, iFile, "Update", sameShape},
-      {"other class", [&] { i += t; }, iFile, "operator+=", "same != nullptr"},
+      {"other class", [&] { i += t; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
   };
   for (const Violation& v : violations) {
     ExpectAbort(v);

@@ -129,7 +129,7 @@ class Numbers::Part : public ProblemPartBase {
   Part(Numbers& all, int index) : _all(all), _index(index) { ++_all.alive; }
   ~Part() override {
     const Alone alone(_all._reading);  // deleted under the lock of reading
-    EXPECT_EQ(--_all.alive >= 0, true);
+    EXPECT_GE(--_all.alive, 0);
   }
 
   bool ReadBatch() override {
@@ -270,8 +270,8 @@ TEST_F(DriverTest, AnErrorAtAnyStepStopsTheRun) {
         for (const int part : {0, threads / 2, threads - 1}) {
           for (const bool delays : {false, true}) {
             SCOPED_TRACE(testing::Message()
-                         << "step " << static_cast<int>(step) << ", kind "
-                         << static_cast<int>(kind) << ", part " << part << " of " << threads);
+                         << "step " << static_cast<int>(step) << ", kind " << static_cast<int>(kind)
+                         << ", part " << part << " of " << threads);
             errorsReported = 0;
             Numbers problem(step == Step::merge ? 20 : Numbers::kEndless, {step, kind, part},
                             delays);
@@ -308,6 +308,74 @@ TEST_F(DriverTest, AHostThatRaisesWhenItIsToldReachesTheCaller) {
   EXPECT_THROW(Driver(&problem, 3), NorvGoToCaller);
   EXPECT_EQ(errorsReported, 1);
   EXPECT_EQ(problem.alive, 0);
+}
+
+// Parts that stop reading and accumulating until another one has come to a given place.
+class Rendezvous : public ProblemBase {
+ public:
+  explicit Rendezvous(bool inCreatePart) : _inCreatePart(inCreatePart) {}
+  ProblemPartBase* CreatePart() override {
+    if (_inCreatePart && _created == 1) {
+      WaitFor(1);
+    }
+    ++_created;
+    return new Part(*this);
+  }
+
+ private:
+  class Part : public ProblemPartBase {
+   public:
+    explicit Part(Rendezvous& all) : _all(all) {}
+    bool ReadBatch() override { return _all._batches++ < 2; }
+    void AccumulateBatch() override {
+      ++_all._accumulating;
+      if (!_all._inCreatePart) {
+        _all.WaitFor(2);
+      }
+    }
+    void MergeResult() override {}
+
+   private:
+    Rendezvous& _all;
+  };
+
+  void WaitFor(int accumulating) const {
+    while (_accumulating < accumulating) {
+      std::this_thread::yield();
+    }
+  }
+
+  bool _inCreatePart;
+  int _created = 0;
+  int _batches = 0;
+  std::atomic<int> _accumulating{0};
+};
+
+TEST_F(DriverTest, PartsAccumulateAtTheSameTimeAndWhileOthersAreMade) {
+  for (const bool inCreatePart : {false, true}) {
+    Rendezvous problem(inCreatePart);
+    Driver(&problem, 2);
+  }
+}
+
+TEST_F(DriverTest, RefusesNoProblemAndNoPart) {
+  class NoPart : public ProblemBase {
+   public:
+    ProblemPartBase* CreatePart() override { return nullptr; }
+  };
+  NoPart problem;
+  const Violation violations[] = {
+      {"no problem", [] { Driver(nullptr, 1); }, "velmor/driver.cpp", "Driver",
+       "problem != nullptr"},
+      {"no part", [&] { Driver(&problem, 1); }, "velmor/driver.cpp", "RunOnThisThread",
+       "part != nullptr"},
+      {"no part on a pool", [&] { Driver(&problem, 2); }, "velmor/driver.cpp", "Init",
+       "_part != nullptr"},
+  };
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  for (const Violation& v : violations) {
+    ExpectAbort(v);
+  }
 }
 
 // A problem whose parts each run a problem of their own on a pool.

@@ -151,7 +151,11 @@ TEST(Kernels, CopiesKeepWhatIsPresent) {
     Doubles kept, keptWeights, pairX, pairY;
   } cases[] = {
       {"a number", -1., {1., 2., kNaN, -0.}, {1., 0., -2., 3.}, {1., kNaN, -0.}, {4., 6., 7.}},
-      {"zero marks both zeros", 0., {1., -1., 2., kNaN}, {1., 5., 0., -2.}, {1., -1., 2., kNaN},
+      {"zero marks both zeros",
+       0.,
+       {1., -1., 2., kNaN},
+       {1., 5., 0., -2.},
+       {1., -1., 2., kNaN},
        {4., 5., -1., 6.}},
       {"NaN marks nothing", kNaN, x, w, x, y},
   };

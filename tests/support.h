@@ -21,7 +21,9 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // The bits of a double; every NaN is one pattern.
-inline std::uint64_t Bits(double x) { return std::bit_cast<std::uint64_t>(std::isnan(x) ? kNaN : x); }
+inline std::uint64_t Bits(double x) {
+  return std::bit_cast<std::uint64_t>(std::isnan(x) ? kNaN : x);
+}
 
 inline std::vector<std::uint64_t> Bits(const std::vector<double>& xs) {
   std::vector<std::uint64_t> bits;
@@ -48,14 +50,13 @@ struct Cases {
   }
 };
 
-// A batch that holds the cases, with room for `spare` more.
-inline std::unique_ptr<DataBatch> Batch(const Cases& cases, unsigned int columns,
-                                        unsigned int spare = 1) {
+// A batch that holds the cases. No more can be added to it.
+inline std::unique_ptr<DataBatch> Batch(const Cases& cases, unsigned int columns) {
   double weight = 0.;
   double regWeight = 0.;
   unsigned int group = 0;
   auto batch = std::make_unique<DataBatch>(
-      columns, static_cast<unsigned int>(cases.rows.size()) + spare,
+      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
       cases.weights.empty() ? nullptr : &weight, cases.regWeights.empty() ? nullptr : &regWeight,
       cases.groups.empty() ? nullptr : &group);
   for (std::size_t i = 0; i < cases.rows.size(); ++i) {

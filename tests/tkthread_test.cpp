@@ -7,6 +7,7 @@
 #include <atomic>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 namespace {
@@ -120,6 +121,37 @@ TEST(ThreadPool, WaitRaisesTheFailureOfItsOwnPoolOnly) {
     }
   }
   EXPECT_THROW(outerComplete.waitAll(), std::runtime_error);
+}
+
+TEST(ThreadPool, WaitRaisesTheFirstFailure) {
+  const Watchdog watchdog;
+  class Failing : public CallBackObject {
+   public:
+    explicit Failing(int number) : CallBackObject(nullptr), _number(number) {}
+    int callback(void* /*data*/) override { throw std::out_of_range(std::to_string(_number)); }
+
+   private:
+    int _number;
+  };
+  tkCompleteTask complete(3);
+  tkThreadPool pool(1, 0);
+  pool.init();
+  for (int i = 0; i < 3; ++i) {
+    pool.invoke(new Failing(i), nullptr, ThreadScope::owned);
+  }
+  // One thread, so they fail in their order; the last one is done when a fourth task has run.
+  Trace trace;
+  pool.invoke(new Task(trace, complete, 0), nullptr, ThreadScope::owned);
+  pool.startAll();
+  while (trace.running == 0) {
+    std::this_thread::yield();
+  }
+  try {
+    complete.waitAll();
+    FAIL();
+  } catch (const std::out_of_range& error) {
+    EXPECT_STREQ(error.what(), "0");
+  }
 }
 
 TEST(ThreadPool, WithoutThreadsHasNothingToWaitFor) {

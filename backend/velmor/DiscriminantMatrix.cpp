@@ -12,21 +12,25 @@
 
 namespace velmor {
 
-class DiscriminantMatrix::Data {
- public:
-  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {}
+struct DiscriminantMatrix::Data {
+  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {
+    VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
+  }
   Data Fresh() const { return {_nGroup, _nVar}; }
   bool IsEmpty() const { return !_TSSP; }
   void Init(DataBatch& batch);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(const Data& d);
 
   std::size_t Groups() const { return static_cast<std::size_t>(_nGroup); }
   std::size_t GroupCells() const { return Groups() * static_cast<std::size_t>(_nVar); }
+  // The place of a group's sum of a variable.
+  std::size_t Cell(int group, int var) const {
+    return Groups() * static_cast<std::size_t>(var) + static_cast<std::size_t>(group);
+  }
   std::size_t ProductCells() const { return static_cast<std::size_t>(MatrixRowCount(_nVar)); }
 
   std::vector<double> _sumW;
-  OwnedArray<double> _sumX1;  // group g of variable v at v * _nGroup + g; null while empty
+  OwnedArray<double> _sumX1;  // group g of variable v at Cell(g, v); null while empty
   OwnedArray<double> _sumX2;  // likewise
   OwnedArray<double> _TSSP;   // variables r > c at MatrixRowCount(r) + c; null while empty
   int _nGroup;
@@ -81,9 +85,7 @@ DiscriminantMatrix& DiscriminantMatrix::operator+=(DataBatch& data) {
 }
 
 DiscriminantMatrix& DiscriminantMatrix::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<DiscriminantMatrix*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<DiscriminantMatrix>(other)) {
     if (_my->_TSSP) {
       VELMOR_ASSERT(_my->_sumX1 && _my->_sumX2);
     } else {
@@ -109,14 +111,14 @@ double DiscriminantMatrix::sumX1(int group, int var) const {
   VELMOR_ASSERT(group < NGroup() && group >= 0);
   VELMOR_ASSERT(var < NVar() && var >= 0);
   VELMOR_ASSERT(0. < WeightSum());
-  return _my->_sumX1[NGroup() * var + group];
+  return _my->_sumX1[_my->Cell(group, var)];
 }
 
 double DiscriminantMatrix::sumX2(int group, int var) const {
   VELMOR_ASSERT(group < NGroup() && group >= 0);
   VELMOR_ASSERT(var < NVar() && var >= 0);
   VELMOR_ASSERT(0. < WeightSum());
-  return _my->_sumX2[NGroup() * var + group];
+  return _my->_sumX2[_my->Cell(group, var)];
 }
 
 double DiscriminantMatrix::TSSP(int row, int col) const {

@@ -13,23 +13,25 @@
 
 namespace velmor {
 
-class DiscIndividualMatrix::Data {
- public:
-  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {}
+struct DiscIndividualMatrix::Data {
+  Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {
+    VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
+  }
   Data Fresh() const { return {_nGroup, _nVar}; }
   bool IsEmpty() const { return !_TSSP; }
   void Init(DataBatchByGroup& batch);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(const Data& d);
 
   // Items of a group: a triangle of products, a sum for each variable, the weight.
-  int ProductItems() const { return MatrixRowCount(_nVar + 1); }
-  int Items() const { return ProductItems() + _nVar + 1; }
-  std::size_t Cells() const {
-    return static_cast<std::size_t>(Items()) * static_cast<std::size_t>(_nGroup);
+  std::int64_t ProductItems() const { return MatrixRowCount(_nVar + 1); }
+  std::int64_t Items() const { return ProductItems() + _nVar + 1; }
+  std::size_t Cell(std::int64_t item, int group) const {
+    return static_cast<std::size_t>(item) * static_cast<std::size_t>(_nGroup) +
+           static_cast<std::size_t>(group);
   }
+  std::size_t Cells() const { return Cell(Items(), 0); }
 
-  OwnedArray<double> _TSSP;  // item q of group g at q * _nGroup + g; null while empty
+  OwnedArray<double> _TSSP;  // item q of group g at Cell(q, g); null while empty
   int _nGroup;
   int _nVar;
   double _weightSum = 0.;
@@ -42,27 +44,24 @@ void DiscIndividualMatrix::Data::Init(DataBatchByGroup& batch) {
   VELMOR_ASSERT(nCols == _nVar);
   VELMOR_ASSERT(batch.IsSorted());
   VELMOR_ASSERT(batch.NGroups() <= static_cast<unsigned int>(_nGroup));
-  const int nCellsCrossProduct = ProductItems();
+  const std::int64_t nCellsCrossProduct = ProductItems();
   std::vector<double> items(static_cast<std::size_t>(Items()));  // of one group
   _TSSP = OwnedArray<double>(Cells());
   std::fill_n(static_cast<double*>(_TSSP), Cells(), 0.);
   _nRows = batch.NRows();
   _weightSum = ordered::WeightedSum(batch.Weights(), batch.NRows());
   std::size_t offset = 0;
-  for (unsigned int group = 0; group < batch.NGroups(); ++group) {
-    const ordered::Cases cases{batch.groupCount(group),
+  for (int group = 0; group < static_cast<int>(batch.NGroups()); ++group) {
+    const ordered::Cases cases{batch.groupCount(static_cast<unsigned int>(group)),
                                batch.HasWeights() ? batch.Weights() + offset : nullptr};
-    const ordered::Columns columns{batch.Column(0) + offset, batch.MaxRows(),
-                                   batch.NColumns()};
+    const ordered::Columns columns{batch.Column(0) + offset, batch.MaxRows(), batch.NColumns()};
     const double* const lastRow = ordered::SymmetricProducts(columns, cases, items.data());
-    const auto tsspIndex = lastRow + nCols - items.data();
+    const std::int64_t tsspIndex = lastRow + nCols - items.data();
     VELMOR_ASSERT(tsspIndex == nCellsCrossProduct);
     ordered::WeightedSums(columns, cases, items.data() + nCellsCrossProduct);
     items.back() = ordered::WeightedSum(cases.weights, cases.rows);
-    double* cell = _TSSP + group;
-    for (const double item : items) {
-      *cell = item;
-      cell += _nGroup;
+    for (std::int64_t item = 0; item < Items(); ++item) {
+      _TSSP[Cell(item, group)] = items[static_cast<std::size_t>(item)];
     }
     offset += cases.rows;
   }
@@ -89,9 +88,7 @@ DiscIndividualMatrix& DiscIndividualMatrix::operator+=(DataBatchByGroup& data) {
 }
 
 DiscIndividualMatrix& DiscIndividualMatrix::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<DiscIndividualMatrix*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<DiscIndividualMatrix>(other)) {
     MergeRecord(*_my, *same->_my);
   }
   return *this;
@@ -103,11 +100,11 @@ int DiscIndividualMatrix::NVar() const { return _my->_nVar; }
 int DiscIndividualMatrix::NGroup() const { return _my->_nGroup; }
 
 double DiscIndividualMatrix::TSSP(int tsspIndex, int groupVal) const {
-  const int countMatrix = _my->Items();
+  const std::int64_t countMatrix = _my->Items();
   VELMOR_ASSERT(0 <= tsspIndex && tsspIndex < countMatrix);
   VELMOR_ASSERT(groupVal < NGroup() && groupVal >= 0);
   VELMOR_ASSERT(0. < WeightSum());
-  return _my->_TSSP[tsspIndex * NGroup() + groupVal];
+  return _my->_TSSP[_my->Cell(tsspIndex, groupVal)];
 }
 
 double DiscIndividualMatrix::TSSP(int row, int col, int groupVal) const {
@@ -119,7 +116,7 @@ double DiscIndividualMatrix::TSSP(int row, int col, int groupVal) const {
   if (row < col) {
     std::swap(row, col);
   }
-  return TSSP(MatrixRowCount(row) + col, groupVal);
+  return _my->_TSSP[_my->Cell(MatrixRowCount(row) + col, groupVal)];
 }
 
 }  // namespace velmor

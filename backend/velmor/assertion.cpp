@@ -9,11 +9,11 @@ namespace velmor {
 
 void AssertionFailed(const char* file, int line, const char* function,
                      const char* condition) noexcept {
-  // The build gives this tree's sources relative paths, so any other path is that of a public
-  // header in a host's own build.
+  // The build gives the library's sources paths within this tree, so any other path is that of a
+  // public header, in this build or in a host's own.
   std::string_view path = file;
   std::string_view directory;
-  if (path.substr(0, 8) != "backend/") {
+  if (!path.starts_with("backend/velmor/")) {
     directory = "backend/tables/velmor/";
     path.remove_prefix(path.rfind('/') + 1);
   }

@@ -8,10 +8,10 @@
 
 namespace velmor {
 
-// Batch columns [from, to).
+// Batch columns [from, to), from < to. Asserts that the batch has the first of them.
 inline ordered::Columns Block(DataBatch& batch, int from, int to) {
-  return {batch.Column(static_cast<unsigned int>(from)), batch.MaxRows(),
-          static_cast<std::size_t>(to - from)};
+  double* const first = batch.Column(static_cast<unsigned int>(from));
+  return {first, batch.MaxRows(), static_cast<std::size_t>(to - from)};
 }
 
 }  // namespace velmor

@@ -1,6 +1,8 @@
 // databatch.cpp: the batch of cases; start at AddRow.
 #include <velmor/databatch.h>
 
+#include <algorithm>
+
 namespace velmor {
 
 DataBatch::DataBatch(unsigned int nColumns, unsigned int nRows, const double* pWeight,
@@ -48,7 +50,10 @@ void DataBatch::AddRow(const double* values) {
   for (unsigned int column = 0; column < _nColumns; ++column, cell += _maxRows) {
     *cell = values[column];
   }
-  VELMOR_ASSERT(cell < _columns+(_nColumns+1)*_maxRows);
+  // In 64 bits: a batch of almost 2^32 cells with one column more has no 32-bit size.
+  if (cell >= _columns + (std::size_t{_nColumns} + 1) * _maxRows) {
+    AssertionFailed(__FILE__, __LINE__, __func__, "cell < _columns+(_nColumns+1)*_maxRows");
+  }
   ++_nRows;
 }
 

@@ -7,9 +7,9 @@
 
 namespace velmor {
 
-DataBatchByGroup::DataBatchByGroup(unsigned int nColumns, unsigned int nRows,
-                                   const double* pWeight, const double* pRegWeight,
-                                   const unsigned int* pGroup, unsigned int maxGroup)
+DataBatchByGroup::DataBatchByGroup(unsigned int nColumns, unsigned int nRows, const double* pWeight,
+                                   const double* pRegWeight, const unsigned int* pGroup,
+                                   unsigned int maxGroup)
     : _pWeight(pWeight),
       _pRegWeight(pRegWeight),
       _pGroup(pGroup),

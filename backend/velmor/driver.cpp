@@ -3,6 +3,7 @@
 
 #include <norvwlib/norvwlib.h>
 #include <tkthread/tkthread.h>
+#include <velmor/assertion.h>
 
 #include <atomic>
 #include <memory>
@@ -66,6 +67,7 @@ ProblemTask::~ProblemTask() {
 void ProblemTask::Init(DriverShared* shared, ProblemBase* problem, int threadIndex) {
   _shared = shared;
   _part = problem->CreatePart();
+  VELMOR_ASSERT(_part != nullptr);
   _threadIndex = threadIndex;
 }
 
@@ -102,6 +104,7 @@ int ProblemTask::callback(void* /*data*/) {
 
 void RunOnThisThread(ProblemBase& problem) {
   const std::unique_ptr<ProblemPartBase> part(problem.CreatePart());
+  VELMOR_ASSERT(part != nullptr);
   while (part->ReadBatch()) {
     part->AccumulateBatch();
   }
@@ -131,6 +134,7 @@ void RunOnPool(ProblemBase& problem, std::uint32_t threads) {
 }  // namespace
 
 void Driver(ProblemBase* problem, int threads) {
+  VELMOR_ASSERT(problem != nullptr);
   problem->SetCacheSize(static_cast<std::uint64_t>(getmcache_()) << 10U);  // from kilobytes
   const auto count = static_cast<std::uint32_t>(threads > 0 ? threads : getthreads_());
   if (count == 1) {

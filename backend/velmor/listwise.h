@@ -15,14 +15,16 @@
 
 namespace velmor {
 
-// Sets a record's number of cases and both weight sums from a batch, and returns the batch's cases
-// under their combined weights. Where the batch has both kinds of weights its case weights are
+// Sets a record's number of cases and weight sums from a batch, and returns the batch's cases under
+// their combined weights. Where the batch has both kinds of weights its case weights are
 // overwritten with the combined ones, so their own sum is taken first.
 template <class Record>
 ordered::Cases TakeTotals(Record& record, DataBatch& batch) {
   const std::size_t rows = batch.NRows();
   record._nRows = batch.NRows();
+  record._hasRegWeights = batch.HasRegWeights();
   record._weightSum = ordered::WeightedSum(batch.Weights(), rows);
+  record._isWeightless = record._weightSum == 0.;
   const double* const weights = ordered::CombineWeights(batch.Weights(), batch.RegWeights(), rows);
   record._regWeightSum = record._hasRegWeights ? ordered::Sum(weights, rows) : record._weightSum;
   return {rows, weights};
@@ -51,9 +53,8 @@ std::size_t MergeTriangle(Record& record, const Record& d, const double* mergedM
   for (std::size_t i = 0; i < record._means.size(); ++i) {
     // The shift of a's mean as it was computed, before it was rounded into the merged mean.
     const double shift = ordered::MeanDiff(a.means[i], a.weight, b.means[i], b.weight);
-    ordered::MergeRow(a, b, mergedMeans, a.weight * shift,
-                      b.weight * (mergedMeans[i] - b.means[i]), d._xp + cell, i + 1,
-                      record._xp + cell);
+    ordered::MergeRow(a, b, mergedMeans, a.weight * shift, b.weight * (mergedMeans[i] - b.means[i]),
+                      d._xp + cell, i + 1, record._xp + cell);
     cell += i + 1;
   }
   return cell;

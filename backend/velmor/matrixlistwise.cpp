@@ -1,5 +1,4 @@
 // matrixlistwise.cpp: the whole listwise matrix; start at Data::Init(DataBatch&).
-#include <velmor/kernels.h>
 #include <velmor/matrixlistwise.h>
 
 #include "listwise.h"
@@ -10,12 +9,12 @@
 
 namespace velmor {
 
-class MatrixListwise::Data {
- public:
+struct MatrixListwise::Data {
   Data Fresh() const { return {}; }
+  // Offset of row i of the triangle. In 64 bits, unlike the kernel of that name.
+  static std::size_t MatrixRow(std::size_t i) { return i * (i + 1) / 2; }
   bool IsEmpty() const { return !_xp; }
   void Init(DataBatch& batch);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(const Data& d);
 
   double _weightSum = 0.;
@@ -24,15 +23,15 @@ class MatrixListwise::Data {
   std::vector<double> _means;  // one per column
   OwnedArray<double> _xp;      // cell (i, j), j <= i, at MatrixRow(i) + j; null while empty
   bool _hasRegWeights = false;
+  bool _isWeightless = false;  // the cases weigh nothing, and no other has come
 };
 
 void MatrixListwise::Data::Init(DataBatch& batch) {
   VELMOR_ASSERT(!_xp);
   const unsigned int nCols = batch.NColumns();
-  const unsigned int nCells = MatrixRow(nCols);
+  const std::size_t nCells = MatrixRow(nCols);
   _means.resize(nCols);
   _xp = OwnedArray<double>(nCells);
-  _hasRegWeights = batch.HasRegWeights();
   const ordered::Cases cases = TakeTotals(*this, batch);
   const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
   ordered::Means(columns, cases, _regWeightSum, _means.data());
@@ -47,11 +46,11 @@ void MatrixListwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  if (_weightSum == 0.) {
-    Init(d);
+  if (_isWeightless) {
+    *this = Data(d);
     return;
   }
-  const auto nCols = static_cast<unsigned int>(_means.size());
+  const std::size_t nCols = _means.size();
   auto_array<double, 1> means(nCols);
   ordered::MergeMeans(Side(*this), Side(d), nCols, means);
   const std::size_t xpindex = MergeTriangle(*this, d, means);
@@ -95,7 +94,7 @@ double MatrixListwise::CCP(unsigned int row, unsigned int col) const {
   if (row < col) {
     std::swap(row, col);
   }
-  return _my->_xp[MatrixRow(row) + col];
+  return _my->_xp[Data::MatrixRow(row) + col];
 }
 
 }  // namespace velmor

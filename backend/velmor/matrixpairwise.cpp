@@ -4,6 +4,8 @@
 #include "pairwise.h"
 #include "protocol.h"
 
+#include <utility>
+
 namespace velmor {
 
 struct VarStatsData {
@@ -26,13 +28,12 @@ struct PairStatsData {
 };
 
 struct MatrixPairwise::Data {
-  explicit Data(double missingCode) { _work._missingCode = missingCode; }
+  explicit Data(double missingCode) : _work(missingCode) {}
   // Offset of row i of a strictly lower triangle, i(i-1)/2.
-  static unsigned int MatrixRow(unsigned int i) { return ((i - 1) * i) >> 1U; }
+  static std::size_t MatrixRow(std::size_t i) { return i * (i - 1) / 2; }
   bool IsEmpty() const { return _varStats.empty(); }
-  void Init(DataBatch& batch);
-  void Init(const Data& d) { *this = Data(d); }
-  void Update(DataBatch& batch);
+  void Init(DataBatch& data);
+  void Update(DataBatch& data);
   void Update(const Data& d);
 
   double _weightSum = 0.;
@@ -40,22 +41,23 @@ struct MatrixPairwise::Data {
   std::uint64_t _nRows = 0;
   std::vector<VarStatsData> _varStats;
   std::vector<PairStatsData> _xp;  // columns i > j at MatrixRow(i) + j, i being the first variable
-  WorkArea _work;
+  Scratch _work;
   bool _hasRegWeights = false;
 };
 
-void MatrixPairwise::Data::Init(DataBatch& batch) {
+void MatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());
-  _xp.resize(MatrixRow(batch.NColumns()));
-  _varStats.resize(batch.NColumns());
-  _hasRegWeights = batch.HasRegWeights();
-  Update(batch);
+  _varStats.resize(data.NColumns());
+  _xp.resize(MatrixRow(data.NColumns()));
+  _hasRegWeights = data.HasRegWeights();
+  Update(data);
 }
 
 void MatrixPairwise::Data::Update(DataBatch& data) {
   const unsigned int nCols = data.NColumns();
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
+  _work.Reserve(data.NRows());
   AddTotals(*this, data);
   AddVariables(*this, data, 0);
   AddTriangleOfPairs(*this, data, 0, static_cast<int>(nCols));
@@ -68,7 +70,7 @@ void MatrixPairwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  const auto nCols = static_cast<unsigned int>(_varStats.size());
+  const std::size_t nCols = _varStats.size();
   const std::size_t xpindex = MergeRecords(*this, d);
   VELMOR_ASSERT(xpindex == MatrixRow(nCols));
   MergeTotals(*this, d);

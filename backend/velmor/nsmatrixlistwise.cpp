@@ -9,14 +9,13 @@
 
 namespace velmor {
 
-class NSMatrixListwise::Data {
- public:
+struct NSMatrixListwise::Data {
   Data(int col0, int col1, int col2) : _col0(col0), _col1(col1), _col2(col2) {}
   Data Fresh() const { return {_col0, _col1, _col2}; }
   bool IsEmpty() const { return !_xp; }
   void Init(DataBatch& data);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(const Data& d);
+  void MergeSquareSums(const Data& d, const double* mergedMeans);
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;
@@ -31,32 +30,28 @@ class NSMatrixListwise::Data {
   // Row r, column c of the rectangle at r * (_col2 - _col1) + c; null while empty.
   OwnedArray<double> _xp;
   bool _hasRegWeights = false;
-
- private:
-  void MergeSquareSums(const Data& d, const double* mergedMeans);
-  void MergeRectangle(const Data& d, const double* mergedMeans);
+  bool _isWeightless = false;  // the cases weigh nothing, and no other has come
 };
 
 void NSMatrixListwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp);
   VELMOR_ASSERT(_col0<_col1 && _col1<_col2);
   VELMOR_ASSERT(_col2 <= (int)data.NColumns());
-  const int i = _col1 - _col0;
-  const int j = _col2 - _col1;
+  const ordered::Columns columns = Block(data, _col0, _col2);
+  const std::int64_t i = _col1 - _col0;  // rows and columns of the rectangle
+  const std::int64_t j = _col2 - _col1;
   _css.resize(static_cast<std::size_t>(i + j));
   _means.resize(_css.size());
   _mins.resize(_css.size());
   _maxs.resize(_css.size());
-  _xp = OwnedArray<double>(static_cast<std::size_t>(i) * static_cast<std::size_t>(j));
-  _hasRegWeights = data.HasRegWeights();
+  _xp = OwnedArray<double>(static_cast<std::size_t>(i * j));
   const ordered::Cases cases = TakeTotals(*this, data);
-  const ordered::Columns columns = Block(data, _col0, _col2);
   ordered::Extremes(columns, cases, _mins.data(), _maxs.data());
   ordered::Means(columns, cases, _regWeightSum, _means.data());
   ordered::Center(columns, cases, _means.data());
   ordered::SquareSums(columns, cases, _css.data());
-  const double* const xprow = ordered::RectangularProducts(
-      Block(data, _col0, _col1), Block(data, _col1, _col2), cases, _xp);
+  const double* const xprow = ordered::RectangularProducts(Block(data, _col0, _col1),
+                                                           Block(data, _col1, _col2), cases, _xp);
   VELMOR_ASSERT(xprow == _xp+i*j);
 }
 
@@ -67,48 +62,40 @@ void NSMatrixListwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  if (_weightSum == 0.) {
-    Init(d);
+  if (_isWeightless) {
+    *this = Data(d);
     return;
   }
   auto_array<double, 1> means(_means.size());
-  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(),
-                         _maxs.data());
+  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(), _maxs.data());
   ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
   MergeSquareSums(d, means);
-  MergeRectangle(d, means);
+  // Unlike in a triangle, a row's factor takes the shift of its mean from the merged mean.
+  const std::int64_t rows = _col1 - _col0;
+  const ordered::SideMeans second{_means.data() + rows, _regWeightSum};
+  const ordered::SideMeans secondOfD{d._means.data() + rows, d._regWeightSum};
+  std::int64_t xpindex = 0;
+  for (std::int64_t row = 0; row < rows; ++row) {
+    ordered::MergeRow(second, secondOfD, means + rows,
+                      _regWeightSum * (means[row] - _means.data()[row]),
+                      d._regWeightSum * (means[row] - d._means.data()[row]), d._xp + xpindex,
+                      static_cast<std::size_t>(_col2 - _col1), _xp + xpindex);
+    xpindex += _col2 - _col1;
+    VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
+  }
+  VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   MergeTotals(*this, d, means);
 }
 
 // Unlike a cell's, a square sum's terms are taken as square times weight.
 void NSMatrixListwise::Data::MergeSquareSums(const Data& d, const double* mergedMeans) {
   for (std::size_t i = 0; i < _css.size(); ++i) {
-    const double shift =
-        ordered::MeanDiff(_means[i], _regWeightSum, d._means[i], d._regWeightSum);
+    const double shift = ordered::MeanDiff(_means[i], _regWeightSum, d._means[i], d._regWeightSum);
     const double shiftOfD = mergedMeans[i] - d._means[i];
-    _css[i] = ((d._css[i] + (shift * shift) * _regWeightSum) +
-               (shiftOfD * shiftOfD) * d._regWeightSum) +
-              _css[i];
+    _css[i] =
+        ((d._css[i] + (shift * shift) * _regWeightSum) + (shiftOfD * shiftOfD) * d._regWeightSum) +
+        _css[i];
   }
-}
-
-// Unlike in a triangle, a row's factor takes the shift of its mean from the merged mean.
-void NSMatrixListwise::Data::MergeRectangle(const Data& d, const double* mergedMeans) {
-  const int rows = _col1 - _col0;
-  const int columns = _col2 - _col1;
-  const ordered::SideMeans second{_means.data() + rows, _regWeightSum};
-  const ordered::SideMeans secondOfD{d._means.data() + rows, d._regWeightSum};
-  int xpindex = 0;
-  for (int row = 0; row < rows; ++row) {
-    const auto r = static_cast<std::size_t>(row);
-    ordered::MergeRow(second, secondOfD, mergedMeans + rows,
-                      _regWeightSum * (mergedMeans[r] - _means[r]),
-                      d._regWeightSum * (mergedMeans[r] - d._means[r]), d._xp + xpindex,
-                      static_cast<std::size_t>(columns), _xp + xpindex);
-    xpindex += columns;
-    VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
-  }
-  VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
 }
 
 NSMatrixListwise::NSMatrixListwise(int col0, int col1, int col2)
@@ -121,9 +108,7 @@ NSMatrixListwise& NSMatrixListwise::operator+=(DataBatch& data) {
 }
 
 NSMatrixListwise& NSMatrixListwise::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<NSMatrixListwise*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<NSMatrixListwise>(other)) {
     MergeRecord(*_my, *same->_my);
   }
   return *this;
@@ -169,7 +154,7 @@ double NSMatrixListwise::CCP(int row, int col) const {
     std::swap(row, col);
   }
   VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
-  return _my->_xp[(row - _my->_col0) * (_my->_col2 - _my->_col1) + (col - _my->_col1)];
+  return _my->_xp[std::int64_t{row - _my->_col0} * (_my->_col2 - _my->_col1) + col - _my->_col1];
 }
 
 }  // namespace velmor

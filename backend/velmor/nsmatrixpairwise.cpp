@@ -4,6 +4,8 @@
 #include "pairwise.h"
 #include "protocol.h"
 
+#include <utility>
+
 namespace velmor {
 
 // _xp holds the rectangle of pairs row by row: columns i of the first range and j of the second at
@@ -11,7 +13,6 @@ namespace velmor {
 struct NSMatrixPairwise::Data : PairwiseBlock {
   using PairwiseBlock::PairwiseBlock;
   void Init(DataBatch& data);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(DataBatch& data);
   void Update(const Data& d);
 };
@@ -19,7 +20,8 @@ struct NSMatrixPairwise::Data : PairwiseBlock {
 void NSMatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());
   VELMOR_ASSERT(0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2);
-  MakeRecords(_col2 - _col0, (_col1 - _col0) * (_col2 - _col1));
+  data.Column(static_cast<unsigned int>(_col2 - 1));  // asserts that the batch has it
+  MakeRecords(_col2 - _col0, std::int64_t{_col1 - _col0} * (_col2 - _col1));
   _hasRegWeights = data.HasRegWeights();
   Update(data);
 }
@@ -28,9 +30,10 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
+  _work.Reserve(data.NRows());
   AddTotals(*this, data);
   AddVariables(*this, data, _col0);
-  int xpi = 0;
+  std::int64_t xpi = 0;
   for (int i = _col0; i < _col1; ++i) {
     for (int j = _col1; j < _col2; ++j) {
       AddPair(*this, data, i, j, xpi++);
@@ -47,7 +50,7 @@ void NSMatrixPairwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  const int xpindex = static_cast<int>(MergeRecords(*this, d));
+  const auto xpindex = static_cast<std::int64_t>(MergeRecords(*this, d));
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   MergeTotals(*this, d);
 }
@@ -62,9 +65,7 @@ NSMatrixPairwise& NSMatrixPairwise::operator+=(DataBatch& data) {
 }
 
 NSMatrixPairwise& NSMatrixPairwise::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<NSMatrixPairwise*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<NSMatrixPairwise>(other)) {
     MergeRecord(*_my, *same->_my);
   }
   return *this;
@@ -97,7 +98,8 @@ PairStat& NSMatrixPairwise::Pair(int row, int col) const {
     std::swap(row, col);
   }
   VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
-  return *_my->_xp[static_cast<std::size_t>((row - Col0()) * (Col2() - Col1()) + col - Col1())];
+  return *_my->_xp[static_cast<std::size_t>(std::int64_t{row - Col0()} * (Col2() - Col1()) + col -
+                                            Col1())];
 }
 
 }  // namespace velmor

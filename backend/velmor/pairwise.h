@@ -1,7 +1,7 @@
 #pragma once
 
-// What the pairwise accumulators share: the totals over all cases, which no missing value leaves
-// out, and the passes over a batch's columns and pairs and over two accumulators' records. Data
+// What the pairwise accumulators share: the totals, which count a case whatever it lacks, and the
+// passes over a batch's columns and pairs and over two accumulators' records. Data
 // stands for an accumulator's record; its members have the same names in all of them.
 
 #include <velmor/databatch.h>
@@ -10,11 +10,11 @@
 #include "ordered/chains.h"
 #include "presentcases.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 namespace velmor {
@@ -32,14 +32,29 @@ auto& RecordOf(Stored& stored) {
 // Whether two codes mark the same values.
 inline bool IsSameCode(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
-// Adds a batch's cases to the totals. Makes room in the work area first, so that a batch is
-// accumulated as a whole or, when memory has run out, not at all.
+// An accumulator's work area. Copying takes over the missing code; what the vectors hold means
+// nothing to the copy.
+struct Scratch : WorkArea {
+  explicit Scratch(double missingCode) { _missingCode = missingCode; }
+  Scratch(const Scratch& other) : Scratch(other._missingCode) {}
+  Scratch& operator=(const Scratch&) = delete;
+  Scratch(Scratch&&) noexcept = default;
+  Scratch& operator=(Scratch&&) noexcept = default;
+  ~Scratch() = default;
+
+  // Makes room for a batch. Nothing else in accumulating it allocates, so done first it lets a
+  // batch be accumulated as a whole or, when memory has run out, not at all.
+  void Reserve(std::size_t rows) {
+    for (std::vector<double>* scratch : {&_x0, &_x1, &_w, &_rw}) {
+      scratch->reserve(rows);
+    }
+  }
+};
+
+// Adds a batch's cases to the totals.
 template <class Data>
 void AddTotals(Data& my, DataBatch& batch) {
   const std::size_t n = batch.NRows();
-  for (std::vector<double>* scratch : {&my._work._x0, &my._work._x1, &my._work._w, &my._work._rw}) {
-    scratch->reserve(n);
-  }
   my._nRows += batch.NRows();
   my._weightSum = ordered::WeightedSum(batch.Weights(), n) + my._weightSum;
   if (!batch.HasRegWeights()) {
@@ -67,7 +82,7 @@ void AddVariables(Data& my, DataBatch& batch, int first) {
 
 // Accumulates the cases in which both columns are present into the pair record at `index`.
 template <class Data>
-void AddPair(Data& my, DataBatch& batch, int column0, int column1, int index) {
+void AddPair(Data& my, DataBatch& batch, int column0, int column1, std::int64_t index) {
   auto& record = RecordOf(my._xp[static_cast<std::size_t>(index)]);
   std::decay_t<decltype(record)> ofBatch;
   InitPair(ofBatch, batch.Column(static_cast<unsigned int>(column0)),
@@ -80,7 +95,7 @@ void AddPair(Data& my, DataBatch& batch, int column0, int column1, int index) {
 // higher column is a pair's first variable.
 template <class Data>
 void AddTriangleOfPairs(Data& my, DataBatch& batch, int from, int to) {
-  int index = 0;
+  std::int64_t index = 0;
   for (int i = from; i < to; ++i) {
     for (int j = from; j < i; ++j) {
       AddPair(my, batch, i, j, index++);
@@ -94,19 +109,16 @@ std::size_t MergeRecords(Data& my, const Data& d) {
   for (std::size_t i = 0; i < my._varStats.size(); ++i) {
     UpdateVariable(RecordOf(my._varStats[i]), RecordOf(d._varStats[i]));
   }
-  std::size_t pair = 0;
-  for (; pair < my._xp.size(); ++pair) {
-    UpdatePair(RecordOf(my._xp[pair]), RecordOf(d._xp[pair]));
+  for (std::size_t i = 0; i < my._xp.size(); ++i) {
+    UpdatePair(RecordOf(my._xp[i]), RecordOf(d._xp[i]));
   }
-  return pair;
+  return my._xp.size();
 }
 
 // What a block keeps. The blocks' records add the walk over their pairs.
 struct PairwiseBlock {
   PairwiseBlock(double missingCode, int col0, int col1, int col2)
-      : _col0(col0), _col1(col1), _col2(col2) {
-    _work._missingCode = missingCode;
-  }
+      : _work(missingCode), _col0(col0), _col1(col1), _col2(col2) {}
   // Deep copies.
   PairwiseBlock(const PairwiseBlock& d);
   PairwiseBlock& operator=(const PairwiseBlock& d) { return *this = PairwiseBlock(d); }
@@ -114,8 +126,8 @@ struct PairwiseBlock {
   PairwiseBlock& operator=(PairwiseBlock&&) noexcept = default;
   ~PairwiseBlock() = default;
 
-  // Makes the block's records, all of them fresh, or throws and leaves it empty.
-  void MakeRecords(int columns, int pairs);
+  // Makes the block's records, all of them fresh.
+  void MakeRecords(int columns, std::int64_t pairs);
 
   bool IsEmpty() const { return _varStats.empty(); }
 
@@ -124,7 +136,7 @@ struct PairwiseBlock {
   unsigned int _nRows = 0;
   std::vector<std::unique_ptr<VarStat>> _varStats;  // entry k belongs to column _col0 + k
   std::vector<std::unique_ptr<PairStat>> _xp;
-  WorkArea _work;
+  Scratch _work;
   bool _hasRegWeights = false;
   int _col0;
   int _col1;

@@ -38,8 +38,8 @@ void InitVariable(Record& record, const double* x, const double* w, const double
 }
 
 template <class Record>
-void InitPair(Record& record, const double* x0, const double* x1, const double* w,
-              const double* rw, WorkArea& work, std::size_t n) {
+void InitPair(Record& record, const double* x0, const double* x1, const double* w, const double* rw,
+              WorkArea& work, std::size_t n) {
   ordered::CopyCompletePairs(x0, x1, w, rw, work._missingCode, n, work._x0, work._x1, work._w,
                              work._rw);
   TakeTotals(record, work, rw != nullptr);
@@ -52,10 +52,10 @@ void InitPair(Record& record, const double* x0, const double* x1, const double* 
   record._cscp = CrossProduct(work._x0, work._x1, work._w);
 }
 
-// How far the two sides' means are from the merged mean: b's with the sign of b's side.
+// How far the two sides' means are from the merged mean.
 struct MeanShift {
-  double ofA;  // merged - a
-  double ofB;  // b - merged
+  double ofA;  // as MeanDiff gave it, before it was rounded into the merged mean
+  double ofB;  // b's mean - merged mean
 };
 
 // Merges a mean of weight b into one of weight a.

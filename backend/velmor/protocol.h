@@ -1,10 +1,11 @@
 #pragma once
 
-// The steps that every accumulator's operator+= takes around its record's own arithmetic.
-// A record says with IsEmpty whether it holds a case, and makes with Fresh an empty one of its
-// shape.
+// The steps that every accumulator's operator+= takes around its record's own arithmetic. A record
+// says with IsEmpty whether it holds a case. New states are built aside and moved in, so that one
+// that can't be finished leaves the record as it was.
 
 #include <velmor/databatch.h>
+#include <velmor/matrixbase.h>
 
 #include "float_environment.h"
 
@@ -12,8 +13,8 @@
 
 namespace velmor {
 
-// Adds a batch: reduces it to a record of its own, then merges that. A first batch's record is
-// taken over as it is.
+// Adds a batch: reduces it to a record of its own (Fresh makes an empty one of the same shape),
+// then merges that. A first batch's record is taken over as it is.
 template <class Record, class Batch>
 void AddBatch(Record& record, Batch& batch) {
   if (batch.NRows() == 0) {
@@ -29,8 +30,7 @@ void AddBatch(Record& record, Batch& batch) {
   }
 }
 
-// Adds a batch to a record that accumulates it in place. A first batch that fails leaves the record
-// empty.
+// Adds a batch to a record that accumulates it in place.
 template <class Record>
 void AddBatchInPlace(Record& record, DataBatch& batch) {
   if (batch.NRows() == 0) {
@@ -46,12 +46,23 @@ void AddBatchInPlace(Record& record, DataBatch& batch) {
   }
 }
 
+// The other side of a merge as the accumulator's own class, null if it holds no case.
+template <class Accumulator>
+const Accumulator* SameClass(const MatrixBase& other) {
+  if (other.NRows() == 0) {
+    return nullptr;
+  }
+  const auto* const sameClass = dynamic_cast<const Accumulator*>(&other);
+  VELMOR_ASSERT(sameClass != nullptr);
+  return sameClass;
+}
+
 // Merges a record that holds at least one case.
 template <class Record>
 void MergeRecord(Record& record, const Record& other) {
   const DefaultFloatEnvironment environment;
   if (record.IsEmpty()) {
-    record.Init(other);
+    record = Record(other);
   } else {
     record.Update(other);
   }

@@ -10,13 +10,11 @@
 
 namespace velmor {
 
-class SMatrixListwise::Data {
- public:
+struct SMatrixListwise::Data {
   Data(int col0, int col2) : _col0(col0), _col1(col0), _col2(col2) {}
   Data Fresh() const { return {_col0, _col2}; }
   bool IsEmpty() const { return !_xp; }
   void Init(DataBatch& data);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(const Data& d);
 
   double _weightSum = 0.;
@@ -30,26 +28,25 @@ class SMatrixListwise::Data {
   int _col2;               // 0 until the first batch where the block is all its columns
   OwnedArray<double> _xp;  // cell (r, c), c <= r, at MatrixRowCount(r+1) + c; null while empty
   bool _hasRegWeights = false;
+  bool _isWeightless = false;  // the cases weigh nothing, and no other has come
 };
 
 void SMatrixListwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp);
-  const int nBatchCols = static_cast<int>(data.NColumns());
+  int nCols = static_cast<int>(data.NColumns());
   if (_col2 == 0) {
     VELMOR_ASSERT(_col0 == 0 && _col1 == 0);
-    _col2 = nBatchCols;
+    _col2 = nCols;
   } else {
-    const int nCols = nBatchCols;
     VELMOR_ASSERT(_col0==_col1 && _col0>=0);
     VELMOR_ASSERT(_col2 <= nCols && _col2>_col0);
   }
-  const int nCols = _col2 - _col0;
-  const int nCells = MatrixRowCount(nCols + 1);
+  nCols = _col2 - _col0;  // the block's from here on
+  const std::int64_t nCells = MatrixRowCount(nCols + 1);
   _means.resize(static_cast<std::size_t>(nCols));
   _mins.resize(_means.size());
   _maxs.resize(_means.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(nCells));
-  _hasRegWeights = data.HasRegWeights();
   const ordered::Cases cases = TakeTotals(*this, data);
   const ordered::Columns columns = Block(data, _col0, _col2);
   ordered::Means(columns, cases, _regWeightSum, _means.data());
@@ -66,16 +63,15 @@ void SMatrixListwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  if (_weightSum == 0.) {
-    Init(d);
+  if (_isWeightless) {
+    *this = Data(d);
     return;
   }
   const int nCols = _col2 - _col0;
   auto_array<double, 1> means(_means.size());
-  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(),
-                         _maxs.data());
+  ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(), _maxs.data());
   ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
-  const int xpindex = static_cast<int>(MergeTriangle(*this, d, means));
+  const auto xpindex = static_cast<std::int64_t>(MergeTriangle(*this, d, means));
   VELMOR_ASSERT(xpindex == MatrixRowCount(nCols+1));
   MergeTotals(*this, d, means);
 }
@@ -90,9 +86,7 @@ SMatrixListwise& SMatrixListwise::operator+=(DataBatch& data) {
 }
 
 SMatrixListwise& SMatrixListwise::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<SMatrixListwise*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<SMatrixListwise>(other)) {
     MergeRecord(*_my, *same->_my);
   }
   return *this;

@@ -5,6 +5,8 @@
 #include "pairwise.h"
 #include "protocol.h"
 
+#include <utility>
+
 namespace velmor {
 
 // _xp holds the pairs of a strictly lower triangle: columns hi > lo at
@@ -12,7 +14,6 @@ namespace velmor {
 struct SMatrixPairwise::Data : PairwiseBlock {
   Data(double missingCode, int col0, int col2) : PairwiseBlock(missingCode, col0, col0, col2) {}
   void Init(DataBatch& data);
-  void Init(const Data& d) { *this = Data(d); }
   void Update(DataBatch& data);
   void Update(const Data& d);
 };
@@ -23,6 +24,7 @@ void SMatrixPairwise::Data::Init(DataBatch& data) {
     _col2 = static_cast<int>(data.NColumns());
   }
   VELMOR_ASSERT(0 <= _col0 && _col0 < _col2);
+  data.Column(static_cast<unsigned int>(_col2 - 1));  // asserts that the batch has it
   MakeRecords(_col2 - _col0, MatrixRowCount(_col2 - _col0));
   _hasRegWeights = data.HasRegWeights();
   Update(data);
@@ -32,6 +34,7 @@ void SMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
+  _work.Reserve(data.NRows());
   AddTotals(*this, data);
   AddVariables(*this, data, _col0);
   AddTriangleOfPairs(*this, data, _col0, _col2);
@@ -46,7 +49,7 @@ void SMatrixPairwise::Data::Update(const Data& d) {
     return;
   }
   const int nCols = _col2 - _col0;
-  const int xpindex = static_cast<int>(MergeRecords(*this, d));
+  const auto xpindex = static_cast<std::int64_t>(MergeRecords(*this, d));
   VELMOR_ASSERT(xpindex == MatrixRowCount(nCols));
   MergeTotals(*this, d);
 }
@@ -62,9 +65,7 @@ SMatrixPairwise& SMatrixPairwise::operator+=(DataBatch& data) {
 }
 
 SMatrixPairwise& SMatrixPairwise::operator+=(MatrixBase& other) {
-  if (other.NRows() != 0) {
-    const auto* const same = dynamic_cast<SMatrixPairwise*>(&other);
-    VELMOR_ASSERT(same != nullptr);
+  if (const auto* const same = SameClass<SMatrixPairwise>(other)) {
     MergeRecord(*_my, *same->_my);
   }
   return *this;

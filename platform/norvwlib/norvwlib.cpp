@@ -12,7 +12,7 @@ NorvGoToCaller::~NorvGoToCaller() = default;
 const char* NorvGoToCaller::what() const noexcept { return "a host error ended the run"; }
 
 std::int64_t getthreads_() {
-  // Counts what this process may run on, which a container or taskset may have cut down.
+  // A cpuset or taskset may have cut down what there is.
   cpu_set_t available;
   if (sched_getaffinity(0, sizeof available, &available) == 0) {
     return CPU_COUNT(&available);

@@ -22,10 +22,12 @@ class NorvGoToCaller : public std::exception {
 
 extern "C" {
 
-// Threads to use when a run is not told. Default: the processors available to this process.
+// Threads to use when a run is not told. Default: the processors that the calling thread may run
+// on, at least 1.
 std::int64_t getthreads_();
 
-// Cache memory that a run may use, in kilobytes. Default: the second-level cache of one core.
+// Cache memory that a run may use, in kilobytes. Default: the second-level cache of one core, 1024
+// where its size is not known.
 std::int64_t getmcache_();
 
 // Called on the thread that called Driver, after a pooled run in which a part raised

@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <deque>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -113,7 +115,8 @@ tkThreadPoolBase::~tkThreadPoolBase() {
 
 void tkThreadPoolBase::init() {
   if (_threads < 0) {
-    throw std::invalid_argument("tkThreadPool: the number of threads is negative");
+    throw std::invalid_argument("tkThreadPool: there can't be " + std::to_string(_threads) +
+                                " threads");
   }
   for (int i = 0; i < _threads; ++i) {
     _workers.push_back(std::make_unique<Worker>(*this));
@@ -121,8 +124,16 @@ void tkThreadPoolBase::init() {
 }
 
 void tkThreadPoolBase::startAll() {
-  for (const auto& worker : _workers) {
-    worker->Start();
+  int started = 0;
+  try {
+    for (const auto& worker : _workers) {
+      worker->Start();
+      ++started;
+    }
+  } catch (const std::system_error& error) {
+    throw std::system_error(error.code(), "tkThreadPool: can't start thread " +
+                                              std::to_string(started + 1) + " of " +
+                                              std::to_string(_threads));
   }
 }
 

@@ -3,6 +3,7 @@
 // Threads as velmor's driver uses them: a pool whose threads each run the tasks handed to them, a
 // counter of completed tasks to wait on, a mutex and its guard. Built on the standard library.
 
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -79,10 +80,11 @@ class tkThreadPoolBase {
   tkThreadPoolBase& operator=(const tkThreadPoolBase&) = delete;
 
   // Sets the pool up for its number of threads. Call it once, then startAll.
-  // Throws std::invalid_argument if that number is negative, std::bad_alloc.
+  // Throws std::invalid_argument for a negative number, std::bad_alloc.
   void init();
 
-  // Starts the threads. Throws std::system_error when one can't be started; destroy the pool then.
+  // Starts the threads. Throws std::system_error that says which one can't be started; destroy the
+  // pool then.
   void startAll();
 
   // Queues a task, which a pool thread runs by calling task->callback(data) once. Tasks go to the
@@ -93,12 +95,12 @@ class tkThreadPoolBase {
 
  protected:
   explicit tkThreadPoolBase(int threads);
-  // Runs what is still queued to its end, then ends the threads.
+  // Lets the threads that were started run what is still queued, then ends them.
   ~tkThreadPoolBase();
 
  private:
   friend class tkCompleteTask;
-  class Worker;
+  class [[gnu::visibility("hidden")]] Worker;
 
   void KeepFailure(std::exception_ptr failure);
 
@@ -131,8 +133,8 @@ class tkCompleteTask {
   // One task more is complete. Any thread may call it.
   void completeOperation();
 
-  // Returns once completeOperation was called as often as set asked. When a task of the innermost
-  // pool of the calling thread has failed, which can then never come about, raises its exception.
+  // Waits until completeOperation was called as often as set asked. Raises, instead of waiting on,
+  // the first exception that left a task of this thread's innermost pool.
   void waitAll();
 
  private:

@@ -17,18 +17,21 @@ class DiscriminantMatrix : public MatrixBase {
  public:
   // No groups and no variables: can only be merged into, and takes over the other's.
   DiscriminantMatrix();
+  // Asserts that neither is negative.
   DiscriminantMatrix(int nGroup, int nVar);
   ~DiscriminantMatrix() override;
 
   using MatrixBase::operator+=;
 
-  // Adds a batch, which is only read. O(rows * columns^2). Asserts that it has NVar() columns and
-  // group numbers below NGroup(). Throws std::bad_alloc, leaving the accumulator as it was.
+  // Adds a batch, which is only read. O(rows * NVar()^2 + NGroup() * NVar()); takes as much memory
+  // again while it does. Asserts that the batch has NVar() columns and group numbers below
+  // NGroup(). Throws std::bad_alloc, leaving the accumulator as it was.
   DiscriminantMatrix& operator+=(DataBatch& data) override;
 
-  // Merges a DiscriminantMatrix over other cases. O(cells). One whose weights sum to zero changes
-  // nothing. Asserts the other's class and, unless this one is empty, that both have the same
-  // groups and variables. Throws std::bad_alloc, leaving the accumulator as it was.
+  // Merges a DiscriminantMatrix over other cases. O(NVar()^2 + NGroup() * NVar()). One whose
+  // weights sum to zero changes nothing. Asserts the other's class and, unless this one is empty,
+  // that both have the same groups and variables. Throws std::bad_alloc, leaving the accumulator as
+  // it was.
   DiscriminantMatrix& operator+=(MatrixBase& other) override;
 
   unsigned int NRows() const override;
@@ -49,7 +52,7 @@ class DiscriminantMatrix : public MatrixBase {
   double TSSP(int row, int col) const;
 
  private:
-  class [[gnu::visibility("hidden")]] Data;
+  struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };
 

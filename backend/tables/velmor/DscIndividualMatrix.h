@@ -11,12 +11,13 @@ namespace velmor {
 // group's weight, each variable's weighted sum, and the weighted sum of products of each pair of
 // variables, a variable with itself included. None of them is centred.
 //
-// It takes batches sorted by group only. Cases are complete. w, the weight of a case, is its case
+// It takes only batches sorted by group. Cases are complete. w, the weight of a case, is its case
 // weight, 1 without case weights; regression weights do not enter.
 class DiscIndividualMatrix : public MatrixBase {
  public:
   // No groups and no variables: can only be merged into, and takes over the other's.
   DiscIndividualMatrix();
+  // Asserts that neither is negative.
   DiscIndividualMatrix(int nGroup, int nVar);
   ~DiscIndividualMatrix() override;
 
@@ -26,14 +27,14 @@ class DiscIndividualMatrix : public MatrixBase {
     return *this;
   }
 
-  // Adds a batch, which is only read. O(rows * columns^2). Asserts that it is sorted, has NVar()
-  // columns and not more than NGroup() groups. Throws std::bad_alloc, leaving the accumulator as
-  // it was.
+  // Adds a batch, which is only read. O((rows + NGroup()) * NVar()^2); takes as much memory again
+  // while it does. Asserts that the batch is sorted, has NVar() columns and not more than NGroup()
+  // groups. Throws std::bad_alloc, leaving the accumulator as it was.
   DiscIndividualMatrix& operator+=(DataBatchByGroup& data) override;
 
-  // Merges a DiscIndividualMatrix over other cases. O(cells). One whose weights sum to zero changes
-  // nothing. Asserts the other's class and, unless this one is empty, that both have the same
-  // groups and variables. Throws std::bad_alloc, leaving the accumulator as it was.
+  // Merges a DiscIndividualMatrix over other cases. O(NGroup() * NVar()^2). One whose weights sum
+  // to zero changes nothing. Asserts the other's class and, unless this one is empty, that both
+  // have the same groups and variables. Throws std::bad_alloc, leaving the accumulator as it was.
   DiscIndividualMatrix& operator+=(MatrixBase& other) override;
 
   unsigned int NRows() const override;
@@ -55,7 +56,7 @@ class DiscIndividualMatrix : public MatrixBase {
   double TSSP(int row, int col, int groupVal) const;
 
  private:
-  class [[gnu::visibility("hidden")]] Data;
+  struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };
 

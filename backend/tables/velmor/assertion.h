@@ -9,8 +9,8 @@
 namespace velmor {
 
 // Prints the line above and aborts.
-//   file  __FILE__ of the check: a path that begins with "backend/" stands as it is; any other is
-//         that of a public header which a host compiled from wherever it keeps it
+//   file  __FILE__ of the check: a path that begins with "backend/velmor/" stands as it is; any
+//         other is that of a public header, wherever it was compiled from
 [[noreturn]] void AssertionFailed(const char* file, int line, const char* function,
                                   const char* condition) noexcept;
 

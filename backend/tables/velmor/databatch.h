@@ -3,6 +3,8 @@
 #include <velmor/assertion.h>
 #include <velmor/owned_array.h>
 
+#include <cstddef>
+
 #pragma GCC visibility push(default)
 namespace velmor {
 

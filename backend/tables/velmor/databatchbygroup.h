@@ -3,6 +3,7 @@
 #include <velmor/assertion.h>
 #include <velmor/owned_array.h>
 
+#include <cstddef>
 #include <vector>
 
 #pragma GCC visibility push(default)
@@ -63,7 +64,7 @@ class DataBatchByGroup {
 
   // Cases of a group added so far. Asserts the bound and that the batch has groups.
   unsigned int groupCount(unsigned int group) const {
-    VELMOR_ASSERT(_pGroup!=0);
+    VELMOR_ASSERT(_pGroup != nullptr);
     VELMOR_ASSERT(group < NGroups());
     return _groupCounts[group];
   }

@@ -14,9 +14,10 @@ class ProblemPartBase {
   ProblemPartBase(const ProblemPartBase&) = delete;
   ProblemPartBase& operator=(const ProblemPartBase&) = delete;
 
-  // Takes the next cases from the host's data; false when none was left. Never runs at the same
-  // time as another part's ReadBatch, so keep it short: claim the cases here and do what can be
-  // done without the other threads' data (parsing, filling the batch) in AccumulateBatch.
+  // Takes the next cases from the host's data; false when none was left, and then no part reads
+  // again. Never runs at the same time as another part's ReadBatch, so keep it short: only claim
+  // the cases here; all else, such as parsing them and filling the batch, belongs in
+  // AccumulateBatch.
   virtual bool ReadBatch() = 0;
 
   // Processes what the last ReadBatch took, typically `accumulator += batch`. Runs at the same
@@ -56,13 +57,15 @@ class ProblemBase {
 //
 //   threads  1: all on the calling thread, one part. More: that many threads, one part each; parts
 //            merge in the order in which they finish. Less than 1: as many as the host service
-//            getthreads_ says.
+//            getthreads_ says. More threads than the system can start are an error, which says so
+//            (std::system_error, std::invalid_argument).
 //
 // Errors. On the calling thread (the only one with threads == 1) every exception passes to the
 // caller. NorvGoToCaller on a pool thread: the other parts stop at their next turn and merge, the
 // one that raised it does not, and the host service atnnxt_ is called once after all have ended.
-// Any other exception on a pool thread: the other parts stop at their next turn, and the caller
-// gets the first such exception after all have ended. Parts are deleted in every case.
+// Any other exception on a pool thread: the other parts stop at their next turn and merge, and the
+// caller gets the first such exception after all have ended; then atnnxt_ is not called, not even
+// if there was a NorvGoToCaller as well. Parts are deleted in every case.
 //
 // Can be called from several threads at once and from within a part.
 void Driver(ProblemBase* problem, int threads);

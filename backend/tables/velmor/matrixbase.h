@@ -32,8 +32,8 @@ class MatrixBase {
   virtual MatrixBase& operator+=(DataBatchByGroup& data);
 
   // Merges an accumulator over other cases into this one; it is only read. Merging one that holds
-  // no case changes nothing; merging into an empty one copies. Asserts that both are of one class
-  // and shape. Throws std::bad_alloc.
+  // no case changes nothing; merging into an empty one copies, shape included. Asserts that both
+  // are of one class and otherwise of one shape. Throws std::bad_alloc.
   virtual MatrixBase& operator+=(MatrixBase& other) = 0;
 
  protected:

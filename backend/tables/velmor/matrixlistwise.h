@@ -12,10 +12,11 @@ namespace velmor {
 // statistic: the host fills its batches with complete cases.
 //
 // u, the combined weight of a case, is its case weight times its regression weight, the one that
-// it has when it has one, and 1 when it has neither. A batch or a merged accumulator whose case
-// weights sum to zero contributes nothing beside others. Use by one thread at a time, emptiness
-// and the floating-point environment are as for MatrixBase; unlike its heirs this class has no
-// virtual operations and counts its rows in 64 bits.
+// is present when only one is, and 1 when neither is. A batch or a merged accumulator whose case
+// weights sum to zero contributes nothing beside others; where only the combined weights do, means
+// are quotients by zero. Use by one thread at a time, emptiness and the floating-point environment
+// are as for MatrixBase; unlike its heirs this class has no virtual operations and counts its rows
+// in 64 bits.
 class MatrixListwise {
  public:
   MatrixListwise();
@@ -52,7 +53,7 @@ class MatrixListwise {
   double CCP(unsigned int row, unsigned int col) const;
 
  private:
-  class [[gnu::visibility("hidden")]] Data;
+  struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };
 

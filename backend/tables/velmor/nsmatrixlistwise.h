@@ -19,8 +19,8 @@ class NSMatrixListwise : public MatrixBase {
 
   using MatrixBase::operator+=;
 
-  // Adds a batch, changing it as SMatrixListwise does. O(rows * cells). Asserts that both ranges lie
-  // within the batch and that all batches agree on having regression weights. Throws
+  // Adds a batch, changing it as SMatrixListwise does. O(rows * cells). Asserts that both ranges
+  // lie within the batch and that all batches agree on having regression weights. Throws
   // std::bad_alloc, leaving the accumulator as it was.
   NSMatrixListwise& operator+=(DataBatch& data) override;
 
@@ -53,7 +53,7 @@ class NSMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  class [[gnu::visibility("hidden")]] Data;
+  struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };
 

@@ -21,11 +21,12 @@ class NSMatrixPairwise : public MatrixBase {
 
   using MatrixBase::operator+=;
 
-  // Adds a batch, which is only read. O(rows * pairs). Asserts and throws as SMatrixPairwise does.
+  // Adds a batch, which is only read. O(rows * (columns + pairs)). Asserts and throws as
+  // SMatrixPairwise does.
   NSMatrixPairwise& operator+=(DataBatch& data) override;
 
-  // Merges an NSMatrixPairwise over other cases. O(pairs). Asserts and throws as SMatrixPairwise
-  // does.
+  // Merges an NSMatrixPairwise over other cases. O(columns + pairs). Asserts and throws as
+  // SMatrixPairwise does.
   NSMatrixPairwise& operator+=(MatrixBase& other) override;
 
   unsigned int NRows() const override;
@@ -41,12 +42,12 @@ class NSMatrixPairwise : public MatrixBase {
   int Col1() const;
   int Col2() const;
 
-  // The record of a column of either range. The block keeps it. Asserts the bounds and
-  // 0 < WeightSum().
+  // The record of a column of either range, the block's own: valid as long as the block is, and
+  // shows what it then holds. Asserts the bounds and 0 < WeightSum().
   VarStat& Var(int col) const;
 
   // The record of a column of the first range, its first variable, and one of the second, in
-  // either order. The block keeps it. Asserts the bounds, that the columns are of different
+  // either order, likewise the block's own. Asserts the bounds, that the columns are of different
   // ranges, and 0 < WeightSum().
   PairStat& Pair(int row, int col) const;
 

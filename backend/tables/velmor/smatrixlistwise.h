@@ -11,17 +11,18 @@ namespace velmor {
 // in every statistic: the host fills its batches with cases that are complete in the block.
 //
 // u, the combined weight of a case, is its case weight times its regression weight, the one that
-// it has when it has one, and 1 when it has neither. A batch or a merged accumulator whose case
+// is present when only one is, and 1 when neither is. A batch or a merged accumulator whose case
 // weights sum to zero contributes nothing beside others: the first one with a non-zero sum
-// replaces it, and later ones are passed over.
+// replaces it, and later ones are passed over. Where the case weights do not but the combined
+// weights sum to zero, means are quotients by zero.
 //
 // Column arguments are columns of the batches, not places in the block.
 class SMatrixListwise : public MatrixBase {
  public:
   // The block is all columns of the batches.
   SMatrixListwise();
-  // The block is columns [col0, col2) of the batches; col2 == 0 stands for all of them. The bounds
-  // are asserted with the first batch.
+  // The block is columns [col0, col2) of the batches; (0, 0) stands for all of them. The bounds are
+  // asserted with the first batch.
   SMatrixListwise(int col0, int col2);
   ~SMatrixListwise() override;
 
@@ -46,7 +47,8 @@ class SMatrixListwise : public MatrixBase {
   bool HasRegWeights() const;
   // Sum of the combined weights, WeightSum() without regression weights.
   double RegWeightSum() const;
-  // The block is columns [Col0(), Col2()). Col1() equals Col0().
+  // The block is columns [Col0(), Col2()). Col1() equals Col0(). Where the block is all columns,
+  // Col2() is 0 until the first batch.
   int Col0() const;
   int Col1() const;
   int Col2() const;
@@ -64,7 +66,7 @@ class SMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  class [[gnu::visibility("hidden")]] Data;
+  struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };
 

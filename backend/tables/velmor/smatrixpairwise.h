@@ -13,14 +13,15 @@ namespace velmor {
 // both are. statistics.h says which values are present and what the weights do.
 //
 // The block's own totals (NRows, WeightSum, RegWeightSum) count every case, whatever it lacks.
-// Column arguments are columns of the batches, not places in the block. Memory: at most 128 bytes
-// a pair; once the largest batch has been seen, batches allocate nothing.
+// Column arguments are columns of the batches, not places in the block. Memory: at most 128 bytes a
+// pair and a column, and 32 a row of the largest batch; once that has been seen, batches allocate
+// nothing.
 class SMatrixPairwise : public MatrixBase {
  public:
   // The block is all columns of the batches.
   explicit SMatrixPairwise(double missingCode);
-  // The block is columns [col0, col2) of the batches; col2 == 0 stands for all of them. The bounds
-  // are asserted with the first batch.
+  // The block is columns [col0, col2) of the batches. col2 == 0 stands for the number of columns of
+  // the first batch, with which the bounds are asserted.
   SMatrixPairwise(double missingCode, int col0, int col2);
   ~SMatrixPairwise() override;
 
@@ -46,16 +47,18 @@ class SMatrixPairwise : public MatrixBase {
   double RegWeightSum() const;
   bool HasRegWeights() const;
   double MissingCode() const;
-  // The block is columns [Col0(), Col2()). Col1() equals Col0().
+  // The block is columns [Col0(), Col2()). Col1() equals Col0(). Where the block is all columns,
+  // Col2() is 0 until the first batch.
   int Col0() const;
   int Col1() const;
   int Col2() const;
 
-  // The record of a column. The block keeps it. Asserts the bounds and 0 < WeightSum().
+  // The record of a column, the block's own: valid as long as the block is, and shows what it then
+  // holds. Asserts the bounds and 0 < WeightSum().
   VarStat& Var(int col) const;
 
-  // The record of two different columns, in either order: its first variable is the column with
-  // the higher number. The block keeps it. Asserts the bounds and 0 < WeightSum().
+  // The record of two different columns, in either order, likewise the block's own. Its first
+  // variable is the column with the higher number. Asserts the bounds and 0 < WeightSum().
   PairStat& Pair(int row, int col) const;
 
  private:

@@ -13,8 +13,8 @@ namespace velmor {
 //
 // A value is absent when it equals the work area's missing code, and only then: a NaN value is
 // present, and a NaN code marks nothing. A case's weight never makes it absent. u, the combined
-// weight of a case, is its case weight times its regression weight, the one that it has when it
-// has one, and 1 when it has neither. Init and Update compute in the default floating-point
+// weight of a case, is its case weight times its regression weight, the one that is present when
+// only one is, and 1 when neither is. Init and Update compute in the default floating-point
 // environment and restore the caller's. Records are used by one thread at a time.
 
 // Scratch for Init: vectors that keep their capacity from call to call. What they hold between
@@ -35,10 +35,12 @@ struct VarStatData {
   //   x       n values
   //   w, rw   n case weights and n regression weights, null when there are none
   //   wa      lends its vectors and its missing code
-  // O(n); allocates only while wa's vectors grow to n. Throws std::bad_alloc.
+  //   n       number of cases, not negative
+  // O(n); allocates only while wa's vectors grow to n. Throws std::bad_alloc, leaving the record
+  // as it was.
   void Init(const double* x, const double* w, const double* rw, WorkArea& wa, int n);
 
-  // Merges the statistics of other cases; none of them changes nothing. O(1).
+  // Merges the statistics of other cases. A record of no case changes nothing. O(1).
   void Update(const VarStatData& other);
 
   int _nRows = 0;             // cases in which the variable is present
@@ -46,8 +48,10 @@ struct VarStatData {
   double _regWeightSum = 0.;  // their combined weights
   double _mean = 0.;          // sum of u * x over _regWeightSum
   double _css = 0.;           // sum of u * (x - mean)^2
-  double _min;                // maxvalue while no case counts
-  double _max;                // minvalue while no case counts
+  // maxvalue and minvalue while no case counts. With a NaN among the values the extremes depend on
+  // how the cases were cut into batches, and mean nothing.
+  double _min;
+  double _max;
 };
 
 // The statistics of two variables over the cases in which both are present.
@@ -71,7 +75,7 @@ struct PairStatData {
 class VarStat {
  public:
   VarStat();
-  // Takes ownership of `data`.
+  // Takes ownership of `data`. A handle given null can only be destroyed.
   explicit VarStat(VarStatData* data);
   ~VarStat();
   VarStat(const VarStat&) = delete;
@@ -103,7 +107,7 @@ class VarStat {
 class PairStat {
  public:
   PairStat();
-  // Takes ownership of `data`.
+  // Takes ownership of `data`. A handle given null can only be destroyed.
   explicit PairStat(PairStatData* data);
   ~PairStat();
   PairStat(const PairStat&) = delete;

@@ -3,7 +3,13 @@
 
 #include <velmor/kernels.h>
 
+#include <cfloat>
+#include <limits>
+
 namespace velmor::ordered {
+
+// A chain has the same bits everywhere if each operation is rounded to a double of IEEE 754.
+static_assert(std::numeric_limits<double>::is_iec559 && FLT_EVAL_METHOD == 0);
 
 double Sum(const double* x, std::size_t count) {
   double sum = 0.;
@@ -58,8 +64,8 @@ double WeightedMean(const double* x, const double* weights, double weightSum, st
     return x[0];
   }
   const double runSum = runWeight * x[0];
-  const double rest = weights ? ProductSum(weights + run, x + run, count - run)
-                              : Sum(x + run, count - run);
+  const double rest =
+      weights ? ProductSum(weights + run, x + run, count - run) : Sum(x + run, count - run);
   return (rest + runSum) / weightSum;
 }
 

@@ -20,7 +20,7 @@ struct Columns {
 // The cases of a batch.
 struct Cases {
   std::size_t rows;
-  const double* weights;  // combined weights, null when every case weighs 1
+  const double* weights;  // the cases' weights, null when each is 1
 };
 
 // means[i] = WeightedMean of column i.
