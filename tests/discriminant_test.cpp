@@ -10,26 +10,6 @@ namespace {
 
 using testing::ElementsAre;
 
-// A sorted batch of grouped cases.
-std::unique_ptr<DataBatchByGroup> GroupedBatch(const Cases& cases, unsigned int columns,
-                                               unsigned int nGroups, bool sorted = true) {
-  double weight = 0.;
-  unsigned int group = 0;
-  auto batch = std::make_unique<DataBatchByGroup>(
-      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
-      cases.weights.empty() ? nullptr : &weight, nullptr, &group, nGroups);
-  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-    weight = cases.weights.empty() ? 0. : cases.weights[i];
-    group = cases.groups[i];
-    std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
-    batch->AddRow();
-  }
-  if (sorted) {
-    batch->SortByGroup();
-  }
-  return batch;
-}
-
 TEST(DiscriminantMatrix, HandWorkedCase) {
   const Cases cases{{{1.}, {3.}, {5.}}, {}, {}, {0, 0, 1}};
   DiscriminantMatrix a(2, 1);

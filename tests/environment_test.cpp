@@ -21,20 +21,6 @@ const Cases kCases{{{0.1, 0x1p-1060}, {0.7, 0x1.8p-1059}, {1.3, 0x1.1p-1058}, {0
                    {1.7, 0.6, 0.1, 2.3},
                    {1, 0, 1, 0}};
 
-std::unique_ptr<DataBatchByGroup> GroupedBatch(const Cases& cases) {
-  double weight = 0.;
-  unsigned int group = 0;
-  auto batch = std::make_unique<DataBatchByGroup>(2, 4, &weight, nullptr, &group, 2);
-  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-    weight = cases.weights[i];
-    group = cases.groups[i];
-    std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
-    batch->AddRow();
-  }
-  batch->SortByGroup();
-  return batch;
-}
-
 // Two batches into one accumulator, a third into another, and a merge.
 template <class Accumulator, class MakeBatch>
 void AddAndMerge(Accumulator& a, Accumulator& other, MakeBatch makeBatch) {
@@ -99,7 +85,7 @@ std::vector<std::uint64_t> Results() {
   {
     DiscIndividualMatrix a(2, 2);
     DiscIndividualMatrix b(2, 2);
-    AddAndMerge(a, b, GroupedBatch);
+    AddAndMerge(a, b, [](const Cases& cases) { return GroupedBatch(cases, 2, 2); });
     Append(results, {a.WeightSum(), a.TSSP(0, 0), a.TSSP(4, 1), a.TSSP(1, 0)});
   }
   {

@@ -98,19 +98,7 @@ void TryEachOperation(const char* name, Make make, MakeBatch makeBatch) {
 
 TEST(Memory, BatchesAndMergesAreAllOrNothing) {
   const auto plain = [](const Cases& cases) { return Batch(cases); };
-  const auto grouped = [](const Cases& cases) {
-    double weight = 0.;
-    unsigned int group = 0;
-    auto batch = std::make_unique<DataBatchByGroup>(3, 4, &weight, nullptr, &group, 2);
-    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-      weight = cases.weights[i];
-      group = cases.groups[i];
-      std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
-      batch->AddRow();
-    }
-    batch->SortByGroup();
-    return batch;
-  };
+  const auto grouped = [](const Cases& cases) { return GroupedBatch(cases, 3, 2); };
   TryEachOperation(
       "MatrixListwise", [] { return std::make_unique<MatrixListwise>(); }, plain);
   TryEachOperation(

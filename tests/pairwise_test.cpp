@@ -16,29 +16,6 @@ using Doubles = std::vector<double>;
 
 constexpr double kMissing = -9.;
 
-// Every field of a record, of both kinds of records.
-template <class Variable>
-Doubles Fields(const Variable& v) {
-  Doubles fields{static_cast<double>(v.NRows()), v.WeightSum(), v.RegWeightSum(), v.Mean(),
-                 v.CSS()};
-  if constexpr (requires { v.Min(); }) {
-    fields.insert(fields.end(), {v.Min(), v.Max()});
-  }
-  return fields;
-}
-
-template <class Pair>
-Doubles PairFields(const Pair& p) {
-  return {static_cast<double>(p.NRows()),
-          p.WeightSum(),
-          p.RegWeightSum(),
-          p.Mean0(),
-          p.Mean1(),
-          p.CSS0(),
-          p.CSS1(),
-          p.CSCP()};
-}
-
 Doubles Swapped(Doubles pair, double cscp) {
   std::swap(pair[3], pair[4]);
   std::swap(pair[5], pair[6]);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <velmor/velmor.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -70,6 +71,49 @@ inline std::unique_ptr<DataBatch> Batch(const Cases& cases, unsigned int columns
 
 inline std::unique_ptr<DataBatch> Batch(const Cases& cases) {
   return Batch(cases, static_cast<unsigned int>(cases.rows.at(0).size()));
+}
+
+// A batch of grouped cases, sorted unless told otherwise. No more can be added to it.
+inline std::unique_ptr<DataBatchByGroup> GroupedBatch(const Cases& cases, unsigned int columns,
+                                                      unsigned int nGroups, bool sorted = true) {
+  double weight = 0.;
+  unsigned int group = 0;
+  auto batch = std::make_unique<DataBatchByGroup>(
+      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
+      cases.weights.empty() ? nullptr : &weight, nullptr, &group, nGroups);
+  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+    weight = cases.weights.empty() ? 0. : cases.weights[i];
+    group = cases.groups[i];
+    std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
+    batch->AddRow();
+  }
+  if (sorted) {
+    batch->SortByGroup();
+  }
+  return batch;
+}
+
+// Every field of a record, of both kinds of records.
+template <class Variable>
+std::vector<double> Fields(const Variable& v) {
+  std::vector<double> fields{static_cast<double>(v.NRows()), v.WeightSum(), v.RegWeightSum(),
+                             v.Mean(), v.CSS()};
+  if constexpr (requires { v.Min(); }) {
+    fields.insert(fields.end(), {v.Min(), v.Max()});
+  }
+  return fields;
+}
+
+template <class Pair>
+std::vector<double> PairFields(const Pair& p) {
+  return {static_cast<double>(p.NRows()),
+          p.WeightSum(),
+          p.RegWeightSum(),
+          p.Mean0(),
+          p.Mean1(),
+          p.CSS0(),
+          p.CSS1(),
+          p.CSCP()};
 }
 
 // A call that breaks a contract, and the line that it ends the process with.
