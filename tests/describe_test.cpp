@@ -4,17 +4,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "program.h"
 
 namespace {
 
@@ -22,34 +19,8 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// A directory of its own for the files of a test, with the current directory in it.
-class InDirectory : public testing::Test {
- public:
-  InDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "describe_testXXXXXX").string();
-    _directory = mkdtemp(name.data());
-    std::filesystem::current_path(_directory);
-  }
-  ~InDirectory() override {
-    std::filesystem::current_path("/");
-    std::filesystem::remove_all(_directory);
-  }
-
- private:
-  std::filesystem::path _directory;
-};
-
 using Csv = InDirectory;
 using Describe = InDirectory;
-
-void Write(const std::string& name, const std::string& text) {
-  std::ofstream(name, std::ios::binary) << text;
-}
-
-std::string Contents(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The records of x.csv, one a line, as "line|field|field"; then the error, if there is one.
 std::string Records(std::size_t blockSize) {
@@ -160,18 +131,8 @@ TEST(CsvNumber, IsDecimalAndFinite) {
   }
 }
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string error;
-};
-
-// What describe does with these arguments, as written in a shell.
-Outcome RunProgram(const std::string& arguments, const std::string& before = "") {
-  const std::string command = before + "'" DESCRIBE_PROGRAM "' >out 2>error " + arguments;
-  // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): a shell to redirect; one thread only
-  const int status = std::system(command.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("error")};
+Outcome RunDescribe(const std::string& arguments, const std::string& before = "") {
+  return RunProgram(DESCRIBE_PROGRAM, arguments, before);
 }
 
 // The figures come from exact rational arithmetic on the same files.
@@ -199,10 +160,48 @@ TEST_F(Describe, AgreesWithExactArithmetic) {
       {"airquality.csv --variables ozone,wind --regression-weight day",
        {"\nsum of combined weights: 1802\n", "\nozone  116  41.8857    132.867        1      168\n",
         "\nwind   -0.5989   1.0000\n"}},
+      {"airquality.csv --variables ozone,solar_r,wind,temp --missing pairwise --counts",
+       {"153 cases read, 153 used, 0 left out as empty\n\n",
+        "\nozone    116  42.1293    32.9879        1      168\n",
+        "\nsolar_r  146  185.932    90.0584        7      334\n",
+        "\nwind     153  9.95752      3.523      1.7     20.7\n",
+        "\nozone     1.0000   0.3483  -0.6015   0.6984\n",
+        "\nsolar_r   0.3483   1.0000  -0.0568   0.2758\n",
+        "\ntemp      0.6984   0.2758  -0.4580   1.0000\n\nNumbers of cases\n",
+        "\nozone      116      111   116   116\nsolar_r    111      146   146   146\n"}},
+      {"airquality.csv --variables ozone,wind,temp --missing pairwise --weight solar_r "
+       "--covariance",
+       {"153 cases read, 146 used, 7 left out as empty or without a weight, 0 left out for a "
+        "weight "
+        "of 0\nsum of case weights: 27146\n",
+        "\nozone  111   47.765    34.0219        1      168\n",
+        "\nwind   146  9.90757    3.43186      1.7     20.7\n",
+        "\nozone   1157.49  -76.5369   212.946\nwind   -76.5369   11.7777  -13.1774\n"}},
+      {"airquality.csv --variables ozone,solar_r,wind --missing pairwise --regression-weight day",
+       {"\nsum of combined weights: 2418\n",
+        "\nsolar_r  146    178.6    368.497        7      334\n",
+        "\nozone     1.0000   0.3770  -0.5989\nsolar_r   0.3770   1.0000  -0.0585\n"}},
+      {"airquality.csv --variables ozone,solar_r --with wind,temp --missing pairwise --covariance "
+       "--counts --weight month --regression-weight day",
+       {"\nsum of case weights: 1070\nsum of combined weights: 16895\n",
+        "\nsolar_r  146  178.303    356.296        7      334\n",
+        "\nwind     153  9.92656     13.645      1.7     20.7\n",
+        "\nozone    -1096.36  3386.66\nsolar_r  -354.749  4263.07\n",
+        "\nozone     116   116\nsolar_r   146   146\n"}},
+      {"penguins.csv --variables bill_depth_mm,body_mass_g --with year --missing pairwise",
+       {"344 cases read, 344 used, 0 left out as empty\n",
+        "\nbill_depth_mm  342  17.1512    1.97479     13.1     21.5\n",
+        "\nyear           344  2008.03   0.818356     2007     2009\n",
+        "\nbill_depth_mm  -0.0604\nbody_mass_g     0.0422\n"}},
+      {"penguins.csv --variables bill_length_mm,body_mass_g --missing pairwise --weight year",
+       {"344 cases read, 342 used, 2 left out as empty or without a weight, ",
+        "\nsum of case weights: 686746\n",
+        "\nbody_mass_g     342  4201.77    800.786     2700     6300\n",
+        "\nbody_mass_g             0.5951       1.0000\n"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
-    const Outcome outcome = RunProgram("'" EXAMPLE_DATA "/'" + std::string(c.arguments));
+    const Outcome outcome = RunDescribe("'" EXAMPLE_DATA "/'" + std::string(c.arguments));
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.error, "");
     for (const char* const line : c.lines) {
@@ -213,7 +212,7 @@ TEST_F(Describe, AgreesWithExactArithmetic) {
 
 TEST_F(Describe, LaysTablesOut) {
   Write("x.csv", "\xC3\xA4,\"b, c\",w\n1,-3,1\n2,3,.5\n3,-3,0\n,1,1\n");
-  EXPECT_EQ(RunProgram("x.csv --variables '\"b, c\",\xC3\xA4' --weight w").out,
+  EXPECT_EQ(RunDescribe("x.csv --variables '\"b, c\",\xC3\xA4' --weight w").out,
             "4 cases read, 2 used, 1 left out as incomplete, 1 left out for a weight of 0\n"
             "sum of case weights: 1.5\n\n"
             "      N     mean  std. dev.  minimum  maximum\n"
@@ -228,22 +227,84 @@ TEST_F(Describe, LaysTablesOut) {
   const std::string blank(60, ' ');
   Write("x.csv", "a," + name + "\n1,5\n2,5\n");
   EXPECT_THAT(
-      RunProgram("x.csv").out,
+      RunDescribe("x.csv").out,
       EndsWith("\n\n" + blank + "       a\na" + blank + " 1.0000\n" + name + "       .\n\n" +
                blank + "  " + name + "\na" + blank + blank + ".\n" + name + blank + " .\n"));
   Write("x.csv", "a,b\n-1,-1\n1,-1\n-1,1\n1,.9999\n");  // a correlation of -0.00002
-  EXPECT_THAT(RunProgram("x.csv").out, EndsWith("\na  1.0000  0.0000\nb  0.0000  1.0000\n"));
+  EXPECT_THAT(RunDescribe("x.csv").out, EndsWith("\na  1.0000  0.0000\nb  0.0000  1.0000\n"));
   Write("x.csv", "a,b\n5,7\n");  // nothing varies, and W is 1
-  EXPECT_THAT(RunProgram("x.csv --covariance").out, EndsWith("   a  b\na  .  .\nb  .  .\n"));
-  EXPECT_THAT(RunProgram("x.csv").out, HasSubstr("\na  1     5          .        5        5\n"));
+  EXPECT_THAT(RunDescribe("x.csv --covariance").out, EndsWith("   a  b\na  .  .\nb  .  .\n"));
+  EXPECT_THAT(RunDescribe("x.csv").out, HasSubstr("\na  1     5          .        5        5\n"));
+}
+
+TEST_F(Describe, GivesEachPairItsOwnCases) {
+  // One pair has one case, two have none.
+  Write("x.csv", "a,b,c\n1,NA,\n2,4,\n,5,NA\n,7,\n,,\n");
+  EXPECT_EQ(RunDescribe("x.csv --missing pairwise --counts").out,
+            "5 cases read, 4 used, 1 left out as empty\n\n"
+            "   N     mean  std. dev.  minimum  maximum\n"
+            "a  2      1.5   0.707107        1        2\n"
+            "b  3  5.33333    1.52753        4        7\n"
+            "c  0        .          .        .        .\n\n"
+            "Correlations\n\n"
+            "        a       b  c\n"
+            "a  1.0000       .  .\n"
+            "b       .  1.0000  .\n"
+            "c       .       .  .\n\n"
+            "Numbers of cases\n\n"
+            "   a  b  c\n"
+            "a  2  1  0\n"
+            "b  1  3  0\n"
+            "c  0  0  0\n");
+  EXPECT_THAT(RunDescribe("x.csv --variables a --with b,c --missing pairwise --covariance").out,
+              EndsWith("\n\nCovariances\n\n   b  c\na  .  .\n"));
+  // What one column lacks leaves the others as they are.
+  EXPECT_THAT(RunDescribe("x.csv --variables b,c --missing pairwise").out,
+              StartsWith("5 cases read, 3 used, 2 left out as empty\n"));
+  EXPECT_THAT(RunDescribe("x.csv --variables a,b --counts").out,
+              EndsWith("\n\nNumbers of cases\n\n   a  b\na  1  1\nb  1  1\n"));
+}
+
+TEST_F(Describe, TakesACodeForMissing) {
+  std::string text = Contents(EXAMPLE_DATA "/airquality.csv");
+  const std::vector<std::string> codes{"-99", "NA", "-9.9e1", "\"-99.0\"", ""};
+  std::size_t missing = 0;
+  for (std::size_t at = 0; (at = text.find("NA", at)) != std::string::npos; ++missing) {
+    const std::string& code = codes[missing % codes.size()];
+    text.replace(at, 2, code);
+    at += code.size();
+  }
+  ASSERT_EQ(missing, 44U);
+  Write("coded.csv", text);
+  for (const char* const options :
+       {"", " --missing pairwise --counts", " --variables ozone --with solar_r --missing pairwise",
+        " --missing pairwise --weight month"}) {
+    SCOPED_TRACE(options);
+    const Outcome expected =
+        RunDescribe("'" EXAMPLE_DATA "/airquality.csv'" + std::string(options));
+    EXPECT_THAT(expected.out, StartsWith("153 cases read, "));
+    EXPECT_EQ(RunDescribe("coded.csv --missing-code -99" + std::string(options)).out, expected.out);
+    EXPECT_NE(RunDescribe("coded.csv" + std::string(options)).out, expected.out);
+  }
+  // In weights it is a number.
+  Write("x.csv", "a,w\n2,2\n3,1\n5,2\n");
+  for (const char* const how : {"listwise", "pairwise"}) {
+    EXPECT_THAT(RunDescribe("x.csv --weight w --missing-code 2 --missing " + std::string(how)).out,
+                HasSubstr("\nsum of case weights: 3\n\n   N     mean  std. dev.  minimum  maximum\n"
+                          "a  2  4.33333     1.1547        3        5\n"));
+  }
+  // A code that is the number taken without one.
+  Write("x.csv", "a,b\n-1.7976931348623157e308,2\n3,1\n5,2\n");
+  EXPECT_THAT(RunDescribe("x.csv --missing-code -1.7976931348623157e308 --missing pairwise").out,
+              HasSubstr("\na  2        4    1.41421        3        5\n"));
 }
 
 TEST_F(Describe, ReadsStandardInput) {
   Write("x.csv", "a\n1\n2\n");
-  const std::string expected = RunProgram("x.csv").out;
+  const std::string expected = RunDescribe("x.csv").out;
   EXPECT_THAT(expected, StartsWith("2 cases read, 2 used"));
-  EXPECT_EQ(RunProgram("-", "cat x.csv | ").out, expected);
-  EXPECT_EQ(RunProgram("/dev/stdin", "cat x.csv | ").out, expected);
+  EXPECT_EQ(RunDescribe("-", "cat x.csv | ").out, expected);
+  EXPECT_EQ(RunDescribe("/dev/stdin", "cat x.csv | ").out, expected);
 }
 
 // More chunks than threads, and more cases than a batch has room for.
@@ -259,21 +320,26 @@ TEST_F(Describe, GivesTheSameTablesForAnyNumberOfThreads) {
   for (int row = 0; row < 4000; ++row) {
     text << "\"a,\n\"\"text\"\"\"," << random() % 3;
     for (int column = 0; column < kColumns; ++column) {
-      random() % 10000 == 0 ? text << ",NA" : text << ",\"1234" << random() % 1000 << "e-3\"";
+      random() % 1000 == 0 ? text << ",NA" : text << ",\"1234" << random() % 1000 << "e-3\"";
     }
     text << '\n';
   }
   Write("x.csv", text.str());
   const std::string arguments = "x.csv --weight w --variables " + names + " --threads ";
-  const Outcome one = RunProgram(arguments + '1');
-  EXPECT_EQ(one.error, "");
-  EXPECT_THAT(one.out, StartsWith("4000 cases read, "));
-  for (const char* const threads : {"2", "7", "0"}) {
-    EXPECT_TRUE(RunProgram(arguments + threads).out == one.out) << threads;
+  const std::string pairwise = "x.csv --weight w --variables " +
+                               names.substr(0, names.find(",x99")) +
+                               " --missing pairwise --counts --threads ";
+  for (const std::string& how : {arguments, pairwise}) {
+    const Outcome one = RunDescribe(how + '1');
+    EXPECT_EQ(one.error, "");
+    EXPECT_THAT(one.out, StartsWith("4000 cases read, "));
+    for (const char* const threads : {"2", "7", "0"}) {
+      EXPECT_TRUE(RunDescribe(how + threads).out == one.out) << threads;
+    }
   }
   Write("x.csv", text.str() + "1,2\n");
   for (const char* const threads : {"1", "7"}) {
-    EXPECT_EQ(RunProgram(arguments + threads).error,
+    EXPECT_EQ(RunDescribe(arguments + threads).error,
               "describe: x.csv:8002: expected 252 fields, as in the header, found 2\n");
   }
 }
@@ -311,28 +377,44 @@ TEST_F(Describe, SaysWhatIsWrong) {
        "rescale them"},
       {"a,b\n1,1e308\n2,1e308\n", "--weight b",
        "x.csv: the weights are too large to be added up; rescale them"},
+      {"a,b\n1,2\n-1.7976931348623157e308,3\n", "--missing pairwise --threads 2",
+       "x.csv:3: column 1 (a): the value -1.7976931348623157e308 can't be told from a missing one; "
+       "if it stands for one, name it with --missing-code, otherwise rescale the column"},
+      {"a,b\n1,2\n-1.7976931348623157e308,3\n", "--missing pairwise --missing-code 3",
+       "x.csv: the values of column a are too large or too close together to compute with; "
+       "rescale them"},
+      {"a,b\n,\nNA,-99\n", "--missing pairwise --missing-code -99",
+       "x.csv: no case to describe: 2 cases read, 0 used, 2 left out as empty"},
+      {"a,b\n1,0\n2,\n,1\n", "--missing pairwise --weight b",
+       "x.csv: no case to describe: 3 cases read, 0 used, 2 left out as empty or without a weight, "
+       "1 left out for a weight of 0"},
+      {"a,b\n1,-99\n", "--missing-code -99 --weight b",
+       "x.csv:2: column 2 (b): the weight -99 is negative"},
+      {"a,b,c\n,1,1e308\n2,,1e308\n", "--missing pairwise --weight c",
+       "x.csv: the weights are too large to be added up; rescale them"},
       {"a\n1\n2\n", "> /dev/full", "cannot write the tables: No space left on device"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
     Write("x.csv", c.text);
-    const Outcome outcome = RunProgram("x.csv " + std::string(c.arguments));
+    const Outcome outcome = RunDescribe("x.csv " + std::string(c.arguments));
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.error, "describe: " + std::string(c.error) + '\n');
   }
-  EXPECT_EQ(RunProgram("y.csv").error, "describe: cannot open y.csv: No such file or directory\n");
-  EXPECT_EQ(RunProgram(".").error, "describe: cannot read .: Is a directory\n");
+  EXPECT_EQ(RunDescribe("y.csv").error, "describe: cannot open y.csv: No such file or directory\n");
+  EXPECT_EQ(RunDescribe(".").error, "describe: cannot read .: Is a directory\n");
 }
 
 TEST_F(Describe, LeavesUsageToTheOptionsParser) {
   for (const char* const arguments :
-       {"", "x.csv --threads -1", "x.csv --varables a", "x.csv y.csv"}) {
-    const Outcome outcome = RunProgram(arguments);
+       {"", "x.csv --threads -1", "x.csv --varables a", "x.csv y.csv", "x.csv --missing both",
+        "x.csv --missing-code", "x.csv --missing-code NA", "x.csv --missing-code 0x1"}) {
+    const Outcome outcome = RunDescribe(arguments);
     EXPECT_GT(outcome.status, 1) << arguments;
     EXPECT_EQ(outcome.out, "") << arguments;
   }
-  EXPECT_EQ(RunProgram("--help").status, 0);
+  EXPECT_EQ(RunDescribe("--help").status, 0);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ std::string Figures(const Outcome& outcome) {
   return begin == std::string::npos ? "" : outcome.out.substr(begin);
 }
 
-// From the title on as far as `figures` goes.
+// A table with its title.
 std::string Table(const std::string& figures, const std::string& title) {
   const std::size_t begin = figures.find('\n' + title + '\n');
   const std::size_t end =
@@ -38,12 +38,16 @@ std::string Table(const std::string& figures, const std::string& title) {
   return begin == std::string::npos ? "" : figures.substr(begin, end - begin);
 }
 
-// Published figures: the means and the squares and products that make the covariances are in
-// R. A. Fisher (1936), The use of multiple measurements in taxonomic problems, Annals of Eugenics
-// 7(2), tables II and III; R's manova and aov give 0.02343863 for Wilks' lambda of all variables
-// and 119.26, 49.16, 1180.2 and 960.01 for the F of each; lda of its package MASS takes two flowers
-// of versicolor and one of virginica for the other. The classification functions, like all others
-// of these figures, come from exact rational arithmetic on the file.
+// What follows a row's name in a table.
+std::string Row(const std::string& figures, const std::string& title, const std::string& name) {
+  const std::string table = Table(figures, title);
+  const std::size_t begin = table.find('\n' + name + ' ');
+  return begin == std::string::npos ? "" : table.substr(begin + 1 + name.size());
+}
+
+// R's manova and aov give 0.02343863 for Wilks' lambda of all variables and 119.26, 49.16, 1180.2
+// and 960.01 for the F of each; lda of its package MASS takes two flowers of versicolor and one of
+// virginica for the other. The rest comes from exact rational arithmetic on the file.
 TEST_F(Discriminate, AgreesWithThePublishedFiguresOfTheIrises) {
   const Outcome outcome = RunDiscriminate(EXAMPLE_DATA "/iris.csv --group species");
   EXPECT_EQ(outcome.status, 0);
@@ -101,6 +105,43 @@ TEST_F(Discriminate, AgreesWithThePublishedFiguresOfTheIrises) {
   EXPECT_THAT(outcome.out, EndsWith("\n\ncorrect: 147 of 150, a share of 0.9800\n"));
 }
 
+// R. A. Fisher (1936), The use of multiple measurements in taxonomic problems, Annals of Eugenics
+// 7(2), compares two of the species: means in table II, squares and products with 98 degrees of
+// freedom in table III, then the solution of "S lambda = versicolor - setosa".
+TEST_F(Discriminate, AgreesWithFishersPaper) {
+  const std::string iris = Contents(EXAMPLE_DATA "/iris.csv");
+  Write("x.csv", iris.substr(0, iris.find("6.3,3.3,6.0,2.5,virginica")));
+  const Outcome outcome = RunDiscriminate("x.csv --group species");
+  EXPECT_EQ(Table(outcome.out, "Means"),
+            "\nMeans\n\n            sepal_length  sepal_width  petal_length  petal_width\n"
+            "setosa             5.006        3.428         1.462        0.246\n"
+            "versicolor         5.936         2.77          4.26        1.326");
+  const struct {
+    const char* name;
+    double products[4];
+    double lambda;
+  } variables[] = {{"sepal_length", {19.1434, 9.0356, 9.7634, 3.2394}, -.0311511},
+                   {"sepal_width", {9.0356, 11.8658, 4.6232, 2.4746}, -.1839075},
+                   {"petal_length", {9.7634, 4.6232, 12.2978, 3.8794}, .2221044},
+                   {"petal_width", {3.2394, 2.4746, 3.8794, 2.4604}, .3147370}};
+  for (const auto& v : variables) {
+    SCOPED_TRACE(v.name);
+    std::istringstream covariances(
+        Row(outcome.out, "Pooled covariances within the groups", v.name));
+    for (const double product : v.products) {
+      double covariance = 0.;
+      covariances >> covariance;
+      EXPECT_NEAR(98. * covariance, product, 1e-4);
+    }
+    std::istringstream functions(
+        Row(outcome.out, "Classification functions, equal prior probabilities", v.name));
+    double setosa = 0.;
+    double versicolor = 0.;
+    functions >> setosa >> versicolor;
+    EXPECT_NEAR((versicolor - setosa) / 98., v.lambda, 2e-6);
+  }
+}
+
 // The figures come from exact rational arithmetic on the same files.
 TEST_F(Discriminate, TakesVariablesWeightsAndPriors) {
   const struct {
@@ -112,8 +153,8 @@ TEST_F(Discriminate, TakesVariablesWeightsAndPriors) {
        {"344 cases read, 342 used, 2 left out as incomplete\n",
         "\nbody_mass_g             0.330328  343.626           2        339\n",
         "\nWilks' lambda of all variables together: 0.0187854\n",
-        "\nbody_mass_g        -0.0437551  -0.0489447  -0.0343022\n"
-        "(constant)           -510.366    -559.204    -599.462\n",
+        "\nbody_mass_g        -0.0437551  -0.0489447  -0.0343022\n",
+        "\n(constant)           -510.366    -559.204    -599.462\n",
         "\nAdelie        150          1       0\nChinstrap       3         65       0\n"}},
       {"airquality.csv --group month --variables ozone,wind --weight day --priors sizes",
        {"153 cases read, 116 used, 37 left out as incomplete, 0 left out for a weight of 0\n",
@@ -191,6 +232,14 @@ TEST_F(Discriminate, OrdersGroupsByNameAndShowsWhatIsNotDefinedAsADot) {
             "c, d  1     1  0\n"
             "\xC3\xA4     0     0  1\n\n"
             "correct: 3 of 4, a share of 0.7500\n");
+}
+
+TEST_F(Discriminate, AsksForMoreThanOneCaseOfWeightInAGroup) {
+  Write("x.csv", "x,g,w\n1,a,.25\n2,a,.5\n3,b,.5\n5,b,.5\n7,c,4\n9,c,5\n");
+  const Outcome outcome = RunDiscriminate("x.csv --group g --weight w");
+  EXPECT_EQ(Table(outcome.out, "Standard deviations"),
+            "\nStandard deviations\n\n         x\na        .\nb        .\nc  1.05409");
+  EXPECT_THAT(Table(outcome.out, "Tests of equal means"), EndsWith("           2       7.75"));
 }
 
 // More chunks and batches than threads; groups that begin late, missing values, weights of 0.
