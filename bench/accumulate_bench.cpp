@@ -18,7 +18,7 @@ constexpr double kMissing = -1e300;
 // Cases of independent uniform variables, a tenth of the values missing where asked for.
 class Data {
  public:
-  Data(unsigned int columns, bool missing) : _columns(columns), _values(columns * kRows) {
+  Data(unsigned int columns, bool missing) : _columns(columns), _values(_columns * kRows) {
     std::mt19937_64 random(4096);
     std::uniform_real_distribution<double> uniform(-1., 1.);
     for (double& value : _values) {
@@ -59,7 +59,7 @@ void Accumulate(benchmark::State& state, unsigned int columns, std::size_t cells
                                                    benchmark::Counter::kIsIterationInvariantRate);
 }
 
-std::size_t Triangle(unsigned int columns) { return columns * (columns + 1) / 2; }
+std::size_t Triangle(std::size_t columns) { return columns * (columns + 1) / 2; }
 
 void Symmetric(benchmark::State& state) {
   const auto p = static_cast<unsigned int>(state.range(0));
@@ -68,8 +68,8 @@ void Symmetric(benchmark::State& state) {
 void Rectangular(benchmark::State& state) {
   const auto p = static_cast<unsigned int>(state.range(0));
   const auto h = static_cast<int>(p / 2);
-  Accumulate<velmor::NSMatrixListwise>(state, p, p / 2 * (p - p / 2), false, 0, h,
-                                       static_cast<int>(p));
+  const std::size_t cells = std::size_t{p / 2} * (p - p / 2);
+  Accumulate<velmor::NSMatrixListwise>(state, p, cells, false, 0, h, static_cast<int>(p));
 }
 void Pairwise(benchmark::State& state, bool missing) {
   const auto p = static_cast<unsigned int>(state.range(0));

@@ -17,7 +17,7 @@ void* operator new(std::size_t size) {
   if (allocations.failAfter != Allocations::kNever && allocations.failAfter-- == 0) {
     throw std::bad_alloc();
   }
-  void* const memory = std::malloc(size);
+  void* const memory = std::malloc(size);  // NOLINT(cppcoreguidelines-no-malloc): is new
   if (!memory) {
     throw std::bad_alloc();
   }
@@ -29,7 +29,7 @@ void* operator new(std::size_t size) {
 void operator delete(void* memory) noexcept {
   if (memory) {
     --allocations.alive;
-    std::free(memory);
+    std::free(memory);  // NOLINT(cppcoreguidelines-no-malloc): is delete
   }
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }

@@ -8,8 +8,6 @@
 namespace velmor::test {
 namespace {
 
-using testing::ElementsAre;
-
 TEST(DiscriminantMatrix, HandWorkedCase) {
   const Cases cases{{{1.}, {3.}, {5.}}, {}, {}, {0, 0, 1}};
   DiscriminantMatrix a(2, 1);
@@ -40,81 +38,80 @@ TEST(DiscIndividualMatrix, HandWorkedCase) {
   EXPECT_EQ(a.WeightSum(), 3.);
 }
 
+// The sum of weighted terms over the cases of a group, over all cases for a negative one.
+template <class Term>
+double PlainSum(const Cases& cases, int group, Term term) {
+  double sum = 0.;
+  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+    if (group < 0 || cases.groups[i] == static_cast<unsigned int>(group)) {
+      sum += (cases.weights.empty() ? 1. : cases.weights[i]) * term(cases.rows[i]);
+    }
+  }
+  return sum;
+}
+
+constexpr int kColumns = 4;
+constexpr int kProducts = 10;  // of four variables with each other and themselves
+constexpr int kGroups = 3;
+
+void ExpectPlainSums(const Cases& cases, const DiscriminantMatrix& total,
+                     const DiscIndividualMatrix& individual, int group) {
+  const auto one = [](const auto& /*row*/) { return 1.; };
+  EXPECT_EQ(total.sumW(group), PlainSum(cases, group, one));
+  EXPECT_EQ(individual.TSSP(kProducts + kColumns, group), PlainSum(cases, group, one));
+  int product = 0;
+  for (int i = 0; i < kColumns; ++i) {
+    const auto x = [i](const auto& row) { return row[static_cast<std::size_t>(i)]; };
+    EXPECT_EQ(total.sumX1(group, i), PlainSum(cases, group, x));
+    EXPECT_EQ(individual.TSSP(kProducts + i, group), PlainSum(cases, group, x));
+    for (int j = 0; j <= i; ++j, ++product) {
+      const auto xy = [x, j](const auto& row) { return x(row) * row[static_cast<std::size_t>(j)]; };
+      EXPECT_EQ(individual.TSSP(product, group), PlainSum(cases, group, xy));
+      EXPECT_EQ(individual.TSSP(i + 1, j, group), PlainSum(cases, group, xy));
+      if (i == j) {
+        EXPECT_EQ(total.sumX2(group, i), PlainSum(cases, group, xy));
+      } else {
+        EXPECT_EQ(total.TSSP(i, j), PlainSum(cases, -1, xy));
+        EXPECT_EQ(total.TSSP(j, i), PlainSum(cases, -1, xy));
+      }
+    }
+  }
+}
+
 // Sums of integers are exact, so whatever way the cases are cut up, the two accumulators hold the
 // very sums that a loop over all cases gives.
 TEST(Discriminant, AnySplitHoldsThePlainSums) {
   std::mt19937 random(20260214);
-  constexpr unsigned int kColumns = 4;
-  constexpr unsigned int kGroups = 3;
+  const auto integer = [&random](unsigned int below) {
+    return static_cast<double>(random() % below);
+  };
   for (int trial = 0; trial < 30; ++trial) {
     SCOPED_TRACE(trial);
-    const bool weighted = trial % 2 == 0;
     Cases cases;
     const std::size_t rows = 1 + random() % 60;
     for (std::size_t i = 0; i < rows; ++i) {
-      cases.rows.emplace_back();
-      for (unsigned int c = 0; c < kColumns; ++c) {
-        cases.rows.back().push_back(static_cast<double>(random() % 41) - 20.);
-      }
-      if (weighted) {
-        cases.weights.push_back(1. + static_cast<double>(random() % 4));
-      }
+      cases.rows.emplace_back(kColumns);
+      std::generate(cases.rows[i].begin(), cases.rows[i].end(), [&] { return integer(41) - 20.; });
       cases.groups.push_back(static_cast<unsigned int>(random() % kGroups));
     }
+    cases.weights.resize(trial % 2 == 0 ? rows : 0);
+    std::generate(cases.weights.begin(), cases.weights.end(), [&] { return 1. + integer(4); });
+
     DiscriminantMatrix total;
     DiscIndividualMatrix individual;
-    for (std::size_t from = 0; from < rows;) {
-      DiscriminantMatrix totalPart(kGroups, kColumns);
-      DiscIndividualMatrix individualPart(kGroups, kColumns);
-      for (auto batches = 1 + random() % 3; batches > 0 && from < rows; --batches) {
-        const std::size_t to = std::min(rows, from + random() % 20);
-        const Cases slice = cases.Slice(from, to);
-        totalPart += *Batch(slice, kColumns);
-        individualPart += *GroupedBatch(slice, kColumns, kGroups);
-        from = to;
-      }
-      total += totalPart;
-      individual += individualPart;
-    }
-
-    const auto sum = [&](auto term, int group) {
-      double all = 0.;
-      for (std::size_t i = 0; i < rows; ++i) {
-        if (group < 0 || cases.groups[i] == static_cast<unsigned int>(group)) {
-          all += (weighted ? cases.weights[i] : 1.) * term(cases.rows[i]);
-        }
-      }
-      return all;
-    };
-    const auto one = [](const auto& /*row*/) { return 1.; };
-    EXPECT_EQ(total.WeightSum(), sum(one, -1));
-    EXPECT_EQ(individual.WeightSum(), sum(one, -1));
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<DiscriminantMatrix>(kGroups, kColumns); },
+        [](const Cases& slice) { return Batch(slice, kColumns); }, total);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<DiscIndividualMatrix>(kGroups, kColumns); },
+        [](const Cases& slice) { return GroupedBatch(slice, kColumns, kGroups); }, individual);
     EXPECT_EQ(total.NRows(), rows);
     EXPECT_EQ(individual.NRows(), rows);
-    constexpr int kProducts = 10;  // kColumns * (kColumns + 1) / 2
-    for (int g = 0; g < static_cast<int>(kGroups); ++g) {
-      EXPECT_EQ(total.sumW(g), sum(one, g));
-      EXPECT_EQ(individual.TSSP(kProducts + 4, g), sum(one, g));
-      int product = 0;
-      for (std::size_t i = 0; i < kColumns; ++i) {
-        const auto x = [i](const auto& row) { return row[i]; };
-        EXPECT_EQ(total.sumX1(g, static_cast<int>(i)), sum(x, g));
-        EXPECT_EQ(individual.TSSP(kProducts + static_cast<int>(i), g), sum(x, g));
-        for (std::size_t j = 0; j <= i; ++j) {
-          const auto xy = [i, j](const auto& row) { return row[i] * row[j]; };
-          const int row = static_cast<int>(i);
-          const int col = static_cast<int>(j);
-          EXPECT_EQ(individual.TSSP(product, g), sum(xy, g));
-          EXPECT_EQ(individual.TSSP(row + 1, col, g), sum(xy, g));
-          ++product;
-          if (i == j) {
-            EXPECT_EQ(total.sumX2(g, row), sum(xy, g));
-          } else {
-            EXPECT_EQ(total.TSSP(row, col), sum(xy, -1));
-            EXPECT_EQ(total.TSSP(col, row), sum(xy, -1));
-          }
-        }
-      }
+    const double weightSum = PlainSum(cases, -1, [](const auto& /*row*/) { return 1.; });
+    EXPECT_EQ(total.WeightSum(), weightSum);
+    EXPECT_EQ(individual.WeightSum(), weightSum);
+    for (int group = 0; group < kGroups; ++group) {
+      ExpectPlainSums(cases, total, individual, group);
     }
   }
 }

@@ -86,7 +86,7 @@ class Numbers : public ProblemBase {
  public:
   static constexpr int kEndless = -1;
 
-  Numbers(int batches, Fault fault = {}, bool delays = false)
+  explicit Numbers(int batches, Fault fault = {}, bool delays = false)
       : _batches(batches), _fault(fault), _delays(delays) {}
 
   ProblemPartBase* CreatePart() override;
@@ -261,41 +261,45 @@ TEST_F(DriverTest, TellsTheHostsCacheInBytesBeforeItAsksForParts) {
   }
 }
 
-// Each step of each of a few parts fails in each way. Data do not end by themselves where a part
-// fails before it merges: the other parts have to be stopped.
+void ExpectStopped(Fault fault, int threads, bool delays) {
+  SCOPED_TRACE(testing::Message() << "step " << static_cast<int>(fault.step) << ", kind "
+                                  << static_cast<int>(fault.kind) << ", part " << fault.part
+                                  << " of " << threads);
+  errorsReported = 0;
+  // Data do not end by themselves where a part fails before it merges: the others have to be
+  // stopped.
+  Numbers problem(fault.step == Step::merge ? 20 : Numbers::kEndless, fault, delays);
+  // On a pool thread the host's own error is reported, not raised.
+  const bool isReported = fault.kind == Kind::host && threads > 1 && fault.step != Step::create;
+  std::string raised;
+  try {
+    Driver(&problem, threads);
+  } catch (const NorvGoToCaller&) {
+    raised = "host error";
+  } catch (const std::bad_alloc&) {
+    raised = "no memory";
+  } catch (const std::runtime_error& error) {
+    raised = error.what();
+  }
+  const std::string raisedByKind[] = {isReported ? "" : "host error", "no memory",
+                                      "part " + std::to_string(fault.part)};
+  EXPECT_EQ(raised, raisedByKind[static_cast<int>(fault.kind)]);
+  EXPECT_EQ(errorsReported, isReported ? 1 : 0);
+  EXPECT_EQ(problem.alive, 0);
+  EXPECT_EQ(problem.mergedParts.count(fault.part), 0U);
+  if (isReported) {
+    EXPECT_EQ(reportThread, std::this_thread::get_id());
+    EXPECT_EQ(problem.merged, threads - 1) << "the others merge";
+  }
+}
+
 TEST_F(DriverTest, AnErrorAtAnyStepStopsTheRun) {
   for (const Step step : {Step::create, Step::read, Step::accumulate, Step::merge}) {
     for (const Kind kind : {Kind::host, Kind::memory, Kind::other}) {
-      for (const int threads : {1, 2, 8}) {
-        for (const int part : {0, threads / 2, threads - 1}) {
-          for (const bool delays : {false, true}) {
-            SCOPED_TRACE(testing::Message()
-                         << "step " << static_cast<int>(step) << ", kind " << static_cast<int>(kind)
-                         << ", part " << part << " of " << threads);
-            errorsReported = 0;
-            Numbers problem(step == Step::merge ? 20 : Numbers::kEndless, {step, kind, part},
-                            delays);
-            // On a pool thread the host's own error is reported, not raised.
-            const bool isReported = kind == Kind::host && threads > 1 && step != Step::create;
-            try {
-              Driver(&problem, threads);
-              EXPECT_TRUE(isReported);
-            } catch (const NorvGoToCaller&) {
-              EXPECT_TRUE(kind == Kind::host && !isReported);
-            } catch (const std::bad_alloc&) {
-              EXPECT_EQ(kind, Kind::memory);
-            } catch (const std::runtime_error& e) {
-              EXPECT_EQ(kind, Kind::other);
-              EXPECT_EQ(e.what(), "part " + std::to_string(part));
-            }
-            EXPECT_EQ(errorsReported, isReported ? 1 : 0);
-            EXPECT_EQ(problem.alive, 0);
-            EXPECT_EQ(problem.mergedParts.count(part), 0U);
-            if (isReported) {
-              EXPECT_EQ(reportThread, std::this_thread::get_id());
-              EXPECT_EQ(problem.merged, threads - 1) << "the others merge";
-            }
-          }
+      for (const auto& [threads, part] :
+           {std::pair{1, 0}, {2, 0}, {2, 1}, {8, 0}, {8, 4}, {8, 7}}) {
+        for (const bool delays : {false, true}) {
+          ExpectStopped({step, kind, part}, threads, delays);
         }
       }
     }
@@ -411,9 +415,9 @@ class Nested : public ProblemBase {
 };
 
 TEST_F(DriverTest, RunsWithinPartsAndOnSeveralThreadsAtOnce) {
-  std::vector<std::thread> hosts;
-  for (int host = 0; host < 3; ++host) {
-    hosts.emplace_back([] {
+  std::vector<std::thread> hosts(3);
+  for (std::thread& host : hosts) {
+    host = std::thread([] {
       for (const int threads : {1, 2}) {
         Nested problem;
         Driver(&problem, threads);

@@ -404,81 +404,48 @@ TEST(Listwise, AnInfinityOrNaNStaysInItsOwnCells) {
 // However cases are cut into batches and accumulators, the results are those of two passes over
 // all of them, up to rounding.
 TEST(Listwise, AnySplitAgreesWithTwoPasses) {
+  constexpr unsigned int kColumns = 5;
   std::mt19937 random(20260131);
   std::uniform_real_distribution<double> value(-50., 100.);
-  std::uniform_real_distribution<double> weight(0.1, 2.);
-  for (int trial = 0; trial < 40; ++trial) {
+  for (unsigned int trial = 0; trial < 40; ++trial) {
     SCOPED_TRACE(trial);
-    const bool weighted = trial % 2 == 0;
-    const bool regWeighted = trial % 4 < 2;
-    constexpr unsigned int kColumns = 5;
-    Cases cases;
     const std::size_t rows = 2 + random() % 200;
-    for (std::size_t i = 0; i < rows; ++i) {
-      Doubles row(kColumns);
+    Cases cases = RandomWeights(random, rows, trial % 2 == 0, trial % 4 < 2);
+    cases.rows.assign(rows, Doubles(kColumns));
+    for (Doubles& row : cases.rows) {
       std::generate(row.begin(), row.end(), [&] { return value(random); });
-      cases.rows.push_back(row);
-      cases.weights.push_back(weight(random));
-      cases.regWeights.push_back(weight(random));
     }
-    cases = Weighted(cases, weighted, regWeighted);
-
+    const auto batch = [](const Cases& slice) { return Batch(slice, kColumns); };
+    MatrixListwise matrix;
     SMatrixListwise symmetric;
     NSMatrixListwise rectangular(1, 3, 5);
-    MatrixListwise matrix;
-    for (std::size_t from = 0; from < rows;) {
-      SMatrixListwise symmetricPart;
-      NSMatrixListwise rectangularPart(1, 3, 5);
-      MatrixListwise matrixPart;
-      for (auto batches = 1 + random() % 3; batches > 0 && from < rows; --batches) {
-        const std::size_t to = std::min(rows, from + random() % 30);
-        symmetricPart += *Batch(cases.Slice(from, to), kColumns);
-        rectangularPart += *Batch(cases.Slice(from, to), kColumns);
-        matrixPart += *Batch(cases.Slice(from, to), kColumns);
-        from = to;
-      }
-      symmetric += symmetricPart;
-      rectangular += rectangularPart;
-      matrix += matrixPart;
-    }
-
-    const auto u = [&](std::size_t i) {
-      return (weighted ? cases.weights[i] : 1.L) * (regWeighted ? cases.regWeights[i] : 1.L);
-    };
-    long double weightSum = 0.;
-    std::vector<long double> means(kColumns);
-    for (std::size_t i = 0; i < rows; ++i) {
-      weightSum += u(i);
-      for (unsigned int c = 0; c < kColumns; ++c) {
-        means[c] += u(i) * cases.rows[i][c];
-      }
-    }
-    const double scale = 1e4 * static_cast<double>(weightSum);
-    for (unsigned int a = 0; a < kColumns; ++a) {
-      means[a] /= weightSum;
-      EXPECT_NEAR(symmetric.Mean(static_cast<int>(a)), static_cast<double>(means[a]), 1e-12);
-      for (unsigned int b = 0; b <= a; ++b) {
-        long double ccp = 0.;
-        for (std::size_t i = 0; i < rows; ++i) {
-          ccp += u(i) * (cases.rows[i][a] - means[a]) * (cases.rows[i][b] - means[b]);
-        }
-        const auto expected = static_cast<double>(ccp);
-        const auto row = static_cast<int>(a);
-        const auto col = static_cast<int>(b);
-        EXPECT_NEAR(symmetric.CCP(row, col), expected, 1e-14 * scale);
-        EXPECT_NEAR(matrix.CCP(a, b), expected, 1e-14 * scale);
-        if ((row >= 3 && col >= 1 && col < 3) || (row == col && row > 0)) {
-          EXPECT_NEAR(rectangular.CCP(col, row), expected, 1e-14 * scale);
-        }
-      }
-    }
+    AccumulateSplit(random, cases, std::make_unique<MatrixListwise>, batch, matrix);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<SMatrixListwise>(); }, batch, symmetric);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<NSMatrixListwise>(1, 3, 5); }, batch,
+        rectangular);
     EXPECT_EQ(symmetric.NRows(), rows);
     EXPECT_EQ(matrix.NRows(), rows);
+    for (unsigned int a = 0; a < kColumns; ++a) {
+      for (unsigned int b = 0; b <= a; ++b) {
+        const PairMoments expected = TwoPasses(cases, a, b);
+        const auto ccp = static_cast<double>(expected.cscp);
+        const double error = 1e-10 * static_cast<double>(expected.weightSum);
+        const int row = static_cast<int>(a);
+        const int col = static_cast<int>(b);
+        EXPECT_NEAR(symmetric.Mean(row), static_cast<double>(expected.mean0), 1e-12);
+        EXPECT_NEAR(symmetric.CCP(row, col), ccp, error);
+        EXPECT_NEAR(matrix.CCP(a, b), ccp, error);
+        const bool hasCell = col >= 1 && (row == col || (row >= 3 && col < 3));
+        EXPECT_NEAR(hasCell ? rectangular.CCP(col, row) : ccp, ccp, error);
+      }
+    }
   }
 }
 
 TEST(ListwiseDeathTest, RefusesWhatDoesNotFit) {
-  const auto regWeighted = [](Cases cases) { return Batch(Weighted(cases, false, true)); };
+  const auto regWeighted = [](const Cases& cases) { return Batch(Weighted(cases, false, true)); };
   const Cases plain = Weighted(kHandCases, false, false);
   Cases zero = Weighted(kHandCases, true, false);
   zero.weights = {0., 0., 0.};

@@ -363,7 +363,7 @@ TEST(Pairwise, KeepsLittleAndAllocatesNothingOnceItHasSeenItsLargestBatch) {
   tryOn(symmetric, emptySymmetric, kColumns * (kColumns - 1) / 2);
   NSMatrixPairwise rectangular(kMissing, 0, 45, 100);
   NSMatrixPairwise emptyRectangular(kMissing, 0, 45, 100);
-  tryOn(rectangular, emptyRectangular, 45 * 55);
+  tryOn(rectangular, emptyRectangular, 2475);  // 45 * 55
   MatrixPairwise matrix(kMissing);
   MatrixPairwise emptyMatrix(kMissing);
   tryOn(matrix, emptyMatrix, kColumns * (kColumns - 1) / 2);
@@ -372,86 +372,52 @@ TEST(Pairwise, KeepsLittleAndAllocatesNothingOnceItHasSeenItsLargestBatch) {
 // However cases are cut into batches and accumulators, each pair's statistics are those of two
 // passes over the cases in which both are present, up to rounding.
 TEST(Pairwise, AnySplitAgreesWithTwoPasses) {
+  constexpr unsigned int kColumns = 4;
   std::mt19937 random(20260207);
   std::uniform_real_distribution<double> value(-50., 100.);
-  std::uniform_real_distribution<double> weight(0.1, 2.);
-  constexpr unsigned int kColumns = 4;
-  for (int trial = 0; trial < 40; ++trial) {
+  for (unsigned int trial = 0; trial < 40; ++trial) {
     SCOPED_TRACE(trial);
-    const bool weighted = trial % 2 == 0;
-    const bool regWeighted = trial % 4 < 2;
     const std::size_t rows = 1 + random() % 150;
     const unsigned int missingPercent = trial % 5 == 0 ? 90 : 20;
-    Cases cases;
-    for (std::size_t i = 0; i < rows; ++i) {
-      Doubles row(kColumns);
+    Cases cases = RandomWeights(random, rows, trial % 2 == 0, trial % 4 < 2);
+    cases.rows.assign(rows, Doubles(kColumns));
+    for (Doubles& row : cases.rows) {
       std::generate(row.begin(), row.end(),
                     [&] { return random() % 100 < missingPercent ? kMissing : value(random); });
-      cases.rows.push_back(row);
-      if (weighted) {
-        cases.weights.push_back(weight(random));
-      }
-      if (regWeighted) {
-        cases.regWeights.push_back(weight(random));
-      }
     }
+    const auto batch = [](const Cases& slice) { return Batch(slice, kColumns); };
     SMatrixPairwise symmetric(kMissing);
     NSMatrixPairwise rectangular(kMissing, 0, 2, 4);
-    for (std::size_t from = 0; from < rows;) {
-      SMatrixPairwise symmetricPart(kMissing);
-      NSMatrixPairwise rectangularPart(kMissing, 0, 2, 4);
-      for (auto batches = 1 + random() % 3; batches > 0 && from < rows; --batches) {
-        const std::size_t to = std::min(rows, from + random() % 25);
-        symmetricPart += *Batch(cases.Slice(from, to), kColumns);
-        rectangularPart += *Batch(cases.Slice(from, to), kColumns);
-        from = to;
+    MatrixPairwise matrix(kMissing);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<SMatrixPairwise>(kMissing); }, batch,
+        symmetric);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<NSMatrixPairwise>(kMissing, 0, 2, 4); }, batch,
+        rectangular);
+    AccumulateSplit(
+        random, cases, [] { return std::make_unique<MatrixPairwise>(kMissing); }, batch, matrix);
+    EXPECT_EQ(symmetric.NRows(), rows);
+    const auto expectPair = [&](const auto& pair, std::size_t first, std::size_t second) {
+      const PairMoments expected = TwoPasses(cases, first, second, kMissing);
+      EXPECT_EQ(static_cast<int>(pair.NRows()), expected.nRows);
+      EXPECT_NEAR(pair.RegWeightSum(), static_cast<double>(expected.weightSum), 1e-11);
+      if (expected.nRows > 0) {
+        EXPECT_NEAR(pair.Mean0(), static_cast<double>(expected.mean0), 1e-11);
+        EXPECT_NEAR(pair.Mean1(), static_cast<double>(expected.mean1), 1e-11);
+        EXPECT_NEAR(pair.CSCP(), static_cast<double>(expected.cscp), 1e-9);
       }
-      symmetric += symmetricPart;
-      rectangular += rectangularPart;
-    }
+    };
     for (unsigned int a = 0; a < kColumns; ++a) {
       for (unsigned int b = 0; b < a; ++b) {
-        long double n = 0;
-        long double weightSum = 0;
-        long double mean0 = 0;
-        long double mean1 = 0;
-        long double cscp = 0;
-        for (const int pass : {0, 1}) {
-          for (std::size_t i = 0; i < rows; ++i) {
-            const double x = cases.rows[i][a];
-            const double y = cases.rows[i][b];
-            if (x == kMissing || y == kMissing) {
-              continue;
-            }
-            const long double u =
-                (weighted ? cases.weights[i] : 1.L) * (regWeighted ? cases.regWeights[i] : 1.L);
-            if (pass == 0) {
-              n += 1;
-              weightSum += u;
-              mean0 += u * x;
-              mean1 += u * y;
-            } else {
-              cscp += u * (x - mean0 / weightSum) * (y - mean1 / weightSum);
-            }
-          }
-        }
-        if (n == 0) {
-          continue;
-        }
-        const PairStat& pair = symmetric.Pair(static_cast<int>(a), static_cast<int>(b));
-        EXPECT_EQ(pair.NRows(), static_cast<int>(n));
-        EXPECT_NEAR(pair.RegWeightSum(), static_cast<double>(weightSum), 1e-11);
-        EXPECT_NEAR(pair.Mean0(), static_cast<double>(mean0 / weightSum), 1e-11);
-        EXPECT_NEAR(pair.Mean1(), static_cast<double>(mean1 / weightSum), 1e-11);
-        EXPECT_NEAR(pair.CSCP(), static_cast<double>(cscp), 1e-9);
-        if (a >= 2 && b < 2) {
-          const PairStat& same = rectangular.Pair(static_cast<int>(a), static_cast<int>(b));
-          EXPECT_NEAR(same.CSCP(), static_cast<double>(cscp), 1e-9);
-          EXPECT_EQ(Bits(same.Mean0()), Bits(pair.Mean1()));
-        }
+        expectPair(symmetric.Pair(static_cast<int>(a), static_cast<int>(b)), a, b);
+        expectPair(matrix.Pair(a, b), a, b);
       }
     }
-    EXPECT_EQ(symmetric.NRows(), rows);
+    for (const auto& [first, second] : {std::pair{0, 2}, {0, 3}, {1, 2}, {1, 3}}) {
+      expectPair(rectangular.Pair(first, second), static_cast<std::size_t>(first),
+                 static_cast<std::size_t>(second));
+    }
   }
 }
 

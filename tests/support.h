@@ -13,7 +13,9 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velmor::test {
@@ -27,10 +29,8 @@ inline std::uint64_t Bits(double x) {
 }
 
 inline std::vector<std::uint64_t> Bits(const std::vector<double>& xs) {
-  std::vector<std::uint64_t> bits;
-  for (const double x : xs) {
-    bits.push_back(Bits(x));
-  }
+  std::vector<std::uint64_t> bits(xs.size());
+  std::transform(xs.begin(), xs.end(), bits.begin(), [](double x) { return Bits(x); });
   return bits;
 }
 
@@ -50,6 +50,72 @@ struct Cases {
     return {cut(rows), cut(weights), cut(regWeights), cut(groups)};
   }
 };
+
+// Cases without values.
+inline Cases RandomWeights(std::mt19937& random, std::size_t rows, bool weighted,
+                           bool regWeighted) {
+  std::uniform_real_distribution<double> weight(0.1, 2.);
+  Cases cases;
+  for (const auto& [isWanted, weights] :
+       {std::pair{weighted, &cases.weights}, {regWeighted, &cases.regWeights}}) {
+    weights->resize(isWanted ? rows : 0);
+    std::generate(weights->begin(), weights->end(), [&] { return weight(random); });
+  }
+  return cases;
+}
+
+// Accumulates the cases cut up at random: into parts, which are merged, of a few batches each, some
+// of which may be empty.
+template <class Accumulator, class Make, class MakeBatch>
+void AccumulateSplit(std::mt19937 random, const Cases& cases, Make make, MakeBatch makeBatch,
+                     Accumulator& whole) {
+  const std::size_t rows = cases.rows.size();
+  for (std::size_t from = 0; from < rows;) {
+    auto part = make();
+    for (auto batches = 1 + random() % 3; batches > 0; --batches) {
+      const std::size_t to = std::min<std::size_t>(rows, from + random() % 30);
+      *part += *makeBatch(cases.Slice(from, to));
+      from = to;
+    }
+    whole += *part;
+  }
+}
+
+// The statistics of two columns over the cases in which both are present, in two passes and in
+// extended precision.
+struct PairMoments {
+  int nRows = 0;
+  long double weightSum = 0.;
+  long double mean0 = 0.;
+  long double mean1 = 0.;
+  long double cscp = 0.;
+};
+
+inline PairMoments TwoPasses(const Cases& cases, std::size_t column0, std::size_t column1,
+                             double missingCode = kNaN) {
+  const auto forEach = [&](auto use) {
+    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+      const double x = cases.rows[i][column0];
+      const double y = cases.rows[i][column1];
+      if (x != missingCode && y != missingCode) {
+        use(x, y,
+            (cases.weights.empty() ? 1.L : cases.weights[i]) *
+                (cases.regWeights.empty() ? 1.L : cases.regWeights[i]));
+      }
+    }
+  };
+  PairMoments m;
+  forEach([&m](double x, double y, long double u) {
+    ++m.nRows;
+    m.weightSum += u;
+    m.mean0 += u * x;
+    m.mean1 += u * y;
+  });
+  m.mean0 /= m.weightSum;
+  m.mean1 /= m.weightSum;
+  forEach([&m](double x, double y, long double u) { m.cscp += u * (x - m.mean0) * (y - m.mean1); });
+  return m;
+}
 
 // A batch that holds the cases. No more can be added to it.
 inline std::unique_ptr<DataBatch> Batch(const Cases& cases, unsigned int columns) {

@@ -17,7 +17,7 @@ struct DiscriminantMatrix::Data {
     VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
   }
   Data Fresh() const { return {_nGroup, _nVar}; }
-  bool IsEmpty() const { return !_TSSP; }
+  bool IsEmpty() const { return _TSSP == nullptr; }
   void Init(DataBatch& batch);
   void Update(const Data& d);
 

@@ -18,7 +18,7 @@ struct DiscIndividualMatrix::Data {
     VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
   }
   Data Fresh() const { return {_nGroup, _nVar}; }
-  bool IsEmpty() const { return !_TSSP; }
+  bool IsEmpty() const { return _TSSP == nullptr; }
   void Init(DataBatchByGroup& batch);
   void Update(const Data& d);
 

@@ -30,7 +30,7 @@ DataBatch::~DataBatch() = default;
 
 unsigned long DataBatch::RowSize(unsigned int nColumns, bool hasWeights, bool hasRegWeights,
                                  bool hasGroups) {
-  const unsigned int doubles = nColumns + hasWeights + hasRegWeights;
+  const unsigned int doubles = nColumns + (hasWeights ? 1 : 0) + (hasRegWeights ? 1 : 0);
   return doubles * sizeof(double) + (hasGroups ? sizeof(unsigned int) : 0);
 }
 

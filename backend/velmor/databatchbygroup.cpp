@@ -65,9 +65,9 @@ void DataBatchByGroup::AddRow() {
 }
 
 void DataBatchByGroup::SortByGroup() {
-  VELMOR_ASSERT(_pGroup!=0);
+  VELMOR_ASSERT(_pGroup!=0);  // NOLINT(modernize-use-nullptr): stable text
   if (HasWeights()) {
-    VELMOR_ASSERT(_weights!=0&&_tmpWeights!=0);
+    VELMOR_ASSERT(_weights!=0&&_tmpWeights!=0);  // NOLINT(modernize-use-nullptr): stable text
   }
   // A counting sort, stable because cases are taken in the order added: start[g] is the sorted
   // row that the next case of group g gets.

@@ -18,7 +18,7 @@ class DefaultFloatEnvironment {
   DefaultFloatEnvironment& operator=(const DefaultFloatEnvironment&) = delete;
 
  private:
-  std::fenv_t _found;
+  std::fenv_t _found{};
 };
 
 }  // namespace velmor

@@ -10,10 +10,10 @@
 namespace velmor {
 
 struct MatrixListwise::Data {
-  Data Fresh() const { return {}; }
+  static Data Fresh() { return {}; }
   // Offset of row i of the triangle. In 64 bits, unlike the kernel of that name.
   static std::size_t MatrixRow(std::size_t i) { return i * (i + 1) / 2; }
-  bool IsEmpty() const { return !_xp; }
+  bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& batch);
   void Update(const Data& d);
 

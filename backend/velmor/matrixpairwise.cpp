@@ -46,7 +46,7 @@ struct MatrixPairwise::Data {
 };
 
 void MatrixPairwise::Data::Init(DataBatch& data) {
-  VELMOR_ASSERT(!_xp.size());
+  VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   _varStats.resize(data.NColumns());
   _xp.resize(MatrixRow(data.NColumns()));
   _hasRegWeights = data.HasRegWeights();

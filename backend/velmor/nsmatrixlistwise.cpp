@@ -12,7 +12,7 @@ namespace velmor {
 struct NSMatrixListwise::Data {
   Data(int col0, int col1, int col2) : _col0(col0), _col1(col1), _col2(col2) {}
   Data Fresh() const { return {_col0, _col1, _col2}; }
-  bool IsEmpty() const { return !_xp; }
+  bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
   void Update(const Data& d);
   void MergeSquareSums(const Data& d, const double* mergedMeans);
@@ -72,17 +72,19 @@ void NSMatrixListwise::Data::Update(const Data& d) {
   MergeSquareSums(d, means);
   // Unlike in a triangle, a row's factor takes the shift of its mean from the merged mean.
   const std::int64_t rows = _col1 - _col0;
-  const ordered::SideMeans second{_means.data() + rows, _regWeightSum};
-  const ordered::SideMeans secondOfD{d._means.data() + rows, d._regWeightSum};
+  const double* const a = _means.data();
+  const double* const b = d._means.data();
+  const ordered::SideMeans second{a + rows, _regWeightSum};
+  const ordered::SideMeans secondOfD{b + rows, d._regWeightSum};
   std::int64_t xpindex = 0;
   for (std::int64_t row = 0; row < rows; ++row) {
-    ordered::MergeRow(second, secondOfD, means + rows,
-                      _regWeightSum * (means[row] - _means.data()[row]),
-                      d._regWeightSum * (means[row] - d._means.data()[row]), d._xp + xpindex,
+    ordered::MergeRow(second, secondOfD, means + rows, _regWeightSum * (means[row] - a[row]),
+                      d._regWeightSum * (means[row] - b[row]), d._xp + xpindex,
                       static_cast<std::size_t>(_col2 - _col1), _xp + xpindex);
     xpindex += _col2 - _col1;
     VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
   }
+  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   MergeTotals(*this, d, means);
 }

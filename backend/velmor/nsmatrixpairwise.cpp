@@ -18,7 +18,7 @@ struct NSMatrixPairwise::Data : PairwiseBlock {
 };
 
 void NSMatrixPairwise::Data::Init(DataBatch& data) {
-  VELMOR_ASSERT(!_xp.size());
+  VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   VELMOR_ASSERT(0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2);
   data.Column(static_cast<unsigned int>(_col2 - 1));  // asserts that the batch has it
   MakeRecords(_col2 - _col0, std::int64_t{_col1 - _col0} * (_col2 - _col1));
@@ -39,6 +39,7 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
       AddPair(*this, data, i, j, xpi++);
     }
   }
+  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpi == (_col1-_col0)*(_col2-_col1));
 }
 
@@ -51,6 +52,7 @@ void NSMatrixPairwise::Data::Update(const Data& d) {
     return;
   }
   const auto xpindex = static_cast<std::int64_t>(MergeRecords(*this, d));
+  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   MergeTotals(*this, d);
 }

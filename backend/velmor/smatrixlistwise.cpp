@@ -13,7 +13,7 @@ namespace velmor {
 struct SMatrixListwise::Data {
   Data(int col0, int col2) : _col0(col0), _col1(col0), _col2(col2) {}
   Data Fresh() const { return {_col0, _col2}; }
-  bool IsEmpty() const { return !_xp; }
+  bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
   void Update(const Data& d);
 

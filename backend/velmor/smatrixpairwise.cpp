@@ -19,7 +19,7 @@ struct SMatrixPairwise::Data : PairwiseBlock {
 };
 
 void SMatrixPairwise::Data::Init(DataBatch& data) {
-  VELMOR_ASSERT(!_xp.size());
+  VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   if (_col2 == 0) {
     _col2 = static_cast<int>(data.NColumns());
   }

@@ -22,7 +22,8 @@ class auto_array {
 
   T* begin() noexcept { return _begin; }
   T* end() noexcept { return _end; }
-  operator T*() noexcept { return _begin; }
+  // Implicit, as an array's conversion is.
+  operator T*() noexcept { return _begin; }  // NOLINT(google-explicit-constructor)
 
  private:
   void Init(unsigned long length) {

@@ -21,12 +21,15 @@ class OwnedArray {
     }
   }
   OwnedArray(OwnedArray&&) noexcept = default;
-  OwnedArray& operator=(const OwnedArray& other) { return *this = OwnedArray(other); }
+  OwnedArray& operator=(const OwnedArray& other) {
+    *this = OwnedArray(other);
+    return *this;
+  }
   OwnedArray& operator=(OwnedArray&&) noexcept = default;
   ~OwnedArray() = default;
 
-  // The first element, null when absent.
-  operator T*() const noexcept { return _begin.get(); }
+  // The first element, null when absent. Implicit, as an array's conversion is.
+  operator T*() const noexcept { return _begin.get(); }  // NOLINT(google-explicit-constructor)
 
  private:
   std::unique_ptr<T[]> _begin;
