@@ -133,6 +133,7 @@ TEST(ThreadPool, WaitRaisesTheFirstFailure) {
    private:
     int _number;
   };
+  Trace trace;  // before the pool, whose threads use it to their end
   tkCompleteTask complete(3);
   tkThreadPool pool(1, 0);
   pool.init();
@@ -140,7 +141,6 @@ TEST(ThreadPool, WaitRaisesTheFirstFailure) {
     pool.invoke(new Failing(i), nullptr, ThreadScope::owned);
   }
   // One thread, so they fail in their order; the last one is done when a fourth task has run.
-  Trace trace;
   pool.invoke(new Task(trace, complete, 0), nullptr, ThreadScope::owned);
   pool.startAll();
   while (trace.running == 0) {
