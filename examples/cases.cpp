@@ -26,7 +26,7 @@ std::vector<std::size_t> ListedColumns(const Source& source,
 
 void CheckColumns(const Source& source, const std::vector<std::size_t>& columns,
                   const std::string& options) {
-  // The accumulators number the cells of a matrix with 32 bits.
+  // Beyond this a matrix takes more than 8 GiB, on each thread.
   constexpr std::size_t kMostColumns = 46340;
   if (columns.size() > kMostColumns) {
     throw Error(source.name + ": " + std::to_string(columns.size()) +
@@ -159,7 +159,12 @@ std::optional<double> CaseReader::Weight(const std::optional<std::size_t>& colum
   if (!column) {
     return 1.;
   }
-  const std::optional<double> weight = _parser.Number(*column);
+  std::optional<double> weight;
+  try {
+    weight = _parser.Number(*column);
+  } catch (const NotANumber& error) {
+    throw Error(error.what());  // choosing other variables would not help, as it does for a value
+  }
   if (weight && *weight < 0.) {
     throw Error(_parser.Place(*column) + "the weight " + std::string(_parser.Text(*column)) +
                 " is negative");

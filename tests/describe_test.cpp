@@ -354,8 +354,7 @@ TEST_F(Describe, SaysWhatIsWrong) {
        "x.csv:3: column 1 (a): \"x?y\" is not a number; name the columns to describe with "
        "--variables"},
       {"a,b\n\n\"x\ny\",z\n", "--variables b", "x.csv:4: column 2 (b): \"z\" is not a number"},
-      {"a,b\nNA,1e999\n", "--variables a --weight b",
-       "x.csv:2: column 2 (b): \"1e999\" is not a number"},
+      {"a,b\nNA,1e999\n", "--weight b", "x.csv:2: column 2 (b): \"1e999\" is not a number"},
       {"a,b\n1,2\n1,-2\n", "--weight b", "x.csv:3: column 2 (b): the weight -2 is negative"},
       {"a,b\n1,2\nNA,-2\n", "--regression-weight b --threads 7",
        "x.csv:3: column 2 (b): the weight -2 is negative"},

@@ -466,6 +466,8 @@ TEST(ListwiseDeathTest, RefusesWhatDoesNotFit) {
   zeroRectangular += *Batch(zero);
   NSMatrixListwise otherRanges(0, 2, 3);
   otherRanges += *Batch(plain);
+  NSMatrixListwise narrower(0, 1, 2);
+  narrower += *Batch(plain);
   MatrixBase& base = symmetric;
   MatrixBase& rectangularBase = rectangular;
 
@@ -538,6 +540,8 @@ TEST(ListwiseDeathTest, RefusesWhatDoesNotFit) {
        "row < _my->_col1 && col >= _my->_col1"},
       {"other weights", [&] { rectangularBase += *regWeighted(kHandCases); }, ns, "Update",
        "_hasRegWeights == d._hasRegWeights"},
+      {"other width", [&] { rectangularBase += narrower; }, ns, "Update",
+       "_means.size() == d._means.size()"},
       {"other ranges", [&] { rectangularBase += otherRanges; }, ns, "Update", sameBlock},
       {"other class", [&] { rectangularBase += base; }, "velmor/protocol.h", "SameClass",
        "sameClass != nullptr"},

@@ -449,6 +449,10 @@ TEST(PairwiseDeathTest, RefusesWhatDoesNotFit) {
   otherRanges += *Batch(plain);
   NSMatrixPairwise otherNsCode(0., 0, 2, 3);
   otherNsCode += *Batch(plain);
+  NSMatrixPairwise narrower(kMissing, 0, 1, 2);
+  narrower += *Batch(plain);
+  NSMatrixPairwise regWeightedNs(kMissing, 0, 2, 3);
+  regWeightedNs += *Batch(regWeighted);
   MatrixPairwise m(kMissing);
   m += *Batch(plain);
   MatrixPairwise zeroM(kMissing);
@@ -503,6 +507,10 @@ TEST(PairwiseDeathTest, RefusesWhatDoesNotFit) {
        "_hasRegWeights == data.HasRegWeights()"},
       {"ranges backwards", [&] { NSMatrixPairwise(kMissing, 0, 3, 2) += *Batch(plain); }, nsFile,
        "Init", "0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2"},
+      {"other width", [&] { ns += narrower; }, nsFile, "Update", sameWidth},
+      {"other weights merged", [&] { ns += regWeightedNs; }, nsFile, "Update", sameWeights},
+      {"ranges beyond the batch", [&] { NSMatrixPairwise(kMissing, 0, 2, 4) += *Batch(plain); },
+       header, "Column", "colNum < _nColumns"},
       {"other ranges", [&] { ns += otherRanges; }, nsFile, "Update",
        "_col0 == d._col0 && _col1 == d._col1 && _col2 == d._col2"},
       {"other code", [&] { ns += otherNsCode; }, nsFile, "Update", sameCode},

@@ -19,7 +19,7 @@ class DataBatch {
  public:
   // An empty batch. Memory: RowSize(...) * nRows bytes, not cleared.
   //   nColumns  values per case
-  //   nRows     capacity in cases; nColumns * nRows stays below 2^32
+  //   nRows     capacity in cases
   //   pWeight, pRegWeight, pGroup  where the host keeps the current case's case weight,
   //             regression weight and group number; null when cases have none. They must stay
   //             valid for as long as rows are added.

@@ -13,6 +13,7 @@ struct [[gnu::visibility("hidden")]] PairStatsData;
 
 // A view of a variable's statistics in a MatrixPairwise, over the cases in which it is present.
 // Valid as long as the accumulator, and shows what it then holds. statistics.h has the formulas.
+// MatrixPairwise::Var makes it.
 class VarStats {
  public:
   explicit VarStats(const VarStatsData* data) : _data(data) {}
@@ -27,6 +28,7 @@ class VarStats {
 };
 
 // A view of a pair's statistics, over the cases in which both variables are present.
+// MatrixPairwise::Pair makes it.
 class PairStats {
  public:
   explicit PairStats(const PairStatsData* data) : _data(data) {}

@@ -20,15 +20,17 @@ namespace velmor {
 // Scratch for Init: vectors that keep their capacity from call to call. What they hold between
 // calls means nothing. One area serves one Init at a time.
 struct WorkArea {
-  std::vector<double> _x0;
-  std::vector<double> _x1;
-  std::vector<double> _w;
-  std::vector<double> _rw;
+  std::vector<double> _x0;  // the present values of the variable, of a pair's first one
+  std::vector<double> _x1;  // of a pair's second one
+  std::vector<double> _w;   // their case weights, then their combined weights
+  std::vector<double> _rw;  // their regression weights
+  // The value that marks an absent one.
   double _missingCode = std::numeric_limits<double>::quiet_NaN();
 };
 
 // The statistics of one variable.
 struct VarStatData {
+  // A record of no case.
   VarStatData();
 
   // Replaces every field with the statistics of x[0] to x[n-1].
@@ -43,7 +45,7 @@ struct VarStatData {
   // Merges the statistics of other cases. A record of no case changes nothing. O(1).
   void Update(const VarStatData& other);
 
-  int _nRows = 0;             // cases in which the variable is present
+  int _nRows = 0;             // cases in which the variable is present, up to 2^31 - 1
   double _weightSum = 0.;     // their case weights; their number without case weights
   double _regWeightSum = 0.;  // their combined weights
   double _mean = 0.;          // sum of u * x over _regWeightSum
