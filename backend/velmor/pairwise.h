@@ -121,7 +121,7 @@ struct PairwiseBlock {
       : _work(missingCode), _col0(col0), _col1(col1), _col2(col2) {}
   // Deep copies.
   PairwiseBlock(const PairwiseBlock& d);
-  PairwiseBlock& operator=(const PairwiseBlock& d) { return *this = PairwiseBlock(d); }
+  PairwiseBlock& operator=(const PairwiseBlock&) = delete;  // a copy is built aside and moved in
   PairwiseBlock(PairwiseBlock&&) noexcept = default;
   PairwiseBlock& operator=(PairwiseBlock&&) noexcept = default;
   ~PairwiseBlock() = default;
