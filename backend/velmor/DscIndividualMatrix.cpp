@@ -55,7 +55,7 @@ void DiscIndividualMatrix::Data::Init(DataBatchByGroup& batch) {
     const ordered::Cases cases{batch.groupCount(static_cast<unsigned int>(group)),
                                batch.HasWeights() ? batch.Weights() + offset : nullptr};
     const ordered::Columns columns{batch.Column(0) + offset, batch.MaxRows(), batch.NColumns()};
-    const double* const lastRow = ordered::SymmetricProducts(columns, cases, items.data());
+    const double* const lastRow = ordered::SymmetricProducts(columns, nullptr, cases, items.data());
     const std::int64_t tsspIndex = lastRow + nCols - items.data();
     VELMOR_ASSERT(tsspIndex == nCellsCrossProduct);
     ordered::WeightedSums(columns, cases, items.data() + nCellsCrossProduct);

@@ -34,9 +34,8 @@ void MatrixListwise::Data::Init(DataBatch& batch) {
   _xp = OwnedArray<double>(nCells);
   const ordered::Cases cases = TakeTotals(*this, batch);
   const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
-  ordered::Means(columns, cases, _regWeightSum, _means.data());
-  ordered::Center(columns, cases, _means.data());
-  const double* const xprow = ordered::SymmetricProducts(columns, cases, _xp);
+  ordered::Moments(columns, cases, _regWeightSum, _means.data(), nullptr, nullptr);
+  const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }
 

@@ -57,10 +57,7 @@ void MatrixPairwise::Data::Update(DataBatch& data) {
   const unsigned int nCols = data.NColumns();
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  _work.Reserve(data.NRows());
-  AddTotals(*this, data);
-  AddVariables(*this, data, 0);
-  AddTriangleOfPairs(*this, data, 0, static_cast<int>(nCols));
+  AddTriangleOfRecords(*this, data, 0, static_cast<int>(nCols));
 }
 
 void MatrixPairwise::Data::Update(const Data& d) {

@@ -46,12 +46,10 @@ void NSMatrixListwise::Data::Init(DataBatch& data) {
   _maxs.resize(_css.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(i * j));
   const ordered::Cases cases = TakeTotals(*this, data);
-  ordered::Extremes(columns, cases, _mins.data(), _maxs.data());
-  ordered::Means(columns, cases, _regWeightSum, _means.data());
-  ordered::Center(columns, cases, _means.data());
-  ordered::SquareSums(columns, cases, _css.data());
-  const double* const xprow = ordered::RectangularProducts(Block(data, _col0, _col1),
-                                                           Block(data, _col1, _col2), cases, _xp);
+  ordered::Moments(columns, cases, _regWeightSum, _means.data(), _mins.data(), _maxs.data());
+  const double* const xprow =
+      ordered::RectangularProducts(Block(data, _col0, _col1), Block(data, _col1, _col2),
+                                   _means.data(), cases, _css.data(), _xp);
   VELMOR_ASSERT(xprow == _xp+i*j);
 }
 

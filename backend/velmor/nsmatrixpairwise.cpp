@@ -30,15 +30,13 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  _work.Reserve(data.NRows());
-  AddTotals(*this, data);
-  AddVariables(*this, data, _col0);
-  std::int64_t xpi = 0;
-  for (int i = _col0; i < _col1; ++i) {
-    for (int j = _col1; j < _col2; ++j) {
-      AddPair(*this, data, i, j, xpi++);
-    }
-  }
+  const auto rows = static_cast<std::size_t>(_col1 - _col0);
+  const auto columns = static_cast<std::size_t>(_col2 - _col1);
+  AddRecords(*this, data, _col0, _col2, ordered::PairShape::Rectangle(rows),
+             [rows, columns](std::size_t first, std::size_t second) {
+               return first * columns + second - rows;
+             });
+  const auto xpi = static_cast<std::int64_t>(_xp.size());
   // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpi == (_col1-_col0)*(_col2-_col1));
 }

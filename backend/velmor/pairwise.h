@@ -7,14 +7,17 @@
 #include <velmor/databatch.h>
 #include <velmor/statistics.h>
 
+#include "block.h"
 #include "ordered/chains.h"
+#include "ordered/columns.h"
+#include "ordered/pairwise.h"
 #include "presentcases.h"
 
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <type_traits>
 #include <vector>
 
 namespace velmor {
@@ -32,8 +35,7 @@ auto& RecordOf(Stored& stored) {
 // Whether two codes mark the same values.
 inline bool IsSameCode(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
-// An accumulator's work area. Copying takes over the missing code; what the vectors hold means
-// nothing to the copy.
+// An accumulator's work area: its missing code. What the vectors hold means nothing to a copy.
 struct Scratch : WorkArea {
   explicit Scratch(double missingCode) { _missingCode = missingCode; }
   Scratch(const Scratch& other) : Scratch(other._missingCode) {}
@@ -41,14 +43,6 @@ struct Scratch : WorkArea {
   Scratch(Scratch&&) noexcept = default;
   Scratch& operator=(Scratch&&) noexcept = default;
   ~Scratch() = default;
-
-  // Makes room for a batch. Nothing else in accumulating it allocates, so done first it lets a
-  // batch be accumulated as a whole or, when memory has run out, not at all.
-  void Reserve(std::size_t rows) {
-    for (std::vector<double>* scratch : {&_x0, &_x1, &_w, &_rw}) {
-      scratch->reserve(rows);
-    }
-  }
 };
 
 // Adds a batch's cases to the totals.
@@ -67,40 +61,91 @@ void AddTotals(Data& my, DataBatch& batch) {
   }
 }
 
-// Accumulates each column's present cases. The first record belongs to batch column `first`.
-template <class Data>
-void AddVariables(Data& my, DataBatch& batch, int first) {
-  auto column = static_cast<unsigned int>(first);
-  for (auto& stored : my._varStats) {
-    auto& record = RecordOf(stored);
-    std::decay_t<decltype(record)> ofBatch;
-    InitVariable(ofBatch, batch.Column(column++), batch.Weights(), batch.RegWeights(), my._work,
-                 batch.NRows());
-    UpdateVariable(record, ofBatch);
-  }
-}
+// Merges pairs into the records of an accumulator, some at a time. What has been added is merged
+// when this ends, at the latest.
+class PairMerges {
+ public:
+  PairMerges() = default;
+  PairMerges(const PairMerges&) = delete;
+  PairMerges& operator=(const PairMerges&) = delete;
+  ~PairMerges() { Merge(); }
 
-// Accumulates the cases in which both columns are present into the pair record at `index`.
-template <class Data>
-void AddPair(Data& my, DataBatch& batch, int column0, int column1, std::int64_t index) {
-  auto& record = RecordOf(my._xp[static_cast<std::size_t>(index)]);
-  std::decay_t<decltype(record)> ofBatch;
-  InitPair(ofBatch, batch.Column(static_cast<unsigned int>(column0)),
-           batch.Column(static_cast<unsigned int>(column1)), batch.Weights(), batch.RegWeights(),
-           my._work, batch.NRows());
-  UpdatePair(record, ofBatch);
-}
-
-// Accumulates every pair of columns in [from, to), in the order of a strictly lower triangle; the
-// higher column is a pair's first variable.
-template <class Data>
-void AddTriangleOfPairs(Data& my, DataBatch& batch, int from, int to) {
-  std::int64_t index = 0;
-  for (int i = from; i < to; ++i) {
-    for (int j = from; j < i; ++j) {
-      AddPair(my, batch, i, j, index++);
+  // Merges d into the record; nothing if it has no case. Both kinds of records have a count and
+  // the seven doubles of PairStatData, and d stays where it is until it is merged.
+  template <class Record, class OfOther>
+  void Add(Record& record, const OfOther& d) {
+    static_assert(sizeof(Record) == 8 * sizeof(double) && sizeof(OfOther) == sizeof(Record));
+    static_assert(offsetof(Record, _weightSum) == sizeof(double) &&
+                  offsetof(OfOther, _cscp) == 7 * sizeof(double));
+    if (d._nRows == 0) {
+      return;
+    }
+    record._nRows += static_cast<decltype(record._nRows)>(d._nRows);
+    _records[_count] = reinterpret_cast<double*>(&record);
+    _others[_count++] = reinterpret_cast<const double*>(&d);
+    if (_count == kAtOnce) {
+      Merge();
     }
   }
+  // The same for a pair that the caller does not keep.
+  template <class Record>
+  void AddCopy(Record& record, const ordered::PresentPair& d) {
+    _copies[_count] = d;
+    Add(record, _copies[_count]);
+  }
+
+ private:
+  static constexpr std::size_t kAtOnce = 64;
+
+  void Merge() {
+    ordered::MergePairs(_records.data(), _others.data(), _count);
+    _count = 0;
+  }
+
+  std::size_t _count = 0;
+  std::array<double*, kAtOnce> _records{};
+  std::array<const double*, kAtOnce> _others{};
+  std::array<ordered::PresentPair, kAtOnce> _copies{};
+};
+
+// Merges a batch's variables and pairs into an accumulator's records. PlaceOf says where a pair's
+// record is.
+template <class Data, class PlaceOf>
+class RecordSink final : public ordered::PairwiseSink {
+ public:
+  RecordSink(Data& my, PlaceOf placeOf) : _my(my), _placeOf(placeOf) {}
+  void Take(std::size_t column, const ordered::PresentVariable& variable) noexcept override {
+    UpdateVariable(RecordOf(_my._varStats[column]), variable);
+  }
+  void Take(std::size_t first, std::size_t second,
+            const ordered::PresentPair& pair) noexcept override {
+    _merges.AddCopy(RecordOf(_my._xp[_placeOf(first, second)]), pair);
+  }
+
+ private:
+  Data& _my;
+  PlaceOf _placeOf;
+  PairMerges _merges;
+};
+
+// Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs of
+// the shape. When memory runs out, nothing is accumulated.
+template <class Data, class PlaceOf>
+void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::PairShape shape,
+                PlaceOf placeOf) {
+  RecordSink<Data, PlaceOf> sink(my, placeOf);
+  ordered::AccumulatePairwise({Block(batch, from, to), batch.NRows(), batch.Weights(),
+                               batch.RegWeights(), my._work._missingCode},
+                              shape, sink);
+  AddTotals(my, batch);
+}
+
+// The same for all pairs of different columns, as a strictly lower triangle row by row.
+template <class Data>
+void AddTriangleOfRecords(Data& my, DataBatch& batch, int from, int to) {
+  AddRecords(my, batch, from, to, ordered::PairShape::Triangle(), [](std::size_t first, std::size_t second) {
+    return first * (first - 1) / 2 + second;
+  });
 }
 
 // Merges d's records into my own. Returns the number of pairs.
@@ -109,8 +154,9 @@ std::size_t MergeRecords(Data& my, const Data& d) {
   for (std::size_t i = 0; i < my._varStats.size(); ++i) {
     UpdateVariable(RecordOf(my._varStats[i]), RecordOf(d._varStats[i]));
   }
+  PairMerges merges;
   for (std::size_t i = 0; i < my._xp.size(); ++i) {
-    UpdatePair(RecordOf(my._xp[i]), RecordOf(d._xp[i]));
+    merges.Add(RecordOf(my._xp[i]), RecordOf(d._xp[i]));
   }
   return my._xp.size();
 }

@@ -71,15 +71,15 @@ inline double MergedProducts(double productsA, double a, double productsB, doubl
   return ((productsB + (a * first.ofA) * second.ofA) + (b * first.ofB) * second.ofB) + productsA;
 }
 
-template <class Record>
-void MergeTotals(Record& record, const Record& d) {
+template <class Record, class OfOther>
+void MergeTotals(Record& record, const OfOther& d) {
   record._weightSum = d._weightSum + record._weightSum;
   record._regWeightSum = d._regWeightSum + record._regWeightSum;
-  record._nRows += d._nRows;
+  record._nRows += static_cast<decltype(record._nRows)>(d._nRows);
 }
 
-template <class Record>
-void UpdateVariable(Record& record, const Record& d) {
+template <class Record, class OfOther>
+void UpdateVariable(Record& record, const OfOther& d) {
   if (d._nRows == 0) {
     return;
   }

@@ -49,10 +49,8 @@ void SMatrixListwise::Data::Init(DataBatch& data) {
   _xp = OwnedArray<double>(static_cast<std::size_t>(nCells));
   const ordered::Cases cases = TakeTotals(*this, data);
   const ordered::Columns columns = Block(data, _col0, _col2);
-  ordered::Means(columns, cases, _regWeightSum, _means.data());
-  ordered::Extremes(columns, cases, _mins.data(), _maxs.data());
-  ordered::Center(columns, cases, _means.data());
-  const double* const xprow = ordered::SymmetricProducts(columns, cases, _xp);
+  ordered::Moments(columns, cases, _regWeightSum, _means.data(), _mins.data(), _maxs.data());
+  const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }
 

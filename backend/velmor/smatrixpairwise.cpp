@@ -34,10 +34,7 @@ void SMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  _work.Reserve(data.NRows());
-  AddTotals(*this, data);
-  AddVariables(*this, data, _col0);
-  AddTriangleOfPairs(*this, data, _col0, _col2);
+  AddTriangleOfRecords(*this, data, _col0, _col2);
 }
 
 void SMatrixPairwise::Data::Update(const Data& d) {

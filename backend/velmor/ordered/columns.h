@@ -2,7 +2,9 @@
 
 // Operations over whole blocks of columns, and over whole rows of cells when two results are
 // merged. The cells of a block are independent of each other and each is one chain (chains.h), so
-// how a block is walked changes no bit. All arrays are the caller's; nothing here allocates.
+// how a block is walked changes no bit: the engine's kernels walk it in panels, blocks of rows and
+// tiles of cells. All arrays are the caller's. What takes a batch uses the thread's workspace and
+// throws std::bad_alloc when there is none; merges allocate nothing.
 
 #include <cstddef>
 
@@ -23,35 +25,32 @@ struct Cases {
   const double* weights;  // the cases' weights, null when each is 1
 };
 
-// means[i] = WeightedMean of column i.
-void Means(Columns x, Cases cases, double weightSum, double* means);
-
-// mins[i] = Mins and maxs[i] = Maxs of column i.
-void Extremes(Columns x, Cases cases, double* mins, double* maxs);
-
-// Subtracts means[i] from column i, in place.
-void Center(Columns x, Cases cases, const double* means);
-
-// sums[i] = CrossProduct of column i with itself.
-void SquareSums(Columns x, Cases cases, double* sums);
+// means[i] = WeightedMean of column i, mins[i] = Mins and maxs[i] = Maxs of it. The extremes' arrays
+// may be null. At least one row.
+void Moments(Columns x, Cases cases, double weightSum, double* means, double* mins, double* maxs);
 
 // The CrossProducts of all pairs of columns, each with itself included, as a packed lower triangle:
 // cell (i, j), j <= i, at i(i+1)/2 + j, column i being the first operand. Returns the start of the
 // last row.
-double* SymmetricProducts(Columns x, Cases cases, double* triangle);
+//   means  of the columns, which are centred in place first; null: they are taken as they are
+double* SymmetricProducts(Columns x, const double* means, Cases cases, double* triangle);
 
 // The CrossProducts of all pairs of different columns as a packed strictly lower triangle: cell
 // (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns the number of cells.
 std::size_t PairProducts(Columns x, Cases cases, double* triangle);
 
-// The CrossProducts of each column of x with each of y, row by row: cell (i, j) at i * y.count + j,
-// x's column being the first operand. Returns the end of the last row.
-double* RectangularProducts(Columns x, Columns y, Cases cases, double* rectangle);
+// Centres the columns of x and y in place. Then squares[i] = CrossProduct of column i with itself,
+// x's columns before y's, like their means; and the CrossProducts of each column of x with each of
+// y, row by row: cell (i, j) at i * y.count + j, x's column being the first operand. Returns the end
+// of the last row.
+double* RectangularProducts(Columns x, Columns y, const double* means, Cases cases, double* squares,
+                            double* rectangle);
 
 // sums[i] = ProductSum of column i and the weights, Sum of column i without weights.
 void WeightedSums(Columns x, Cases cases, double* sums);
 
-// GroupWeightedSumX of every column. Column i's group g is at i * nGroups + g of both arrays.
+// GroupWeightedSumX of every column: adds to the sums. Column i's group g is at i * nGroups + g of
+// both arrays.
 void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
                double* sums, double* squareSums);
 
@@ -70,6 +69,10 @@ void MergeMeans(SideMeans a, SideMeans b, std::size_t count, double* merged);
 // Merges b's extremes into a's: b's replaces a's where it is strictly further out.
 void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, double* minsA,
                    double* maxsA);
+
+// PairStatData::Update of each pair a[i] by b[i], but for the counts. A pair is eight doubles' room:
+// a count, then the fields of PairStatData.
+void MergePairs(double* const* a, const double* const* b, std::size_t count);
 
 // Merges one row of centred cross-products. With M the merged means,
 //   cellsA[j] = ((cellsB[j] + factorA * (M[j] - a.means[j])) + factorB * (M[j] - b.means[j]))

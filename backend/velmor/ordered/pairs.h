@@ -1,0 +1,225 @@
+#pragma once
+
+// Statistics of pairs over the cases in which both variables are present: one variable's rows by
+// the columns of panels. A lane is a pair, and selects its rows by a mask; a term that it leaves
+// out is selected away, since its product with zero is not zero where it is infinite or not a
+// number. Contracts: engine.h.
+
+#include "ordered/engine.h"
+#include "ordered/vectors.h"
+
+namespace velmor::ordered {
+
+// The fields of one vector of pairs.
+template <class Set>
+struct PairVector {
+  double* fields;
+
+  double* At(unsigned field) const { return fields + field * Set::kPanel; }
+  Vector<Set> Get(unsigned field) const { return Load<Set>(At(field)); }
+  void Put(unsigned field, Vector<Set> v) const { Store<Set>(v, At(field)); }
+  Mask<Set> GetMask(unsigned field) const { return reinterpret_cast<Mask<Set>>(Get(field)); }
+  void PutMask(unsigned field, Mask<Set> m) const { Put(field, reinterpret_cast<Vector<Set>>(m)); }
+};
+
+// A row of values x, a weight at a time, by vector v of the panels.
+template <class Set>
+struct PairPanels {
+  static constexpr unsigned kParts = Set::kPanel / Set::kLanes;
+  const double* panels;
+  std::size_t stride;
+  double* pairs;
+
+  Vector<Set> Values(std::size_t row, unsigned v) const {
+    return Load<Set>(panels + v / kParts * stride + row * Set::kPanel + v % kParts * Set::kLanes);
+  }
+  PairVector<Set> Pairs(unsigned v) const {
+    return {pairs + v / kParts * kPairFields * Set::kPanel + v % kParts * Set::kLanes};
+  }
+};
+
+// Whether both means of every lane have left their leading runs.
+template <class Set, unsigned kVectors>
+bool RunsHaveEnded(PairPanels<Set> y) {
+  Mask<Set> ended = ~Mask<Set>{};
+  for (unsigned v = 0; v < kVectors; ++v) {
+    ended = ended & y.Pairs(v).GetMask(kPairEnded0) & y.Pairs(v).GetMask(kPairEnded1);
+  }
+  return HoldsEverywhere<Set>(ended);
+}
+
+// One row while a lane may still be in a leading run.
+template <class Set>
+void TakeRow(PairVector<Set> pair, double x, double weight, Vector<Set> y, Mask<Set> isPresent) {
+  const Vector<Set> x0 = Broadcast<Set>(x);
+  const Vector<Set> u = Broadcast<Set>(weight);
+  const Mask<Set> starts = isPresent & ~pair.GetMask(kPairStarted);
+  const Vector<Set> first0 = starts ? x0 : pair.Get(kPairRunValue0);
+  const Vector<Set> first1 = starts ? y : pair.Get(kPairRunValue1);
+  const Mask<Set> ended0 = pair.GetMask(kPairEnded0) | (isPresent & ~(x0 == first0));
+  const Mask<Set> ended1 = pair.GetMask(kPairEnded1) | (isPresent & ~(y == first1));
+  pair.Put(kPairRunValue0, first0);
+  pair.Put(kPairRunValue1, first1);
+  pair.PutMask(kPairStarted, pair.GetMask(kPairStarted) | starts);
+  pair.PutMask(kPairEnded0, ended0);
+  pair.PutMask(kPairEnded1, ended1);
+  pair.Put(kPairRunWeight0, Where<Set>(isPresent & ~ended0, u) + pair.Get(kPairRunWeight0));
+  pair.Put(kPairRunWeight1, Where<Set>(isPresent & ~ended1, u) + pair.Get(kPairRunWeight1));
+  pair.Put(kPairSum0, Where<Set>(isPresent & ended0, u * x0) + pair.Get(kPairSum0));
+  pair.Put(kPairSum1, Where<Set>(isPresent & ended1, u * y) + pair.Get(kPairSum1));
+  pair.Put(kPairWeightSum, Where<Set>(isPresent, u) + pair.Get(kPairWeightSum));
+}
+
+template <class Set, unsigned kPanels, bool kTwoWeights>
+void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
+  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
+  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  if constexpr (kTwoWeights) {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const PairVector<Set> pair = y.Pairs(v);
+      Vector<Set> sum = pair.Get(kPairCaseWeightSum);
+      for (std::size_t i = 0; i < x.rows.count; ++i) {
+        const std::size_t row = x.rows.list[i];
+        sum = Where<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row])) + sum;
+      }
+      pair.Put(kPairCaseWeightSum, sum);
+    }
+  }
+  std::size_t i = 0;
+  for (; i < x.rows.count && !(i % 4 == 0 && RunsHaveEnded<Set, kVectors>(y)); ++i) {
+    const std::size_t row = x.rows.list[i];
+    for (unsigned v = 0; v < kVectors; ++v) {
+      TakeRow<Set>(y.Pairs(v), x.values[row], x.weights[row], y.Values(row, v),
+                   y.Values(row, v) != missing);
+    }
+  }
+  Vector<Set> weightSum[kVectors];
+  Vector<Set> sum0[kVectors];
+  Vector<Set> sum1[kVectors];
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    weightSum[v] = y.Pairs(v).Get(kPairWeightSum);
+    sum0[v] = y.Pairs(v).Get(kPairSum0);
+    sum1[v] = y.Pairs(v).Get(kPairSum1);
+  }
+  for (; i < x.rows.count; ++i) {
+    const std::size_t row = x.rows.list[i];
+    const double weight = x.weights[row];
+    const Vector<Set> weighted = Broadcast<Set>(weight * x.values[row]);
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const Vector<Set> values = y.Values(row, v);
+      const Mask<Set> isPresent = values != missing;
+      weightSum[v] = Where<Set>(isPresent, Broadcast<Set>(weight)) + weightSum[v];
+      sum0[v] = Where<Set>(isPresent, weighted) + sum0[v];
+      sum1[v] = Where<Set>(isPresent, weight * values) + sum1[v];
+    }
+  }
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    y.Pairs(v).Put(kPairWeightSum, weightSum[v]);
+    y.Pairs(v).Put(kPairSum0, sum0[v]);
+    y.Pairs(v).Put(kPairSum1, sum1[v]);
+  }
+}
+
+template <class Set>
+void PairSums(const PairVariable& x, const double* panels, unsigned count, std::size_t stride,
+              double* pairs) {
+  constexpr unsigned kTogether = Set::kPairPanels;
+  const auto some = x.caseWeights ? PanelPairSums<Set, kTogether, true>
+                                  : PanelPairSums<Set, kTogether, false>;
+  const auto one = x.caseWeights ? PanelPairSums<Set, 1, true> : PanelPairSums<Set, 1, false>;
+  for (unsigned p = 0; p < count;) {
+    const bool takesSome = count - p >= kTogether;
+    (takesSome ? some : one)(x, {panels + p * stride, stride,
+                                 pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    p += takesSome ? kTogether : 1;
+  }
+}
+
+// The mean over the cases of these weights; of no case, 0.
+template <class Set>
+Vector<Set> PairMean(PairVector<Set> pair, PairField sum, PairField runValue, PairField runWeight,
+                     PairField ended, Vector<Set> weightSum) {
+  const Vector<Set> first = pair.Get(runValue);
+  const Vector<Set> mean = (pair.Get(sum) + pair.Get(runWeight) * first) / weightSum;
+  return pair.GetMask(ended) ? mean : first;
+}
+
+template <class Set>
+void PairMeans(double* pairs) {
+  for (unsigned first = 0; first < Set::kPanel; first += Set::kLanes) {
+    const PairVector<Set> pair{pairs + first};
+    const Vector<Set> weightSum = pair.Get(kPairWeightSum);
+    const Vector<Set> mean0 = PairMean<Set>(pair, kPairSum0, kPairRunValue0, kPairRunWeight0,
+                                            kPairEnded0, weightSum);
+    const Vector<Set> mean1 = PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1,
+                                            kPairEnded1, weightSum);
+    pair.Put(kPairMean0, mean0);
+    pair.Put(kPairMean1, mean1);
+    for (const unsigned field : {kPairSquares0, kPairSquares1, kPairProducts}) {
+      pair.Put(field, Vector<Set>{});
+    }
+  }
+}
+
+template <class Set, unsigned kPanels, bool kIsFirst>
+void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
+  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
+  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  Vector<Set> mean0[kVectors];
+  Vector<Set> mean1[kVectors];
+  Vector<Set> squares0[kVectors];
+  Vector<Set> squares1[kVectors];
+  Vector<Set> products[kVectors];
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    mean0[v] = y.Pairs(v).Get(kPairMean0);
+    mean1[v] = y.Pairs(v).Get(kPairMean1);
+    squares0[v] = y.Pairs(v).Get(kPairSquares0);
+    squares1[v] = y.Pairs(v).Get(kPairSquares1);
+    products[v] = y.Pairs(v).Get(kPairProducts);
+  }
+  for (std::size_t i = 0; i < x.rows.count; ++i) {
+    const std::size_t row = x.rows.list[i];
+    const double weight = x.weights[row];
+    const Vector<Set> x0 = Broadcast<Set>(x.values[row]);
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const Vector<Set> values = y.Values(row, v);
+      const Mask<Set> isPresent = values != missing;
+      const Vector<Set> d0 = x0 - mean0[v];
+      const Vector<Set> d1 = values - mean1[v];
+      const Vector<Set> weighted0 = weight * d0;
+      const Vector<Set> weighted1 = weight * d1;
+      squares0[v] = Where<Set>(isPresent, weighted0 * d0) + squares0[v];
+      squares1[v] = Where<Set>(isPresent, weighted1 * d1) + squares1[v];
+      products[v] =
+          Where<Set>(isPresent, kIsFirst ? weighted0 * d1 : weighted1 * d0) + products[v];
+    }
+  }
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    y.Pairs(v).Put(kPairSquares0, squares0[v]);
+    y.Pairs(v).Put(kPairSquares1, squares1[v]);
+    y.Pairs(v).Put(kPairProducts, products[v]);
+  }
+}
+
+template <class Set>
+void PairProducts(const PairVariable& x, bool isFirst, const double* panels, unsigned count,
+                  std::size_t stride, double* pairs) {
+  constexpr unsigned kTogether = Set::kPairPanels;
+  const auto some = isFirst ? PanelPairProducts<Set, kTogether, true>
+                            : PanelPairProducts<Set, kTogether, false>;
+  const auto one = isFirst ? PanelPairProducts<Set, 1, true> : PanelPairProducts<Set, 1, false>;
+  for (unsigned p = 0; p < count;) {
+    const bool takesSome = count - p >= kTogether;
+    (takesSome ? some : one)(x, {panels + p * stride, stride,
+                                 pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    p += takesSome ? kTogether : 1;
+  }
+}
+
+}  // namespace velmor::ordered

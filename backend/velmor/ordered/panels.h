@@ -1,0 +1,52 @@
+#pragma once
+
+// Columns in panels, as the operations over blocks of columns prepare them for the kernels.
+
+#include "ordered/columns.h"
+#include "ordered/engine.h"
+#include "ordered/workspace.h"
+
+#include <cstddef>
+
+namespace velmor::ordered {
+
+// The engine for a problem of so many columns: the active one, or a narrower one where so few
+// columns would fill half of its panel at best.
+const Engine& EngineFor(std::size_t columns);
+
+// Columns of a batch, and one block of their rows in panels. The last panel may have fewer columns
+// than the others.
+class Panels {
+ public:
+  // Takes the panels' memory. hasWeighted: whether there is to be a second set of panels, of
+  // weights times values; otherwise the values stand for them.
+  Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace);
+
+  const Engine& UsedEngine() const { return *_engine; }
+  unsigned Count() const { return _count; }
+  std::size_t Stride() const { return kBlockRows * _engine->panel; }  // from a panel to the next
+  unsigned ColumnsOf(unsigned panel) const;
+  const double* Values(unsigned panel) const { return _values + panel * Stride(); }
+  const double* Weighted(unsigned panel) const { return _weighted + panel * Stride(); }
+
+  // Subtracts the means from a block of rows of the columns, in place. Apart from packing, though it
+  // passes the rows twice: columns that are a power of two apart share a set of the first-level
+  // cache, and reading and writing them all at once takes twice the time of both.
+  void Center(std::size_t from, std::size_t rows, const double* means) const;
+
+  // Fills the panels from a block of rows.
+  //   weights  of the block's rows; null without weighted panels
+  void Pack(std::size_t from, std::size_t rows, const double* weights);
+
+ private:
+  const Engine* _engine;
+  Columns _columns;
+  unsigned _count;
+  double* _values;
+  double* _weighted;
+};
+
+// The mean from a column's moments, whose fields are `lanes` doubles apart.
+double MeanOf(const double* moments, std::size_t lanes, double weightSum);
+
+}  // namespace velmor::ordered

@@ -1,0 +1,89 @@
+#pragma once
+
+// Which values are present, as bits. Contracts: engine.h.
+
+#include "ordered/engine.h"
+#include "ordered/vectors.h"
+
+namespace velmor::ordered {
+
+template <class Set>
+std::size_t Presence(const double* x, std::size_t rows, double missingCode, std::uint64_t* bits) {
+  std::size_t present = 0;
+  for (std::size_t first = 0; first < rows; first += 64) {
+    const std::size_t count = rows - first < 64 ? rows - first : 64;
+    // A column that lacks nothing is the usual one, and found faster than where it lacks something.
+    std::uint64_t absent = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      absent += x[first + i] == missingCode ? 1 : 0;
+    }
+    std::uint64_t word = count == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << count) - 1;
+    if (absent != 0) {
+      word = 0;
+      for (std::size_t i = 0; i < count; ++i) {
+        word |= std::uint64_t{x[first + i] != missingCode} << i;
+      }
+    }
+    *bits++ = word;
+    present += count - absent;
+  }
+  return present;
+}
+
+template <class Set>
+std::size_t CountBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t words) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < words; ++i) {
+    count += static_cast<std::size_t>(__builtin_popcountll(a[i] & b[i]));
+  }
+  return count;
+}
+
+// Which of two equal extremes came first shows only in a zero's sign.
+template <class Set>
+double FirstOfEqual(const double* x, std::size_t rows, double missingCode, double extreme) {
+  if (extreme == 0.) {
+    for (std::size_t row = 0; row < rows; ++row) {
+      if (x[row] == 0. && x[row] != missingCode) {
+        return x[row];
+      }
+    }
+  }
+  return extreme;
+}
+
+template <class Set>
+void PresentExtremes(const double* x, std::size_t rows, double missingCode, double* min,
+                     double* max) {
+  constexpr unsigned kLanes = Set::kLanes;
+  const std::size_t whole = rows - rows % kLanes;
+  // A lane has every kLanes-th row here: unlike a sum, an extreme does not depend on the order.
+  const Vector<Set> missing = Broadcast<Set>(missingCode);
+  Vector<Set> lows = Broadcast<Set>(*min);
+  Vector<Set> highs = Broadcast<Set>(*max);
+  for (std::size_t row = 0; row < whole; row += kLanes) {
+    const Vector<Set> values = Load<Set>(x + row);
+    const Vector<Set> low = values != missing ? values : lows;
+    const Vector<Set> high = values != missing ? values : highs;
+    lows = low < lows ? low : lows;
+    highs = high > highs ? high : highs;
+  }
+  double lowest = *min;
+  double highest = *max;
+  const auto take = [&](double low, double high) {
+    lowest = low < lowest ? low : lowest;
+    highest = high > highest ? high : highest;
+  };
+  for (unsigned lane = 0; lane < kLanes; ++lane) {
+    take(lows[lane], highs[lane]);
+  }
+  for (std::size_t row = whole; row < rows; ++row) {
+    if (x[row] != missingCode) {
+      take(x[row], x[row]);
+    }
+  }
+  *min = FirstOfEqual<Set>(x, rows, missingCode, lowest);
+  *max = FirstOfEqual<Set>(x, rows, missingCode, highest);
+}
+
+}  // namespace velmor::ordered

@@ -1,0 +1,93 @@
+#pragma once
+
+// Vectors of doubles as the kernels see them.
+//
+// Everything here and in the kernels is named after the instruction set that it is compiled for,
+// the Set, and no function of the standard library is called: of a function that several files
+// define the linker keeps one copy, and an AVX-512 copy would then be everyone's.
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+namespace velmor::ordered {
+
+template <class Set, unsigned kLanes = Set::kLanes>
+struct VectorOf {
+  // Lane by lane, each rounded as a scalar is. A comparison has -1 in a lane where it holds, else 0.
+  using Type [[gnu::vector_size(kLanes * sizeof(double))]] = double;
+  using Mask [[gnu::vector_size(kLanes * sizeof(double))]] = std::int64_t;
+  // The same where it lies in memory: among doubles, with their alignment.
+  using InMemory [[gnu::vector_size(kLanes * sizeof(double)), gnu::aligned(sizeof(double)),
+                   gnu::may_alias]] = double;
+};
+
+template <class Set, unsigned kLanes = Set::kLanes>
+using Vector = typename VectorOf<Set, kLanes>::Type;
+template <class Set>
+using Mask = typename VectorOf<Set>::Mask;
+
+template <class Set, unsigned kLanes = Set::kLanes>
+[[gnu::always_inline]] inline Vector<Set, kLanes> Load(const double* x) {
+  return *reinterpret_cast<const typename VectorOf<Set, kLanes>::InMemory*>(x);
+}
+
+template <class Set, unsigned kLanes = Set::kLanes>
+[[gnu::always_inline]] inline void Store(Vector<Set, kLanes> vector, double* x) {
+  *reinterpret_cast<typename VectorOf<Set, kLanes>::InMemory*>(x) = vector;
+}
+
+template <class Set, unsigned kLanes = Set::kLanes>
+[[gnu::always_inline]] inline Vector<Set, kLanes> Broadcast(double x) {
+  return x - Vector<Set, kLanes>{};  // x - 0 is x for every x, -0 too
+}
+
+// The term where the mask holds, +0 elsewhere. A running sum that began at +0 is never -0, so that
+// adding +0 leaves it as it is, to the bit.
+template <class Set>
+[[gnu::always_inline]] inline Vector<Set> Where(Mask<Set> mask, Vector<Set> term) {
+  return mask ? term : Vector<Set>{};
+}
+
+template <class Set>
+[[gnu::always_inline]] inline bool HoldsEverywhere(Mask<Set> mask) {
+  std::int64_t all = -1;
+  for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+    all &= mask[lane];
+  }
+  return all != 0;
+}
+
+// A step of a transposition: of every square of 2 by 2 blocks of `kStep` lanes, the two off the
+// diagonal change places.
+template <class Set, unsigned kStep, unsigned... kLane>
+[[gnu::always_inline]] inline void ExchangeBlocks(Vector<Set> (&v)[Set::kLanes],
+                                                  std::integer_sequence<unsigned, kLane...>) {
+  constexpr unsigned kLanes = Set::kLanes;
+#pragma GCC unroll 8
+  for (unsigned i = 0; i < kLanes; ++i) {
+    if ((i & kStep) == 0) {
+      const Vector<Set> upper = v[i];
+      const Vector<Set> lower = v[i + kStep];
+      v[i] = __builtin_shufflevector(upper, lower,
+                                     ((kLane & kStep) ? kLanes + kLane - kStep : kLane)...);
+      v[i + kStep] = __builtin_shufflevector(
+          upper, lower, ((kLane & kStep) ? kLanes + kLane : kLane + kStep)...);
+    }
+  }
+}
+
+// Lane j of vector i becomes lane i of vector j.
+template <class Set>
+[[gnu::always_inline]] inline void TransposeVectors(Vector<Set> (&v)[Set::kLanes]) {
+  constexpr auto kAll = std::make_integer_sequence<unsigned, Set::kLanes>{};
+  ExchangeBlocks<Set, 1>(v, kAll);
+  if constexpr (Set::kLanes >= 4) {
+    ExchangeBlocks<Set, 2>(v, kAll);
+  }
+  if constexpr (Set::kLanes >= 8) {
+    ExchangeBlocks<Set, 4>(v, kAll);
+  }
+}
+
+}  // namespace velmor::ordered

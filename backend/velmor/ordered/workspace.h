@@ -1,0 +1,32 @@
+#pragma once
+
+// A thread's scratch memory: panels, running sums and the like, of one operation at a time. It
+// grows to what the thread's operations need, is then allocated no more, and goes with the thread.
+
+#include <cstddef>
+
+namespace velmor::ordered {
+
+// What is taken while this lives is given back when it ends. Workspaces of a thread nest.
+class Workspace {
+ public:
+  Workspace();
+  ~Workspace();
+  Workspace(const Workspace&) = delete;
+  Workspace& operator=(const Workspace&) = delete;
+
+  // An array aligned to 64 bytes, not initialised. For types without constructors and destructors.
+  // Throws std::bad_alloc.
+  template <class T>
+  T* Take(std::size_t count) {
+    return static_cast<T*>(TakeBytes(count * sizeof(T)));
+  }
+
+ private:
+  void* TakeBytes(std::size_t bytes);
+
+  struct Block* _top;  // where the thread's memory stood before
+  std::size_t _used;
+};
+
+}  // namespace velmor::ordered
