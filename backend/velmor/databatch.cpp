@@ -1,9 +1,17 @@
 // databatch.cpp: the batch of cases; start at AddRow.
 #include <velmor/databatch.h>
 
+#include "ordered/columns.h"
+
 #include <algorithm>
+#include <array>
 
 namespace velmor {
+
+namespace {
+// As many as make a cache line of each column.
+constexpr unsigned int kStagedRows = 8;
+}  // namespace
 
 DataBatch::DataBatch(unsigned int nColumns, unsigned int nRows, const double* pWeight,
                      const double* pRegWeight, const unsigned int* pGroup)
@@ -24,6 +32,7 @@ DataBatch::DataBatch(unsigned int nColumns, unsigned int nRows, const double* pW
   if (_pGroup) {
     _groups = OwnedArray<unsigned int>(nRows);
   }
+  _staged = OwnedArray<double>(std::size_t{kStagedRows} * nColumns);
 }
 
 DataBatch::~DataBatch() = default;
@@ -46,19 +55,31 @@ void DataBatch::AddRow(const double* values) {
     _groups[_nRows] = *_pGroup;
     _maxGroupSeen = std::max(_maxGroupSeen, *_pGroup);
   }
-  double* cell = _columns + _nRows;
-  for (unsigned int column = 0; column < _nColumns; ++column, cell += _maxRows) {
-    *cell = values[column];
-  }
+  const double* const cell = _columns + (_nRows + std::size_t{_nColumns} * _maxRows);
+  std::copy_n(values, _nColumns, _staged + std::size_t{_nStaged} * _nColumns);
+  ++_nStaged;
   // In 64 bits: a batch of almost 2^32 cells with one column more has no 32-bit size.
   if (cell >= _columns + (std::size_t{_nColumns} + 1) * _maxRows) {
     AssertionFailed(__FILE__, __LINE__, __func__, "cell < _columns+(_nColumns+1)*_maxRows");
   }
   ++_nRows;
+  if (_isWatched || _nStaged == kStagedRows) {
+    SettleStaged();
+  }
+}
+
+void DataBatch::SettleStaged() {
+  std::array<const double*, kStagedRows> rows{};
+  for (unsigned int i = 0; i < _nStaged; ++i) {
+    rows[i] = _staged + std::size_t{i} * _nColumns;
+  }
+  ordered::Transpose(rows.data(), _nStaged, {_columns + (_nRows - _nStaged), _maxRows, _nColumns});
+  _nStaged = 0;
 }
 
 void DataBatch::Clear() {
   _nRows = 0;
+  _nStaged = 0;
   _maxGroupSeen = 0;
 }
 

@@ -2,6 +2,9 @@
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
 
+#include "ordered/columns.h"
+#include "ordered/workspace.h"
+
 #include <algorithm>
 #include <numeric>
 
@@ -70,8 +73,10 @@ void DataBatchByGroup::SortByGroup() {
     VELMOR_ASSERT(_weights!=0&&_tmpWeights!=0);  // NOLINT(modernize-use-nullptr): stable text
   }
   // A counting sort, stable because cases are taken in the order added: start[g] is the sorted
-  // row that the next case of group g gets.
+  // row that the next case of group g gets. Columns are then written a block of rows at a time.
   std::vector<unsigned int> start(_maxGroup);
+  ordered::Workspace workspace;
+  auto* const sorted = workspace.Take<const double*>(_nRows);  // each sorted row's values
   std::exclusive_scan(_groupCounts.begin(), _groupCounts.end(), start.begin(), 0U);
   const double* source = _rows;
   for (std::size_t i = 0; i < _nRows; ++i) {
@@ -80,11 +85,10 @@ void DataBatchByGroup::SortByGroup() {
       _weights[sortedRow] = _tmpWeights[i];
     }
     VELMOR_ASSERT(source == _rows+_nColumns*i);
-    double* cell = _columns + sortedRow;
-    for (unsigned int column = 0; column < _nColumns; ++column, cell += _maxRows) {
-      *cell = *source++;
-    }
+    sorted[sortedRow] = source;
+    source += _nColumns;
   }
+  ordered::Transpose(sorted, _nRows, {_columns, _maxRows, _nColumns});
   _isSorted = true;
 }
 

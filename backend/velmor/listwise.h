@@ -15,19 +15,26 @@
 
 namespace velmor {
 
-// Sets a record's number of cases and weight sums from a batch, and returns the batch's cases under
-// their combined weights. Where the batch has both kinds of weights its case weights are
-// overwritten with the combined ones, so their own sum is taken first.
+// Sets a record's number of cases, weight sums, means and extremes from a batch's columns, and
+// returns the batch's cases under their combined weights. Where the batch has both kinds of weights
+// its case weights are overwritten with the combined ones, so their own sum is taken first.
+//   mins, maxs  one a column; null when not wanted
 template <class Record>
-ordered::Cases TakeTotals(Record& record, DataBatch& batch) {
+ordered::Cases TakeMoments(Record& record, DataBatch& batch, ordered::Columns columns, double* mins,
+                           double* maxs) {
   const std::size_t rows = batch.NRows();
+  const bool hasBoth = batch.HasWeights() && batch.HasRegWeights();
+  const double caseWeightSum = hasBoth ? ordered::Sum(batch.Weights(), rows) : 0.;
+  const ordered::Cases cases{
+      rows, ordered::CombineWeights(batch.Weights(), batch.RegWeights(), rows)};
   record._nRows = batch.NRows();
   record._hasRegWeights = batch.HasRegWeights();
-  record._weightSum = ordered::WeightedSum(batch.Weights(), rows);
+  record._regWeightSum = ordered::Moments(columns, cases, record._means.data(), mins, maxs);
+  record._weightSum = hasBoth                  ? caseWeightSum
+                      : batch.HasRegWeights() ? static_cast<double>(rows)
+                                              : record._regWeightSum;
   record._isWeightless = record._weightSum == 0.;
-  const double* const weights = ordered::CombineWeights(batch.Weights(), batch.RegWeights(), rows);
-  record._regWeightSum = record._hasRegWeights ? ordered::Sum(weights, rows) : record._weightSum;
-  return {rows, weights};
+  return cases;
 }
 
 template <class Record>

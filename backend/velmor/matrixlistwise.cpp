@@ -32,9 +32,8 @@ void MatrixListwise::Data::Init(DataBatch& batch) {
   const std::size_t nCells = MatrixRow(nCols);
   _means.resize(nCols);
   _xp = OwnedArray<double>(nCells);
-  const ordered::Cases cases = TakeTotals(*this, batch);
   const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
-  ordered::Moments(columns, cases, _regWeightSum, _means.data(), nullptr, nullptr);
+  const ordered::Cases cases = TakeMoments(*this, batch, columns, nullptr, nullptr);
   const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }

@@ -47,9 +47,9 @@ void SMatrixListwise::Data::Init(DataBatch& data) {
   _mins.resize(_means.size());
   _maxs.resize(_means.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(nCells));
-  const ordered::Cases cases = TakeTotals(*this, data);
   const ordered::Columns columns = Block(data, _col0, _col2);
-  ordered::Moments(columns, cases, _regWeightSum, _means.data(), _mins.data(), _maxs.data());
+  const ordered::Cases cases =
+      TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
   const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }

@@ -17,7 +17,7 @@ namespace velmor {
 // refill it before it is used again. Used by one thread at a time; not copied.
 class DataBatch {
  public:
-  // An empty batch. Memory: RowSize(...) * nRows bytes, not cleared.
+  // An empty batch. Memory: RowSize(...) * nRows bytes and eight rows of values, not cleared.
   //   nColumns  values per case
   //   nRows     capacity in cases
   //   pWeight, pRegWeight, pGroup  where the host keeps the current case's case weight,
@@ -37,7 +37,8 @@ class DataBatch {
 
   // Appends the host's current case: its NColumns() values, in column order and unchanged, and
   // the weights and group now found at the host's addresses. O(NColumns()), allocates nothing.
-  // Asserts that the batch is not full.
+  // Until the host has asked for a column, rows are put into the columns eight at a time, which is
+  // several times faster than value by value. Asserts that the batch is not full.
   void AddRow(const double* values);
 
   // Empties the batch for the next filling: no rows, no group seen. O(1), frees nothing.
@@ -58,13 +59,26 @@ class DataBatch {
   double* RegWeights() const { return _regWeights; }
   unsigned int* Groups() const { return _groups; }
 
-  // The values of column colNum, one per case; NRows() entries are defined. Asserts the bound.
+  // The values of column colNum, one per case; NRows() entries are defined, and those of cases added
+  // later show there as they are added. Asserts the bound.
   double* Column(unsigned int colNum) {
     VELMOR_ASSERT(colNum < _nColumns);
+    _isWatched = true;
+    Settle();
     return _columns + static_cast<std::size_t>(colNum) * _maxRows;
   }
 
  private:
+  friend class BatchReader;
+
+  // Puts the staged rows into the columns.
+  void Settle() {
+    if (_nStaged != 0) {
+      SettleStaged();
+    }
+  }
+  void SettleStaged();
+
   OwnedArray<double> _weights;
   OwnedArray<double> _regWeights;
   OwnedArray<double> _columns;  // row r of column j at j * _maxRows + r
@@ -76,6 +90,9 @@ class DataBatch {
   unsigned int _nColumns;
   unsigned int _nRows = 0;
   unsigned int _maxGroupSeen = 0;
+  OwnedArray<double> _staged;  // the last _nStaged rows, row by row, not yet in the columns
+  unsigned int _nStaged = 0;
+  bool _isWatched = false;  // a column's address has been handed out: nothing is staged any more
 };
 
 }  // namespace velmor

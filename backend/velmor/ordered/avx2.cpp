@@ -11,8 +11,9 @@ struct Avx2 {
   static constexpr unsigned kPanel = 4;
   static constexpr unsigned kTilePanels = 2;
   static constexpr unsigned kDiagonalLanes = 4;
-  static constexpr unsigned kMomentPanels = 4;
+  static constexpr unsigned kMomentPanels = 3;
   static constexpr unsigned kPairPanels = 2;
+  static constexpr bool kMasksAdditions = false;
   static constexpr bool kFoldsBroadcasts = false;
 };
 

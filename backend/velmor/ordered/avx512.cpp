@@ -13,11 +13,12 @@ struct Avx512 {
   static constexpr unsigned kDiagonalLanes = 4;
   static constexpr unsigned kMomentPanels = 2;
   static constexpr unsigned kPairPanels = 2;
+  static constexpr bool kMasksAdditions = true;
   static constexpr bool kFoldsBroadcasts = true;
 };
 
 }  // namespace
 
-constinit const Engine kAvx512 = MakeEngine<Avx512>();
+constinit const Engine kAvx512 = MakeEngine<Avx512>(&kAvx2);
 
 }  // namespace velmor::ordered

@@ -13,9 +13,9 @@
 namespace velmor::ordered {
 namespace {
 
-// Columns whose panels of one block of rows stay in a second-level cache of a quarter of a megabyte
-// while the tiles beside them are worked off.
-constexpr unsigned kResidentColumns = 256;
+// Columns whose panels of a block of rows take less than half of a second-level cache of half a
+// megabyte.
+constexpr unsigned kResidentColumns = 128;
 
 // Calls visit(first row, rows) for each block of rows.
 template <class Visit>
@@ -50,21 +50,25 @@ class Tiles {
 // The tiles of a triangle of panels, row by row.
 std::size_t TriangleTile(std::size_t i, std::size_t j) { return i * (i + 1) / 2 + j; }
 
-// Adds a block of rows to the tiles of all pairs of panels.
+// Adds a block of rows to the tiles of all pairs of panels. The panels of a tile's columns stay in
+// the first-level cache while those of its rows come from the second-level cache, where as many
+// rows as are resident stay while all columns pass by.
 void AddTriangle(const Panels& x, std::size_t rows, const Tiles& tiles) {
   const Engine& engine = x.UsedEngine();
   const unsigned resident = kResidentColumns / engine.panel;
   for (unsigned from = 0; from < x.Count(); from += resident) {
-    for (unsigned i = from; i < x.Count(); ++i) {
-      const unsigned to = std::min(i, from + resident);
-      for (unsigned j = from; j < to; j += engine.tilePanels) {
-        engine.Products(x.Weighted(i), x.ColumnsOf(i), x.Values(j),
-                        std::min(engine.tilePanels, to - j), x.Stride(), rows,
-                        tiles.Tile(TriangleTile(i, j)));
-      }
-      if (to == i) {
-        engine.DiagonalProducts(x.Weighted(i), x.ColumnsOf(i), x.Values(i), rows,
-                                tiles.Tile(TriangleTile(i, i)));
+    const unsigned to = std::min(x.Count(), from + resident);
+    for (unsigned j = 0; j < to; j += engine.tilePanels) {
+      for (unsigned i = std::max(from, j); i < to; ++i) {
+        const unsigned panels = std::min(engine.tilePanels, i - j);
+        if (panels > 0) {
+          engine.Products(x.Weighted(i), x.ColumnsOf(i), x.Values(j), panels, x.Stride(), rows,
+                          tiles.Tile(TriangleTile(i, j)));
+        }
+        if (panels < engine.tilePanels) {
+          engine.DiagonalProducts(x.Weighted(i), x.ColumnsOf(i), x.Values(i), rows,
+                                  tiles.Tile(TriangleTile(i, i)));
+        }
       }
     }
   }
@@ -99,21 +103,22 @@ double* TriangularProducts(Columns x, const double* means, Cases cases, std::siz
 
 }  // namespace
 
-void Moments(Columns x, Cases cases, double weightSum, double* means, double* mins, double* maxs) {
-  // A few panels at a time: their block of rows stays in the first-level cache between packing and
-  // summing, and there are enough of them to hide the latency of their sums.
-  constexpr unsigned kTogether = 4;
+double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs) {
+  // A few panels at a time stay near between packing and summing.
+  constexpr unsigned kPanelsAtOnce = 6;
   const Engine& engine = EngineFor(x.count);
   const std::size_t lanes = engine.panel;
-  for (std::size_t first = 0; first < x.count; first += kTogether * lanes) {
+  double weightSum = cases.weights ? 0. : static_cast<double>(cases.rows);
+  for (std::size_t first = 0; first < x.count; first += kPanelsAtOnce * lanes) {
     Workspace workspace;
-    const Columns some{x[first], x.stride, std::min(x.count - first, kTogether * lanes)};
+    const Columns some{x[first], x.stride, std::min(x.count - first, kPanelsAtOnce * lanes)};
     Panels panels(engine, some, false, workspace);
     auto* const moments = workspace.Take<double>(panels.Count() * kMomentFields * lanes);
     ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
       panels.Pack(from, rows, nullptr);
       engine.Moments(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
-                     From(cases.weights, from), from == 0, moments);
+                     From(cases.weights, from), from == 0, moments,
+                     first == 0 ? &weightSum : nullptr);
     });
     for (std::size_t i = 0; i < some.count; ++i) {
       const double* const ofColumn = moments + i / lanes * kMomentFields * lanes + i % lanes;
@@ -124,6 +129,7 @@ void Moments(Columns x, Cases cases, double weightSum, double* means, double* mi
       }
     }
   }
+  return weightSum;
 }
 
 double* SymmetricProducts(Columns x, const double* means, Cases cases, double* triangle) {
@@ -157,11 +163,11 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
     second.Center(from, rows, means + x.count);
     second.Pack(from, rows, nullptr);
     engine.SquareSums(second.Values(0), second.Count(), second.Stride(), rows, weights, secondSums);
-    for (unsigned i = 0; i < first.Count(); ++i) {
-      for (unsigned j = 0; j < second.Count(); j += engine.tilePanels) {
-        engine.Products(first.Weighted(i), first.ColumnsOf(i), second.Values(j),
-                        std::min(engine.tilePanels, second.Count() - j), second.Stride(), rows,
-                        tiles.Tile(std::size_t{i} * second.Count() + j));
+    for (unsigned j = 0; j < second.Count(); j += engine.tilePanels) {
+      const unsigned panelsAtOnce = std::min(engine.tilePanels, second.Count() - j);
+      for (unsigned i = 0; i < first.Count(); ++i) {
+        engine.Products(first.Weighted(i), first.ColumnsOf(i), second.Values(j), panelsAtOnce,
+                        second.Stride(), rows, tiles.Tile(std::size_t{i} * second.Count() + j));
       }
     }
   });
@@ -263,6 +269,15 @@ void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t n
     });
   });
   forEachSum([](double& sum, double panelSum) { sum = panelSum; });
+}
+
+void Transpose(const double* const* rows, std::size_t count, Columns columns) {
+  // So many columns of a page of rows at a time that the lines read stay in the first-level cache.
+  constexpr std::size_t kRowsAtOnce = 64;
+  for (std::size_t from = 0; from < count; from += kRowsAtOnce) {
+    Active().Transpose(rows + from, std::min(kRowsAtOnce, count - from), columns.count,
+                       columns.stride, columns.first + from);
+  }
 }
 
 void AddCells(const double* d, std::size_t count, double* cells) {

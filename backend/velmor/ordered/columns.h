@@ -26,8 +26,8 @@ struct Cases {
 };
 
 // means[i] = WeightedMean of column i, mins[i] = Mins and maxs[i] = Maxs of it. The extremes' arrays
-// may be null. At least one row.
-void Moments(Columns x, Cases cases, double weightSum, double* means, double* mins, double* maxs);
+// may be null. At least one row and one column. Returns WeightedSum of the weights.
+double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs);
 
 // The CrossProducts of all pairs of columns, each with itself included, as a packed lower triangle:
 // cell (i, j), j <= i, at i(i+1)/2 + j, column i being the first operand. Returns the start of the
@@ -53,6 +53,9 @@ void WeightedSums(Columns x, Cases cases, double* sums);
 // both arrays.
 void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
                double* sums, double* squareSums);
+
+// Row r of the columns gets the values at rows[r], one for each column.
+void Transpose(const double* const* rows, std::size_t count, Columns columns);
 
 // cells[i] = d[i] + cells[i], i < count.
 void AddCells(const double* d, std::size_t count, double* cells);

@@ -21,7 +21,7 @@ namespace velmor::ordered {
 
 // Rows of a panel, at most: few enough that some panels fit into the first-level cache, enough that
 // loading and storing the sums of a tile (3 % of its time) does not matter.
-constexpr std::size_t kBlockRows = 128;
+constexpr std::size_t kBlockRows = 192;
 // Most columns that any set's panel has.
 constexpr unsigned kMaxPanel = 8;
 
@@ -79,6 +79,9 @@ struct Engine {
   const char* name;     // "baseline", "avx2", "avx512"
   unsigned panel;       // columns of a panel
   unsigned tilePanels;  // panels that Products takes at once, at most
+  // For problems that fill no more than half a panel: the set with panels half as wide, which has
+  // half the work with them. Null where there is none.
+  const Engine* narrower;
 
   // packing.h. panel[row * Engine::panel + lane] = column lane's value.
   //   columns   Engine::panel addresses of a block's first row
@@ -86,8 +89,9 @@ struct Engine {
   void (*Pack)(const double* const* columns, std::size_t rows, const double* weights, double* panel,
                double* weighted);
 
-  // packing.h. CenterData.
-  void (*CenterColumn)(double* x, double mean, std::size_t rows);
+  // packing.h. Subtracts means[i] from a block of rows of columns[i], in place, i < count.
+  void (*CenterColumns)(double* const* columns, unsigned count, std::size_t rows,
+                        const double* means);
 
   // packing.h. The rows of `from`, one after the other, less the centers in `panel`; and in
   // `weighted` times weights[i] for the i-th.
@@ -98,8 +102,9 @@ struct Engine {
   // kMomentFields fields a panel.
   //   isFirst   whether no row has been taken yet; the moments need no value then
   //   weights   by row of the panel; null: 1 each
+  //   weightSum  of the weights, a running sum as well; null when not wanted or without weights
   void (*Moments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
-                  const double* weights, bool isFirst, double* moments);
+                  const double* weights, bool isFirst, double* moments, double* weightSum);
 
   // products.h. For column r < columns of a and column c of panel p < panels,
   //   cells[(p * panel + r) * panel + c] += a[row * panel + r] * b[p * stride + row * panel + c]
@@ -135,15 +140,16 @@ struct Engine {
   // pairs.h. Takes a variable's rows into the sums of its pairs with each column of adjacent
   // panels, of raw values, kPairFields fields a panel, all zero at first. A row in which the
   // panel's column has the missing code is left out.
-  void (*PairSums)(const PairVariable& x, const double* panels, unsigned count, std::size_t stride,
-                   double* pairs);
+  //   isComplete  whether there is none
+  void (*PairSums)(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
+                   std::size_t stride, double* pairs);
   // pairs.h. Turns the sums of one panel's pairs into means, and clears the fields of squares and
   // products.
   void (*PairMeans)(double* pairs);
   // pairs.h. With u the weight and d0, d1 the distances from the pair's means, adds (u * d0) * d0,
   // (u * d1) * d1 and (u * d0) * d1 - or, unless x is the pair's first variable, (u * d1) * d0.
-  void (*PairProducts)(const PairVariable& x, bool isFirst, const double* panels, unsigned count,
-                       std::size_t stride, double* pairs);
+  void (*PairProducts)(const PairVariable& x, bool isFirst, bool isComplete, const double* panels,
+                       unsigned count, std::size_t stride, double* pairs);
 
   // merging.h. The operations of columns.h of these names.
   void (*AddCells)(const double* d, std::size_t count, double* cells);

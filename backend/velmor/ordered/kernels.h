@@ -9,6 +9,7 @@
 //   kDiagonalLanes  the narrowest vectors that a diagonal tile takes
 //   kMomentPanels, kPairPanels  panels taken at once where each lane has a chain or more of its
 //                   own: as many as hide an addition's latency and still fit into the registers
+//   kMasksAdditions   whether an addition can leave lanes as they are
 //   kFoldsBroadcasts  whether a multiplication can broadcast its operand from memory
 
 #include "ordered/engine.h"
@@ -24,13 +25,14 @@
 namespace velmor::ordered {
 
 template <class Set>
-constexpr Engine MakeEngine() {
+constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
   static_assert(Set::kPanel <= kMaxPanel && Set::kTilePanels <= 3);
   return {Set::kName,
           Set::kPanel,
           Set::kTilePanels,
+          narrower,
           Pack<Set>,
-          CenterColumn<Set>,
+          CenterColumns<Set>,
           Center<Set>,
           Moments<Set>,
           Products<Set>,

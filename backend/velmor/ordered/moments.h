@@ -8,9 +8,10 @@
 
 namespace velmor::ordered {
 
-template <class Set, unsigned kPanels, bool kWeighted>
+// kSumsWeights: their sum is one more chain beside those of the columns.
+template <class Set, unsigned kPanels, bool kWeighted, bool kSumsWeights>
 void PanelMoments(const double* panels, std::size_t stride, Rows rows, const double* weights,
-                  bool isFirst, double* moments) {
+                  bool isFirst, double* moments, double* weightSum) {
   constexpr unsigned kPanel = Set::kPanel;
   constexpr unsigned kParts = kPanel / Set::kLanes;
   constexpr unsigned kVectors = kPanels * kParts;
@@ -46,6 +47,7 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
     max[v] = Load<Set>(field(v, kMax));
     ended[v] = reinterpret_cast<Mask<Set>>(Load<Set>(field(v, kRunEnded)));
   }
+  double allWeights = kSumsWeights ? *weightSum : 0.;
   const auto allEnded = [&ended] {
     Mask<Set> all = ended[0];
     for (unsigned v = 1; v < kVectors; ++v) {
@@ -57,11 +59,14 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
   for (bool isOver = allEnded(); !isOver && i < rows.count; ++i) {
     const std::size_t row = rowAt(i);
     const double weight = kWeighted ? weights[row] : 1.;
+    if constexpr (kSumsWeights) {
+      allWeights = weight + allWeights;
+    }
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> x = values(row, v);
       ended[v] = ended[v] | ~(x == Load<Set>(field(v, kRunValue)));
-      sum[v] = Where<Set>(ended[v], weight * x) + sum[v];
-      Store<Set>(Where<Set>(~ended[v], Broadcast<Set>(weight)) + Load<Set>(field(v, kRunWeight)),
+      sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
+      Store<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), Load<Set>(field(v, kRunWeight))),
                  field(v, kRunWeight));
       min[v] = x < min[v] ? x : min[v];
       max[v] = x > max[v] ? x : max[v];
@@ -70,6 +75,9 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
   }
   for (; i < rows.count; ++i) {
     const std::size_t row = rowAt(i);
+    if constexpr (kSumsWeights) {
+      allWeights = weights[row] + allWeights;
+    }
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> x = values(row, v);
@@ -85,18 +93,26 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
     Store<Set>(max[v], field(v, kMax));
     Store<Set>(reinterpret_cast<Vector<Set>>(ended[v]), field(v, kRunEnded));
   }
+  if constexpr (kSumsWeights) {
+    *weightSum = allWeights;
+  }
 }
 
 template <class Set>
 void Moments(const double* panels, unsigned count, std::size_t stride, Rows rows,
-             const double* weights, bool isFirst, double* moments) {
+             const double* weights, bool isFirst, double* moments, double* weightSum) {
   constexpr unsigned kTogether = Set::kMomentPanels;
-  const auto some = weights ? PanelMoments<Set, kTogether, true> : PanelMoments<Set, kTogether, false>;
-  const auto one = weights ? PanelMoments<Set, 1, true> : PanelMoments<Set, 1, false>;
+  using Take = void (*)(const double*, std::size_t, Rows, const double*, bool, double*, double*);
+  constexpr Take kTake[][2] = {
+      {PanelMoments<Set, kTogether, false, false>, PanelMoments<Set, 1, false, false>},
+      {PanelMoments<Set, kTogether, true, false>, PanelMoments<Set, 1, true, false>},
+      {PanelMoments<Set, kTogether, true, true>, PanelMoments<Set, 1, true, true>}};
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    (takesSome ? some : one)(panels + p * stride, stride, rows, weights, isFirst,
-                             moments + std::size_t{p} * kMomentFields * Set::kPanel);
+    const bool sumsWeights = p == 0 && weightSum != nullptr;
+    kTake[weights ? (sumsWeights ? 2 : 1) : 0][takesSome ? 0 : 1](
+        panels + p * stride, stride, rows, weights, isFirst,
+        moments + std::size_t{p} * kMomentFields * Set::kPanel, weightSum);
     p += takesSome ? kTogether : 1;
   }
 }

@@ -50,9 +50,17 @@ void Pack(const double* const* columns, std::size_t rows, const double* weights,
 }
 
 template <class Set>
-void CenterColumn(double* x, double mean, std::size_t rows) {
-  for (std::size_t row = 0; row < rows; ++row) {
-    x[row] = x[row] - mean;
+void CenterColumns(double* const* columns, unsigned count, std::size_t rows, const double* means) {
+  constexpr unsigned kLanes = Set::kLanes;
+  for (unsigned i = 0; i < count; ++i) {
+    double* const x = columns[i];
+    std::size_t row = 0;
+    for (; row + kLanes <= rows; row += kLanes) {
+      Store<Set>(Load<Set>(x + row) - Broadcast<Set>(means[i]), x + row);
+    }
+    for (; row < rows; ++row) {
+      x[row] = x[row] - means[i];
+    }
   }
 }
 

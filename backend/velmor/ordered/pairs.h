@@ -63,14 +63,19 @@ void TakeRow(PairVector<Set> pair, double x, double weight, Vector<Set> y, Mask<
   pair.PutMask(kPairStarted, pair.GetMask(kPairStarted) | starts);
   pair.PutMask(kPairEnded0, ended0);
   pair.PutMask(kPairEnded1, ended1);
-  pair.Put(kPairRunWeight0, Where<Set>(isPresent & ~ended0, u) + pair.Get(kPairRunWeight0));
-  pair.Put(kPairRunWeight1, Where<Set>(isPresent & ~ended1, u) + pair.Get(kPairRunWeight1));
-  pair.Put(kPairSum0, Where<Set>(isPresent & ended0, u * x0) + pair.Get(kPairSum0));
-  pair.Put(kPairSum1, Where<Set>(isPresent & ended1, u * y) + pair.Get(kPairSum1));
-  pair.Put(kPairWeightSum, Where<Set>(isPresent, u) + pair.Get(kPairWeightSum));
+  const auto add = [pair](Mask<Set> mask, Vector<Set> term, PairField field) {
+    pair.Put(field, AddWhere<Set>(mask, term, pair.Get(field)));
+  };
+  add(isPresent & ~ended0, u, kPairRunWeight0);
+  add(isPresent & ~ended1, u, kPairRunWeight1);
+  add(isPresent & ended0, u * x0, kPairSum0);
+  add(isPresent & ended1, u * y, kPairSum1);
+  add(isPresent, u, kPairWeightSum);
 }
 
-template <class Set, unsigned kPanels, bool kTwoWeights>
+// kIsComplete: the panels' columns lack none of the rows, so that all lanes have x's cases, and
+// what is the same in all of them is summed once.
+template <class Set, unsigned kPanels, bool kIsComplete, bool kTwoWeights>
 void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
   constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
   const Vector<Set> missing = Broadcast<Set>(x.missingCode);
@@ -80,7 +85,7 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
       Vector<Set> sum = pair.Get(kPairCaseWeightSum);
       for (std::size_t i = 0; i < x.rows.count; ++i) {
         const std::size_t row = x.rows.list[i];
-        sum = Where<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row])) + sum;
+        sum = AddWhere<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row]), sum);
       }
       pair.Put(kPairCaseWeightSum, sum);
     }
@@ -106,34 +111,46 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
     const std::size_t row = x.rows.list[i];
     const double weight = x.weights[row];
     const Vector<Set> weighted = Broadcast<Set>(weight * x.values[row]);
+    if constexpr (kIsComplete) {
+      weightSum[0] = weight + weightSum[0];
+      sum0[0] = weighted + sum0[0];
+    }
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> values = y.Values(row, v);
-      const Mask<Set> isPresent = values != missing;
-      weightSum[v] = Where<Set>(isPresent, Broadcast<Set>(weight)) + weightSum[v];
-      sum0[v] = Where<Set>(isPresent, weighted) + sum0[v];
-      sum1[v] = Where<Set>(isPresent, weight * values) + sum1[v];
+      if constexpr (kIsComplete) {
+        sum1[v] = weight * values + sum1[v];
+      } else {
+        const Mask<Set> isPresent = values != missing;
+        weightSum[v] = AddWhere<Set>(isPresent, Broadcast<Set>(weight), weightSum[v]);
+        sum0[v] = AddWhere<Set>(isPresent, weighted, sum0[v]);
+        sum1[v] = AddWhere<Set>(isPresent, weight * values, sum1[v]);
+      }
     }
   }
 #pragma GCC unroll 8
   for (unsigned v = 0; v < kVectors; ++v) {
-    y.Pairs(v).Put(kPairWeightSum, weightSum[v]);
-    y.Pairs(v).Put(kPairSum0, sum0[v]);
+    y.Pairs(v).Put(kPairWeightSum, weightSum[kIsComplete ? 0 : v]);
+    y.Pairs(v).Put(kPairSum0, sum0[kIsComplete ? 0 : v]);
     y.Pairs(v).Put(kPairSum1, sum1[v]);
   }
 }
 
 template <class Set>
-void PairSums(const PairVariable& x, const double* panels, unsigned count, std::size_t stride,
-              double* pairs) {
+void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
+              std::size_t stride, double* pairs) {
   constexpr unsigned kTogether = Set::kPairPanels;
-  const auto some = x.caseWeights ? PanelPairSums<Set, kTogether, true>
-                                  : PanelPairSums<Set, kTogether, false>;
-  const auto one = x.caseWeights ? PanelPairSums<Set, 1, true> : PanelPairSums<Set, 1, false>;
+  using Take = void (*)(const PairVariable&, PairPanels<Set>);
+  constexpr Take kTake[][2][2] = {
+      {{PanelPairSums<Set, kTogether, false, false>, PanelPairSums<Set, 1, false, false>},
+       {PanelPairSums<Set, kTogether, false, true>, PanelPairSums<Set, 1, false, true>}},
+      {{PanelPairSums<Set, kTogether, true, false>, PanelPairSums<Set, 1, true, false>},
+       {PanelPairSums<Set, kTogether, true, true>, PanelPairSums<Set, 1, true, true>}}};
+  const auto& take = kTake[isComplete ? 1 : 0][x.caseWeights ? 1 : 0];
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    (takesSome ? some : one)(x, {panels + p * stride, stride,
-                                 pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    take[takesSome ? 0 : 1](x, {panels + p * stride, stride,
+                                pairs + std::size_t{p} * kPairFields * Set::kPanel});
     p += takesSome ? kTogether : 1;
   }
 }
@@ -164,10 +181,10 @@ void PairMeans(double* pairs) {
   }
 }
 
-template <class Set, unsigned kPanels, bool kIsFirst>
+template <class Set, unsigned kPanels, bool kIsComplete, bool kIsFirst>
 void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
   constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
-  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  [[maybe_unused]] const Vector<Set> missing = Broadcast<Set>(x.missingCode);
   Vector<Set> mean0[kVectors];
   Vector<Set> mean1[kVectors];
   Vector<Set> squares0[kVectors];
@@ -185,39 +202,53 @@ void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
     const std::size_t row = x.rows.list[i];
     const double weight = x.weights[row];
     const Vector<Set> x0 = Broadcast<Set>(x.values[row]);
+    const Vector<Set> common0 = x0 - mean0[0];
+    const Vector<Set> commonWeighted0 = weight * common0;
+    if constexpr (kIsComplete) {
+      squares0[0] = commonWeighted0 * common0 + squares0[0];
+    }
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> values = y.Values(row, v);
-      const Mask<Set> isPresent = values != missing;
-      const Vector<Set> d0 = x0 - mean0[v];
+      const Vector<Set> d0 = kIsComplete ? common0 : x0 - mean0[v];
       const Vector<Set> d1 = values - mean1[v];
-      const Vector<Set> weighted0 = weight * d0;
+      const Vector<Set> weighted0 = kIsComplete ? commonWeighted0 : weight * d0;
       const Vector<Set> weighted1 = weight * d1;
-      squares0[v] = Where<Set>(isPresent, weighted0 * d0) + squares0[v];
-      squares1[v] = Where<Set>(isPresent, weighted1 * d1) + squares1[v];
-      products[v] =
-          Where<Set>(isPresent, kIsFirst ? weighted0 * d1 : weighted1 * d0) + products[v];
+      const Vector<Set> product = kIsFirst ? weighted0 * d1 : weighted1 * d0;
+      if constexpr (kIsComplete) {
+        squares1[v] = weighted1 * d1 + squares1[v];
+        products[v] = product + products[v];
+      } else {
+        const Mask<Set> isPresent = values != missing;
+        squares0[v] = AddWhere<Set>(isPresent, weighted0 * d0, squares0[v]);
+        squares1[v] = AddWhere<Set>(isPresent, weighted1 * d1, squares1[v]);
+        products[v] = AddWhere<Set>(isPresent, product, products[v]);
+      }
     }
   }
 #pragma GCC unroll 8
   for (unsigned v = 0; v < kVectors; ++v) {
-    y.Pairs(v).Put(kPairSquares0, squares0[v]);
+    y.Pairs(v).Put(kPairSquares0, squares0[kIsComplete ? 0 : v]);
     y.Pairs(v).Put(kPairSquares1, squares1[v]);
     y.Pairs(v).Put(kPairProducts, products[v]);
   }
 }
 
 template <class Set>
-void PairProducts(const PairVariable& x, bool isFirst, const double* panels, unsigned count,
-                  std::size_t stride, double* pairs) {
+void PairProducts(const PairVariable& x, bool isFirst, bool isComplete, const double* panels,
+                  unsigned count, std::size_t stride, double* pairs) {
   constexpr unsigned kTogether = Set::kPairPanels;
-  const auto some = isFirst ? PanelPairProducts<Set, kTogether, true>
-                            : PanelPairProducts<Set, kTogether, false>;
-  const auto one = isFirst ? PanelPairProducts<Set, 1, true> : PanelPairProducts<Set, 1, false>;
+  using Take = void (*)(const PairVariable&, PairPanels<Set>);
+  constexpr Take kTake[][2][2] = {
+      {{PanelPairProducts<Set, kTogether, false, false>, PanelPairProducts<Set, 1, false, false>},
+       {PanelPairProducts<Set, kTogether, false, true>, PanelPairProducts<Set, 1, false, true>}},
+      {{PanelPairProducts<Set, kTogether, true, false>, PanelPairProducts<Set, 1, true, false>},
+       {PanelPairProducts<Set, kTogether, true, true>, PanelPairProducts<Set, 1, true, true>}}};
+  const auto& take = kTake[isComplete ? 1 : 0][isFirst ? 1 : 0];
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    (takesSome ? some : one)(x, {panels + p * stride, stride,
-                                 pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    take[takesSome ? 0 : 1](x, {panels + p * stride, stride,
+                                pairs + std::size_t{p} * kPairFields * Set::kPanel});
     p += takesSome ? kTogether : 1;
   }
 }

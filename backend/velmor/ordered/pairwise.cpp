@@ -182,7 +182,7 @@ void PatternTask::Sum(std::size_t from, std::size_t rows, double* sums, double* 
   for (const Group* group : {_a, _b}) {
     _batch->engine.Moments(_batch->panels + group->firstPanel * _batch->Stride(), group->panels,
                            _batch->Stride(), some, _batch->weights + from, isFirst,
-                           sums + MomentsOf(*group));
+                           sums + MomentsOf(*group), nullptr);
     if (IsOnePattern()) {
       return;
     }
@@ -329,6 +329,8 @@ class ColumnTask {
   const double* Panel() const {
     return _batch->panels + (_group->firstPanel + _firstPanel) * _batch->Stride();
   }
+  // Whether all columns of the group are present in all cases.
+  bool IsComplete() const { return _group->isComplete; }
   PairVariable Variable(std::size_t from, std::size_t rows, RowList& list) const;
   void EmitVariable(const double* fields, std::uint32_t column, PairwiseSink& sink) const;
   void EmitPair(const double* fields, std::uint32_t other, PairwiseSink& sink) const;
@@ -342,7 +344,14 @@ class ColumnTask {
 };
 
 PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& list) const {
-  static constexpr std::array<double, kBlockRows> kZeros{};
+  // Values that differ, so that no lane stays in a leading run.
+  static constexpr std::array<double, kBlockRows> kValues = [] {
+    std::array<double, kBlockRows> values{};
+    for (std::size_t i = 0; i < kBlockRows; ++i) {
+      values[i] = static_cast<double>(i);
+    }
+    return values;
+  }();
   static constexpr std::array<std::uint64_t, kBlockRows / 64> kAll = [] {
     std::array<std::uint64_t, kBlockRows / 64> all{};
     all.fill(~std::uint64_t{0});
@@ -353,7 +362,7 @@ PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& l
       isColumn ? _batch->patterns.Bits(_column) + from / 64 : kAll.data();
   Rows present = RowsOfBoth(bits, bits, rows, list);
   present.count = std::min(present.count, rows);
-  return {isColumn ? _batch->cases.columns[_column] + from : kZeros.data(), present,
+  return {isColumn ? _batch->cases.columns[_column] + from : kValues.data(), present,
           _batch->weights + from,
           _batch->HasBothWeights() ? _batch->cases.weights + from : nullptr,
           _batch->cases.missingCode};
@@ -362,7 +371,7 @@ PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& l
 void ColumnTask::Sum(std::size_t from, std::size_t rows, double* sums, double* /*scratch*/) {
   RowList list;
   const PairVariable x = Variable(from, rows, list);
-  _batch->engine.PairSums(x, Panel(), _panels, _batch->Stride(), sums);
+  _batch->engine.PairSums(x, IsComplete(), Panel(), _panels, _batch->Stride(), sums);
 }
 
 void ColumnTask::FinishMeans(double* sums) const {
@@ -375,7 +384,7 @@ void ColumnTask::Multiply(std::size_t from, std::size_t rows, double* sums,
                           double* /*scratch*/) const {
   RowList list;
   const PairVariable x = Variable(from, rows, list);
-  _batch->engine.PairProducts(x, _isFirst, Panel(), _panels, _batch->Stride(), sums);
+  _batch->engine.PairProducts(x, _isFirst, IsComplete(), Panel(), _panels, _batch->Stride(), sums);
 }
 
 void ColumnTask::Emit(const double* sums, PairwiseSink& sink) const {

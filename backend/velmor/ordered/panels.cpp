@@ -9,8 +9,8 @@
 namespace velmor::ordered {
 
 const Engine& EngineFor(std::size_t columns) {
-  (void)columns;
-  return Active();
+  const Engine& active = Active();
+  return columns <= active.panel / 2 && active.narrower != nullptr ? *active.narrower : active;
 }
 
 Panels::Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace)
@@ -26,21 +26,26 @@ unsigned Panels::ColumnsOf(unsigned panel) const {
 }
 
 void Panels::Center(std::size_t from, std::size_t rows, const double* means) const {
-  for (std::size_t i = 0; i < _columns.count; ++i) {
-    _engine->CenterColumn(_columns[i] + from, means[i], rows);
+  for (unsigned panel = 0; panel < _count; ++panel) {
+    _engine->CenterColumns(ColumnsAt(panel, from).data(), ColumnsOf(panel), rows,
+                           means + std::size_t{panel} * _engine->panel);
   }
 }
 
 void Panels::Pack(std::size_t from, std::size_t rows, const double* weights) {
   for (unsigned panel = 0; panel < _count; ++panel) {
-    const std::size_t first = std::size_t{panel} * _engine->panel;
-    std::array<const double*, kMaxPanel> columns{};
-    for (std::size_t i = 0; i < _engine->panel; ++i) {
-      columns[i] = _columns[std::min(first + i, _columns.count - 1)] + from;
-    }
-    _engine->Pack(columns.data(), rows, weights, _values + panel * Stride(),
+    _engine->Pack(ColumnsAt(panel, from).data(), rows, weights, _values + panel * Stride(),
                   _weighted != _values ? _weighted + panel * Stride() : nullptr);
   }
+}
+
+std::array<double*, kMaxPanel> Panels::ColumnsAt(unsigned panel, std::size_t row) const {
+  const std::size_t first = std::size_t{panel} * _engine->panel;
+  std::array<double*, kMaxPanel> columns{};
+  for (std::size_t i = 0; i < _engine->panel; ++i) {
+    columns[i] = _columns[std::min(first + i, _columns.count - 1)] + row;
+  }
+  return columns;
 }
 
 double MeanOf(const double* moments, std::size_t lanes, double weightSum) {

@@ -6,6 +6,7 @@
 #include "ordered/engine.h"
 #include "ordered/workspace.h"
 
+#include <array>
 #include <cstddef>
 
 namespace velmor::ordered {
@@ -39,6 +40,9 @@ class Panels {
   void Pack(std::size_t from, std::size_t rows, const double* weights);
 
  private:
+  // A row of a panel's columns; of the last column as often as there is no other.
+  std::array<double*, kMaxPanel> ColumnsAt(unsigned panel, std::size_t row) const;
+
   const Engine* _engine;
   Columns _columns;
   unsigned _count;

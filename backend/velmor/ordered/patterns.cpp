@@ -2,6 +2,7 @@
 #include "ordered/patterns.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <numeric>
 
@@ -15,9 +16,11 @@ constexpr std::size_t kWidePattern = 3;
 
 static_assert(kBlockRows % 64 == 0 && kBlockRows <= 256);
 
+using EightPlaces = std::array<std::uint8_t, 8>;
+
 // The places of the set bits of each byte, and how many they are.
 struct BytePlaces {
-  std::array<std::array<std::uint8_t, 8>, 256> places{};
+  std::array<EightPlaces, 256> places{};
   std::array<std::uint8_t, 256> counts{};
 };
 
@@ -38,12 +41,14 @@ constexpr BytePlaces kBytePlaces = PlacesOfBits();
 }  // namespace
 
 Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows, RowList& list) {
+  // Eight bytes at a time: adding `first` to each of them carries nothing over.
+  constexpr std::uint64_t kEachByte = 0x0101010101010101;
   std::size_t count = 0;
   for (std::size_t first = 0; first < rows; first += 8) {
     const auto byte = static_cast<std::uint8_t>((a[first / 64] & b[first / 64]) >> first % 64);
-    for (std::size_t i = 0; i < 8; ++i) {
-      list[count + i] = static_cast<std::uint8_t>(first + kBytePlaces.places[byte][i]);
-    }
+    const std::uint64_t places =
+        std::bit_cast<std::uint64_t>(kBytePlaces.places[byte]) + first * kEachByte;
+    std::memcpy(list.data() + count, &places, sizeof(places));
     count += kBytePlaces.counts[byte];
   }
   return {count, list.data()};
@@ -52,6 +57,7 @@ Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows
 Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape shape,
                    Workspace& workspace)
     : _lanes(engine.panel),
+      _rows(cases.rows),
       _shape(shape),
       _words((cases.rows + kBlockRows - 1) / kBlockRows * (kBlockRows / 64)),
       _bits(workspace.Take<std::uint64_t>(cases.columns.count * _words)),
@@ -62,7 +68,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
   auto* const others = workspace.Take<std::uint32_t>(columns);
   std::fill_n(_bits, columns * _words, std::uint64_t{0});
   for (std::size_t i = 0; i < columns; ++i) {
-    _present[i] = engine.Presence(cases.columns[i], cases.rows, cases.missingCode,
+    _present[i] = engine.Presence(cases.columns[i], _rows, cases.missingCode,
                                   _bits + i * _words);
   }
   std::iota(order, order + columns, 0U);
@@ -74,7 +80,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
       ++to;
     }
     const std::size_t present = _present[order[from]];
-    if (present == cases.rows || (present != 0 && to - from >= kWidePattern)) {
+    if (present == _rows || (present != 0 && to - from >= kWidePattern)) {
       AddGroup({order + from, to - from});
     } else if (present != 0) {
       std::copy(order + from, order + to, others + nOthers);
@@ -114,7 +120,7 @@ bool Patterns::IsBefore(std::uint32_t a, std::uint32_t b) const {
 
 void Patterns::AddGroup(std::span<const std::uint32_t> columns) {
   const auto panels = static_cast<unsigned>((columns.size() + _lanes - 1) / _lanes);
-  _groups[_all++] = {columns, _panels, panels};
+  _groups[_all++] = {columns, _panels, panels, _present[columns[0]] == _rows};
   _panels += panels;
 }
 

@@ -18,6 +18,7 @@ struct Group {
   std::span<const std::uint32_t> columns;
   unsigned firstPanel;
   unsigned panels;
+  bool isComplete;  // whether its columns are present in all cases
 };
 
 // The rows of a block with room for writing eight places at a time.
@@ -45,6 +46,7 @@ class Patterns {
   void AddGroup(std::span<const std::uint32_t> columns);
 
   unsigned _lanes;
+  std::size_t _rows;
   PairShape _shape;
   std::size_t _words;
   std::uint64_t* _bits;

@@ -42,11 +42,15 @@ template <class Set, unsigned kLanes = Set::kLanes>
   return x - Vector<Set, kLanes>{};  // x - 0 is x for every x, -0 too
 }
 
-// The term where the mask holds, +0 elsewhere. A running sum that began at +0 is never -0, so that
-// adding +0 leaves it as it is, to the bit.
+// sum + term where the mask holds, the sum elsewhere. A running sum that began at +0 is never -0, so
+// adding +0 leaves it as it is, to the bit: what a set without masked additions does.
 template <class Set>
-[[gnu::always_inline]] inline Vector<Set> Where(Mask<Set> mask, Vector<Set> term) {
-  return mask ? term : Vector<Set>{};
+[[gnu::always_inline]] inline Vector<Set> AddWhere(Mask<Set> mask, Vector<Set> term,
+                                                   Vector<Set> sum) {
+  if constexpr (Set::kMasksAdditions) {
+    return mask ? term + sum : sum;
+  }
+  return (mask ? term : Vector<Set>{}) + sum;
 }
 
 template <class Set>
