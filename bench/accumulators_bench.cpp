@@ -2,7 +2,11 @@
 // what do group sums gain over their plain loops?
 #include "bench.h"
 
-#include "ordered/columns.h"
+#include "ordered/workspace.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace bench {
 namespace {
@@ -29,17 +33,50 @@ void ByGroup(benchmark::State& state) {
       state, static_cast<double>(Triangle(kColumns)) * kRows, [] {}, [&] { accumulator += batch; });
 }
 
-// sums(batch, sums, squareSums) adds the batch's cases to their groups.
-template <class Sums>
-auto GroupSums(std::shared_ptr<Cases> cases, Sums sums) {
-  return [cases = std::move(cases), sums](benchmark::State& state) {
-    velmor::DataBatch& batch = cases->Refilled();
-    std::vector<double> x(std::size_t{kColumns} * kGroups);
-    std::vector<double> squares(x.size());
-    Time(
-        state, static_cast<double>(kColumns) * kRows, [] {},
-        [&] { sums(batch, x.data(), squares.data()); });
-  };
+constexpr double kGroupCells = static_cast<double>(kColumns) * kRows;
+
+// The plain loops, column by column.
+void PlainGroupSums(benchmark::State& state, Cases& cases) {
+  velmor::DataBatch& batch = cases.Refilled();
+  std::vector<double> sums(std::size_t{kColumns} * kGroups);
+  std::vector<double> squares(sums.size());
+  Time(
+      state, kGroupCells, [] {},
+      [&] {
+        for (unsigned i = 0; i < kColumns; ++i) {
+          velmor::GroupWeightedSumX(batch.Column(i), batch.Groups(), batch.Weights(),
+                                    &sums[i * kGroups], &squares[i * kGroups], kRows);
+        }
+      });
+}
+
+// The kernel over as many rows, block after block. Its panels are there: products need them.
+void KernelGroupSums(benchmark::State& state) {
+  using velmor::ordered::kBlockRows;
+  const velmor::ordered::Engine& engine = velmor::ordered::Active();
+  const std::size_t panels = kColumns / engine.panel;
+  const std::size_t stride = kBlockRows * engine.panel;
+  velmor::ordered::Workspace workspace;
+  auto* const values = workspace.Take<double>(panels * stride);
+  auto* const sums = workspace.Take<double>(std::size_t{2} * kColumns * kGroups);
+  const std::vector<double> uniform = UniformValues(panels * stride);
+  std::copy(uniform.begin(), uniform.end(), values);
+  const std::vector<double> weights(kBlockRows, 1.5);
+  std::array<std::vector<std::uint8_t>, kGroups> rows;
+  for (std::size_t row = 0; row < kBlockRows; ++row) {
+    rows[row % kGroups].push_back(static_cast<std::uint8_t>(row));
+  }
+  Time(
+      state, static_cast<double>(kColumns) * kBlockRows,
+      [&] { std::fill_n(sums, 2 * kColumns * kGroups, 0.); },
+      [&] {
+        for (unsigned group = 0; group < kGroups; ++group) {
+          double* const ofGroup = sums + group * engine.panel;
+          engine.GroupSums(values, static_cast<unsigned>(panels), stride,
+                           {rows[group].size(), rows[group].data()}, weights.data(),
+                           kGroups * engine.panel, ofGroup, ofGroup + kColumns * kGroups);
+        }
+      });
 }
 
 }  // namespace
@@ -59,19 +96,9 @@ void Register() {
                   return velmor::DiscriminantMatrix(kGroupCount, kColumns);
                 }));
   ForEachEngine("DiscIndividualMatrix/p:48", ByGroup);
-  ForEachEngine("GroupSums/p:48",
-                GroupSums(cases, [](velmor::DataBatch& batch, double* x, double* squares) {
-                  velmor::ordered::GroupSums({batch.Column(0), batch.MaxRows(), batch.NColumns()},
-                                             {batch.NRows(), batch.Weights()}, batch.Groups(),
-                                             kGroups, x, squares);
-                }));
+  ForEachEngine("GroupSums/p:48", KernelGroupSums);
   RegisterTimed("GroupSums/p:48/plain",
-                GroupSums(cases, [](velmor::DataBatch& batch, double* x, double* squares) {
-                  for (unsigned i = 0; i < kColumns; ++i, x += kGroups, squares += kGroups) {
-                    velmor::GroupWeightedSumX(batch.Column(i), batch.Groups(), batch.Weights(), x,
-                                              squares, kRows);
-                  }
-                }));
+                [cases](benchmark::State& state) { PlainGroupSums(state, *cases); });
 }
 
 }  // namespace bench

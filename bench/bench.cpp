@@ -9,8 +9,8 @@
 
 namespace bench {
 
-std::vector<double> UniformValues(std::size_t count) {
-  std::mt19937_64 random(count);
+std::vector<double> UniformValues(std::size_t count, unsigned seed) {
+  std::mt19937_64 random(seed);
   std::uniform_real_distribution<double> uniform(-1., 1.);
   std::vector<double> values(count);
   std::generate(values.begin(), values.end(), [&] { return uniform(random); });
@@ -20,7 +20,7 @@ std::vector<double> UniformValues(std::size_t count) {
 Cases::Cases(unsigned columns, GapsOf gapsOf)
     : _batch(columns, kRows, &_weight, nullptr, &_group),
       _columns(UniformValues(std::size_t{columns} * kRows)) {
-  const std::vector<double> gaps = UniformValues(_columns.size());
+  const std::vector<double> gaps = UniformValues(_columns.size(), 2);
   std::vector<double> row(columns);
   for (unsigned r = 0; r < kRows; ++r) {
     for (unsigned c = 0; c < columns; ++c) {

@@ -35,8 +35,8 @@ void RegisterBandwidth(std::size_t cells);
 
 constexpr std::size_t Triangle(std::size_t columns) { return columns * (columns + 1) / 2; }
 
-// The same independent values between -1 and 1 in every run.
-std::vector<double> UniformValues(std::size_t count);
+// Independent values between -1 and 1, for a seed the same in every run.
+std::vector<double> UniformValues(std::size_t count, unsigned seed = 1);
 
 // 4096 cases in a batch, with case weights and groups, that can be filled with them again and
 // again.
@@ -74,6 +74,7 @@ void Time(benchmark::State& state, double amount, Prepare prepare, Work work) {
       benchmark::Counter(amount, benchmark::Counter::kIsIterationInvariantRate);
 }
 
+// Registers a benchmark that calls Time.
 using Body = std::function<void(benchmark::State&)>;
 void RegisterTimed(const std::string& name, Body body);
 

@@ -20,7 +20,7 @@ void bench::Register() {
                     Time(
                         state, static_cast<double>(Triangle(p)) * kRows, [] {},
                         [&] {
-                          cblas_dsyrk(CblasRowMajor, CblasLower, CblasNoTrans, size, kRows, 1.,
+                          cblas_dsyrk(CblasRowMajor, CblasUpper, CblasNoTrans, size, kRows, 1.,
                                       batch.Column(0), kRows, 1., cells.data(), size);
                         });
                   });

@@ -7,9 +7,6 @@ namespace {
 
 constexpr unsigned kLanes = VELMOR_LANES;
 using Vector [[gnu::vector_size(kLanes * sizeof(double))]] = double;
-using Anywhere
-    [[gnu::vector_size(kLanes * sizeof(double)), gnu::aligned(sizeof(double)), gnu::may_alias]] =
-        double;
 
 }  // namespace
 

@@ -49,14 +49,12 @@ void DiscriminantMatrix::Data::Init(DataBatch& batch) {
   _sumX1 = OwnedArray<double>(GroupCells());
   _sumX2 = OwnedArray<double>(GroupCells());
   _TSSP = OwnedArray<double>(ProductCells());
-  std::fill_n(static_cast<double*>(_sumX1), GroupCells(), 0.);
-  std::fill_n(static_cast<double*>(_sumX2), GroupCells(), 0.);
   _nRows = batch.NRows();
   const ordered::Cases cases{batch.NRows(), batch.Weights()};
   const ordered::Columns columns = Block(batch, 0, nCols);
   ordered::WeightByGroup(batch.Groups(), cases.weights, _sumW, _weightSum, cases.rows);
-  ordered::GroupSums(columns, cases, batch.Groups(), Groups(), _sumX1, _sumX2);
-  const std::size_t tsspIndex = ordered::PairProducts(columns, cases, _TSSP);
+  const std::size_t tsspIndex = ordered::ProductsAndGroupSums(
+      columns, cases, {batch.Groups(), Groups(), _sumX1, _sumX2}, _TSSP);
   const std::size_t nCellsTSSP = ProductCells();
   VELMOR_ASSERT(tsspIndex == nCellsTSSP);
 }

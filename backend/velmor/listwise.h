@@ -10,6 +10,7 @@
 #include "block.h"
 #include "ordered/chains.h"
 #include "ordered/columns.h"
+#include "ordered/workspace.h"
 
 #include <cstddef>
 
@@ -37,30 +38,52 @@ ordered::Cases TakeMoments(Record& record, DataBatch& batch, ordered::Columns co
   return cases;
 }
 
-template <class Record>
-ordered::SideMeans Side(const Record& record) {
-  return {record._means.data(), record._regWeightSum};
-}
+// The merge of two records' means. Made before anything is changed, because it takes memory.
+class MeanMerge {
+ public:
+  template <class Record>
+  MeanMerge(const Record& a, const Record& b)
+      : _means(a._means.size()),
+        _shiftsA(_workspace.Take<double>(a._means.size())),
+        _shiftsB(_workspace.Take<double>(a._means.size())) {
+    ordered::MergeMeans({a._means.data(), a._regWeightSum}, {b._means.data(), b._regWeightSum},
+                        a._means.size(), _means);
+    for (std::size_t i = 0; i < a._means.size(); ++i) {
+      _shiftsA[i] = _means[i] - a._means[i];
+      _shiftsB[i] = _means[i] - b._means[i];
+    }
+  }
 
-// The last step of a merge: the merged means replace the record's, and d's totals are added.
-template <class Record>
-void MergeTotals(Record& record, const Record& d, auto_array<double, 1>& mergedMeans) {
-  record._means.assign(mergedMeans.begin(), mergedMeans.end());
-  record._weightSum = d._weightSum + record._weightSum;
-  record._regWeightSum = record._regWeightSum + d._regWeightSum;
-  record._nRows += d._nRows;
-}
+  double operator[](std::size_t i) { return _means[i]; }
+  // The distances of the means from i on.
+  ordered::Shifts Shifts(std::size_t i) const { return {_shiftsA + i, _shiftsB + i}; }
+
+  // The last step of a merge: the merged means replace the record's, and d's totals are added.
+  template <class Record>
+  void Finish(Record& record, const Record& d) {
+    record._means.assign(_means.begin(), _means.begin() + record._means.size());
+    record._weightSum = d._weightSum + record._weightSum;
+    record._regWeightSum = record._regWeightSum + d._regWeightSum;
+    record._nRows += d._nRows;
+  }
+
+ private:
+  auto_array<double, 1> _means;
+  ordered::Workspace _workspace;
+  double* _shiftsA;
+  double* _shiftsB;
+};
 
 // Merges d's triangle of centred cross-products into the record's. Returns the number of cells.
 template <class Record>
-std::size_t MergeTriangle(Record& record, const Record& d, const double* mergedMeans) {
-  const ordered::SideMeans a = Side(record);
-  const ordered::SideMeans b = Side(d);
+std::size_t MergeTriangle(Record& record, const Record& d, const MeanMerge& means) {
+  const ordered::Shifts shifts = means.Shifts(0);
   std::size_t cell = 0;
   for (std::size_t i = 0; i < record._means.size(); ++i) {
-    // The shift of a's mean as it was computed, before it was rounded into the merged mean.
-    const double shift = ordered::MeanDiff(a.means[i], a.weight, b.means[i], b.weight);
-    ordered::MergeRow(a, b, mergedMeans, a.weight * shift, b.weight * (mergedMeans[i] - b.means[i]),
+    // The shift of the record's mean as it was computed, before it was rounded into the merged mean.
+    const double shift = ordered::MeanDiff(record._means[i], record._regWeightSum, d._means[i],
+                                           d._regWeightSum);
+    ordered::MergeRow(shifts, record._regWeightSum * shift, d._regWeightSum * shifts.ofB[i],
                       d._xp + cell, i + 1, record._xp + cell);
     cell += i + 1;
   }

@@ -34,7 +34,7 @@ void MatrixListwise::Data::Init(DataBatch& batch) {
   _xp = OwnedArray<double>(nCells);
   const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
   const ordered::Cases cases = TakeMoments(*this, batch, columns, nullptr, nullptr);
-  const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
+  const double* const xprow = ordered::CenteredProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }
 
@@ -49,11 +49,10 @@ void MatrixListwise::Data::Update(const Data& d) {
     return;
   }
   const std::size_t nCols = _means.size();
-  auto_array<double, 1> means(nCols);
-  ordered::MergeMeans(Side(*this), Side(d), nCols, means);
+  MeanMerge means(*this, d);
   const std::size_t xpindex = MergeTriangle(*this, d, means);
   VELMOR_ASSERT(xpindex == MatrixRow(nCols));
-  MergeTotals(*this, d, means);
+  means.Finish(*this, d);
 }
 
 MatrixListwise::MatrixListwise() : _my(std::make_unique<Data>()) {}

@@ -15,7 +15,7 @@ struct NSMatrixListwise::Data {
   bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
   void Update(const Data& d);
-  void MergeSquareSums(const Data& d, const double* mergedMeans);
+  void MergeSquareSums(const Data& d, const MeanMerge& means);
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;
@@ -64,34 +64,30 @@ void NSMatrixListwise::Data::Update(const Data& d) {
     *this = Data(d);
     return;
   }
-  auto_array<double, 1> means(_means.size());
+  MeanMerge means(*this, d);
   ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(), _maxs.data());
-  ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
   MergeSquareSums(d, means);
   // Unlike in a triangle, a row's factor takes the shift of its mean from the merged mean.
-  const std::int64_t rows = _col1 - _col0;
-  const double* const a = _means.data();
-  const double* const b = d._means.data();
-  const ordered::SideMeans second{a + rows, _regWeightSum};
-  const ordered::SideMeans secondOfD{b + rows, d._regWeightSum};
+  const auto rows = static_cast<std::size_t>(_col1 - _col0);
+  const ordered::Shifts ofRows = means.Shifts(0);
   std::int64_t xpindex = 0;
-  for (std::int64_t row = 0; row < rows; ++row) {
-    ordered::MergeRow(second, secondOfD, means + rows, _regWeightSum * (means[row] - a[row]),
-                      d._regWeightSum * (means[row] - b[row]), d._xp + xpindex,
+  for (std::int64_t row = 0; row < _col1 - _col0; ++row) {
+    ordered::MergeRow(means.Shifts(rows), _regWeightSum * ofRows.ofA[row],
+                      d._regWeightSum * ofRows.ofB[row], d._xp + xpindex,
                       static_cast<std::size_t>(_col2 - _col1), _xp + xpindex);
     xpindex += _col2 - _col1;
     VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
   }
   // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
-  MergeTotals(*this, d, means);
+  means.Finish(*this, d);
 }
 
 // Unlike a cell's, a square sum's terms are taken as square times weight.
-void NSMatrixListwise::Data::MergeSquareSums(const Data& d, const double* mergedMeans) {
+void NSMatrixListwise::Data::MergeSquareSums(const Data& d, const MeanMerge& means) {
   for (std::size_t i = 0; i < _css.size(); ++i) {
     const double shift = ordered::MeanDiff(_means[i], _regWeightSum, d._means[i], d._regWeightSum);
-    const double shiftOfD = mergedMeans[i] - d._means[i];
+    const double shiftOfD = means.Shifts(i).ofB[0];
     _css[i] =
         ((d._css[i] + (shift * shift) * _regWeightSum) + (shiftOfD * shiftOfD) * d._regWeightSum) +
         _css[i];

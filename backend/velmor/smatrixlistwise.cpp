@@ -50,7 +50,7 @@ void SMatrixListwise::Data::Init(DataBatch& data) {
   const ordered::Columns columns = Block(data, _col0, _col2);
   const ordered::Cases cases =
       TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
-  const double* const xprow = ordered::SymmetricProducts(columns, _means.data(), cases, _xp);
+  const double* const xprow = ordered::CenteredProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);
 }
 
@@ -66,12 +66,11 @@ void SMatrixListwise::Data::Update(const Data& d) {
     return;
   }
   const int nCols = _col2 - _col0;
-  auto_array<double, 1> means(_means.size());
+  MeanMerge means(*this, d);
   ordered::MergeExtremes(d._mins.data(), d._maxs.data(), _means.size(), _mins.data(), _maxs.data());
-  ordered::MergeMeans(Side(*this), Side(d), _means.size(), means);
   const auto xpindex = static_cast<std::int64_t>(MergeTriangle(*this, d, means));
   VELMOR_ASSERT(xpindex == MatrixRowCount(nCols+1));
-  MergeTotals(*this, d, means);
+  means.Finish(*this, d);
 }
 
 SMatrixListwise::SMatrixListwise() : SMatrixListwise(0, 0) {}

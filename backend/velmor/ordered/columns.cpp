@@ -32,7 +32,7 @@ const double* From(const double* weights, std::size_t row) {
 // Running sums of products, a tile of panel by panel after the other.
 class Tiles {
  public:
-  Tiles(Workspace& workspace, unsigned panel, std::size_t tiles)
+  Tiles(Workspace& workspace, std::size_t panel, std::size_t tiles)
       : _panel(panel), _cells(workspace.Take<double>(tiles * panel * panel)) {
     std::fill_n(_cells, tiles * panel * panel, 0.);
   }
@@ -60,12 +60,13 @@ void AddTriangle(const Panels& x, std::size_t rows, const Tiles& tiles) {
     const unsigned to = std::min(x.Count(), from + resident);
     for (unsigned j = 0; j < to; j += engine.tilePanels) {
       for (unsigned i = std::max(from, j); i < to; ++i) {
-        const unsigned panels = std::min(engine.tilePanels, i - j);
+        const unsigned end = engine.narrowsDiagonals ? i : i + 1;
+        const unsigned panels = std::min(engine.tilePanels, end - j);
         if (panels > 0) {
           engine.Products(x.Weighted(i), x.ColumnsOf(i), x.Values(j), panels, x.Stride(), rows,
                           tiles.Tile(TriangleTile(i, j)));
         }
-        if (panels < engine.tilePanels) {
+        if (engine.narrowsDiagonals && panels < engine.tilePanels) {
           engine.DiagonalProducts(x.Weighted(i), x.ColumnsOf(i), x.Values(i), rows,
                                   tiles.Tile(TriangleTile(i, i)));
         }
@@ -76,26 +77,25 @@ void AddTriangle(const Panels& x, std::size_t rows, const Tiles& tiles) {
 
 // The products of all pairs of columns, the cells of row i up to column i + extra - 1 copied one
 // row after the other. Returns the start of the last row.
+//   visit  called with the panels, as they are packed, for each block: (panels, first row, rows)
+template <class Visit>
 double* TriangularProducts(Columns x, const double* means, Cases cases, std::size_t extra,
-                           double* cells) {
-  const Engine& engine = EngineFor(x.count);
-  Workspace workspace;
-  Panels panels(engine, x, cases.weights != nullptr, workspace);
-  const Tiles tiles(workspace, engine.panel, TriangleTile(panels.Count(), 0));
+                           double* cells, Workspace& workspace, Visit visit) {
+  Panels panels(EngineFor(x.count), x, cases.weights != nullptr, workspace);
+  const std::size_t lanes = panels.UsedEngine().panel;
+  const Tiles tiles(workspace, lanes, TriangleTile(panels.Count(), 0));
   ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
-    if (means != nullptr) {
-      panels.Center(from, rows, means);
-    }
-    panels.Pack(from, rows, From(cases.weights, from));
+    panels.Pack(from, rows, means, From(cases.weights, from));
+    visit(panels, from, rows);
     AddTriangle(panels, rows, tiles);
   });
   double* row = cells;
   for (std::size_t i = 0; i < x.count; ++i) {
     row += i == 0 ? 0 : i - 1 + extra;
     const std::size_t length = i + extra;
-    for (std::size_t j = 0; j < length; j += engine.panel) {
-      tiles.Copy(TriangleTile(i / engine.panel, j / engine.panel), i % engine.panel,
-                 std::min<std::size_t>(engine.panel, length - j), row + j);
+    for (std::size_t j = 0; j < length; j += lanes) {
+      tiles.Copy(TriangleTile(i / lanes, j / lanes), i % lanes, std::min(lanes, length - j),
+                 row + j);
     }
   }
   return row;
@@ -104,44 +104,49 @@ double* TriangularProducts(Columns x, const double* means, Cases cases, std::siz
 }  // namespace
 
 double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs) {
-  // A few panels at a time stay near between packing and summing.
-  constexpr unsigned kPanelsAtOnce = 6;
   const Engine& engine = EngineFor(x.count);
   const std::size_t lanes = engine.panel;
+  const std::size_t panels = (x.count + lanes - 1) / lanes;
+  Workspace workspace;
+  auto* const columns = workspace.Take<const double*>(panels * lanes);
+  auto* const moments = workspace.Take<double>(panels * kMomentFields * lanes);
+  for (std::size_t i = 0; i < panels * lanes; ++i) {
+    columns[i] = x[std::min(i, x.count - 1)];
+  }
   double weightSum = cases.weights ? 0. : static_cast<double>(cases.rows);
-  for (std::size_t first = 0; first < x.count; first += kPanelsAtOnce * lanes) {
-    Workspace workspace;
-    const Columns some{x[first], x.stride, std::min(x.count - first, kPanelsAtOnce * lanes)};
-    Panels panels(engine, some, false, workspace);
-    auto* const moments = workspace.Take<double>(panels.Count() * kMomentFields * lanes);
-    ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
-      panels.Pack(from, rows, nullptr);
-      engine.Moments(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
-                     From(cases.weights, from), from == 0, moments,
-                     first == 0 ? &weightSum : nullptr);
-    });
-    for (std::size_t i = 0; i < some.count; ++i) {
-      const double* const ofColumn = moments + i / lanes * kMomentFields * lanes + i % lanes;
-      means[first + i] = MeanOf(ofColumn, lanes, weightSum);
-      if (mins != nullptr) {
-        mins[first + i] = ofColumn[kMin * lanes];
-        maxs[first + i] = ofColumn[kMax * lanes];
-      }
+  engine.ColumnMoments(columns, static_cast<unsigned>(panels), cases.rows, cases.weights, moments,
+                       &weightSum);
+  for (std::size_t i = 0; i < x.count; ++i) {
+    const double* const ofColumn = moments + i / lanes * kMomentFields * lanes + i % lanes;
+    means[i] = MeanOf(ofColumn, lanes, weightSum);
+    if (mins != nullptr) {
+      mins[i] = ofColumn[kMin * lanes];
+      maxs[i] = ofColumn[kMax * lanes];
     }
   }
   return weightSum;
 }
 
-double* SymmetricProducts(Columns x, const double* means, Cases cases, double* triangle) {
-  return TriangularProducts(x, means, cases, 1, triangle);
+double* CenteredProducts(Columns x, const double* means, Cases cases, double* triangle) {
+  Workspace workspace;
+  return TriangularProducts(x, means, cases, 1, triangle, workspace,
+                            [](const Panels&, std::size_t, std::size_t) {});
 }
 
-std::size_t PairProducts(Columns x, Cases cases, double* triangle) {
-  if (x.count == 0) {
-    return 0;
-  }
-  const double* const lastRow = TriangularProducts(x, nullptr, cases, 0, triangle);
-  return static_cast<std::size_t>(lastRow - triangle) + x.count - 1;
+double* ProductsAndSums(Columns x, Cases cases, double* triangle, double* sums) {
+  const Engine& engine = EngineFor(x.count);
+  const std::size_t cells = (x.count + engine.panel - 1) / engine.panel * engine.panel;
+  Workspace workspace;
+  auto* const panelSums = workspace.Take<double>(2 * cells);
+  std::fill_n(panelSums, 2 * cells, 0.);
+  double* const lastRow = TriangularProducts(
+      x, nullptr, cases, 1, triangle, workspace,
+      [&](const Panels& panels, std::size_t from, std::size_t rows) {
+        engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
+                         From(cases.weights, from), engine.panel, panelSums, panelSums + cells);
+      });
+  std::copy_n(panelSums, x.count, sums);
+  return lastRow;
 }
 
 double* RectangularProducts(Columns x, Columns y, const double* means, Cases cases, double* squares,
@@ -157,11 +162,9 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
   std::fill_n(sums, (first.Count() + second.Count()) * lanes, 0.);
   ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
     const double* const weights = From(cases.weights, from);
-    first.Center(from, rows, means);
-    first.Pack(from, rows, weights);
+    first.Pack(from, rows, means, weights);
     engine.SquareSums(first.Values(0), first.Count(), first.Stride(), rows, weights, sums);
-    second.Center(from, rows, means + x.count);
-    second.Pack(from, rows, nullptr);
+    second.Pack(from, rows, means + x.count, nullptr);
     engine.SquareSums(second.Values(0), second.Count(), second.Stride(), rows, weights, secondSums);
     for (unsigned j = 0; j < second.Count(); j += engine.tilePanels) {
       const unsigned panelsAtOnce = std::min(engine.tilePanels, second.Count() - j);
@@ -181,21 +184,6 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
     }
   }
   return row;
-}
-
-void WeightedSums(Columns x, Cases cases, double* sums) {
-  const Engine& engine = EngineFor(x.count);
-  Workspace workspace;
-  Panels panels(engine, x, false, workspace);
-  const std::size_t cells = std::size_t{panels.Count()} * engine.panel;
-  auto* const panelSums = workspace.Take<double>(2 * cells);
-  std::fill_n(panelSums, 2 * cells, 0.);
-  ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
-    panels.Pack(from, rows, nullptr);
-    engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
-                     From(cases.weights, from), engine.panel, panelSums, panelSums + cells);
-  });
-  std::copy_n(panelSums, x.count, sums);
 }
 
 namespace {
@@ -238,37 +226,63 @@ class GroupedRows {
   std::array<std::uint8_t, kBlockRows> _rows{};
 };
 
-}  // namespace
+// The sums of each group and column while they are running: a panel's groups one after the other.
+class PanelGroupSums {
+ public:
+  PanelGroupSums(const Engine& engine, std::size_t columns, const GroupSums& groups,
+                 Workspace& workspace)
+      : _engine(engine),
+        _groups(groups),
+        _columns(columns),
+        _size((columns + engine.panel - 1) / engine.panel * Stride()),
+        _sums(workspace.Take<double>(2 * _size)),
+        _rows(workspace, groups.count) {
+    std::fill_n(_sums, 2 * _size, 0.);
+  }
 
-void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
-               double* sums, double* squareSums) {
-  const Engine& engine = EngineFor(x.count);
-  const std::size_t lanes = engine.panel;
-  const std::size_t stride = nGroups * lanes;  // from a panel's sums to the next one's
-  Workspace workspace;
-  Panels panels(engine, x, false, workspace);
-  GroupedRows grouped(workspace, nGroups);
-  auto* const panelSums = workspace.Take<double>(2 * panels.Count() * stride);
-  double* const panelSquares = panelSums + panels.Count() * stride;
-  const auto forEachSum = [&](auto use) {
-    for (std::size_t i = 0; i < x.count; ++i) {
-      for (std::size_t group = 0; group < nGroups; ++group) {
-        const std::size_t cell = i / lanes * stride + group * lanes + i % lanes;
-        use(sums[i * nGroups + group], panelSums[cell]);
-        use(squareSums[i * nGroups + group], panelSquares[cell]);
+  void Add(const Panels& panels, std::size_t from, std::size_t rows, const double* weights) {
+    _rows.ForEach(_groups.ofCases + from, rows, [&](unsigned int group, Rows some) {
+      double* const sums = _sums + group * _engine.panel;
+      _engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), some, weights, Stride(),
+                        sums, sums + _size);
+    });
+  }
+
+  void Copy() const {
+    const std::size_t lanes = _engine.panel;
+    for (std::size_t i = 0; i < _columns; ++i) {
+      for (std::size_t group = 0; group < _groups.count; ++group) {
+        const std::size_t cell = i / lanes * Stride() + group * lanes + i % lanes;
+        _groups.sums[i * _groups.count + group] = _sums[cell];
+        _groups.squareSums[i * _groups.count + group] = _sums[_size + cell];
       }
     }
-  };
-  forEachSum([](double sum, double& panelSum) { panelSum = sum; });
-  ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
-    panels.Pack(from, rows, nullptr);
-    grouped.ForEach(groups + from, rows, [&](unsigned int group, Rows ofGroup) {
-      engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), ofGroup,
-                       From(cases.weights, from), stride, panelSums + group * lanes,
-                       panelSquares + group * lanes);
-    });
-  });
-  forEachSum([](double& sum, double panelSum) { sum = panelSum; });
+  }
+
+ private:
+  std::size_t Stride() const { return _groups.count * _engine.panel; }  // from a panel to the next
+
+  const Engine& _engine;
+  const GroupSums& _groups;
+  std::size_t _columns;
+  std::size_t _size;
+  double* _sums;  // and then the sums of squares
+  GroupedRows _rows;
+};
+
+}  // namespace
+
+std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups,
+                                 double* triangle) {
+  Workspace workspace;
+  PanelGroupSums sums(EngineFor(x.count), x.count, groups, workspace);
+  const double* const lastRow = TriangularProducts(
+      x, nullptr, cases, 0, triangle, workspace,
+      [&](const Panels& panels, std::size_t from, std::size_t rows) {
+        sums.Add(panels, from, rows, From(cases.weights, from));
+      });
+  sums.Copy();
+  return static_cast<std::size_t>(lastRow - triangle) + x.count - 1;
 }
 
 void Transpose(const double* const* rows, std::size_t count, Columns columns) {
@@ -302,9 +316,9 @@ void MergePairs(double* const* a, const double* const* b, std::size_t count) {
   Active().MergePairs(a, b, count);
 }
 
-void MergeRow(SideMeans a, SideMeans b, const double* merged, double factorA, double factorB,
-              const double* cellsB, std::size_t count, double* cellsA) {
-  Active().MergeRow(a.means, b.means, merged, factorA, factorB, cellsB, count, cellsA);
+void MergeRow(Shifts shifts, double factorA, double factorB, const double* cellsB,
+              std::size_t count, double* cellsA) {
+  Active().MergeRow(shifts.ofA, shifts.ofB, factorA, factorB, cellsB, count, cellsA);
 }
 
 }  // namespace velmor::ordered

@@ -29,15 +29,27 @@ struct Cases {
 // may be null. At least one row and one column. Returns WeightedSum of the weights.
 double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs);
 
-// The CrossProducts of all pairs of columns, each with itself included, as a packed lower triangle:
-// cell (i, j), j <= i, at i(i+1)/2 + j, column i being the first operand. Returns the start of the
-// last row.
-//   means  of the columns, which are centred in place first; null: they are taken as they are
-double* SymmetricProducts(Columns x, const double* means, Cases cases, double* triangle);
+// Subtracts the means from the columns, in place; then the CrossProducts of all pairs of columns,
+// each with itself included, as a packed lower triangle: cell (i, j), j <= i, at i(i+1)/2 + j,
+// column i being the first operand. Returns the start of the last row.
+double* CenteredProducts(Columns x, const double* means, Cases cases, double* triangle);
 
-// The CrossProducts of all pairs of different columns as a packed strictly lower triangle: cell
-// (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns the number of cells.
-std::size_t PairProducts(Columns x, Cases cases, double* triangle);
+// The same triangle of the columns as they are; and sums[i] = ProductSum of column i and the
+// weights, Sum of column i without weights.
+double* ProductsAndSums(Columns x, Cases cases, double* triangle, double* sums);
+
+// GroupWeightedSumX of every column: that of column i and group g is at i * count + g.
+struct GroupSums {
+  const unsigned int* ofCases;  // each case's group
+  std::size_t count;            // of groups
+  double* sums;
+  double* squareSums;
+};
+
+// The group sums; and the CrossProducts of all pairs of different columns as a packed strictly lower
+// triangle: cell (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns the number
+// of cells.
+std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups, double* triangle);
 
 // Centres the columns of x and y in place. Then squares[i] = CrossProduct of column i with itself,
 // x's columns before y's, like their means; and the CrossProducts of each column of x with each of
@@ -45,14 +57,6 @@ std::size_t PairProducts(Columns x, Cases cases, double* triangle);
 // of the last row.
 double* RectangularProducts(Columns x, Columns y, const double* means, Cases cases, double* squares,
                             double* rectangle);
-
-// sums[i] = ProductSum of column i and the weights, Sum of column i without weights.
-void WeightedSums(Columns x, Cases cases, double* sums);
-
-// GroupWeightedSumX of every column: adds to the sums. Column i's group g is at i * nGroups + g of
-// both arrays.
-void GroupSums(Columns x, Cases cases, const unsigned int* groups, std::size_t nGroups,
-               double* sums, double* squareSums);
 
 // Row r of the columns gets the values at rows[r], one for each column.
 void Transpose(const double* const* rows, std::size_t count, Columns columns);
@@ -77,11 +81,16 @@ void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, 
 // a count, then the fields of PairStatData.
 void MergePairs(double* const* a, const double* const* b, std::size_t count);
 
-// Merges one row of centred cross-products. With M the merged means,
-//   cellsA[j] = ((cellsB[j] + factorA * (M[j] - a.means[j])) + factorB * (M[j] - b.means[j]))
-//               + cellsA[j],  j < count.
+// How far the merged means are from those of each side.
+struct Shifts {
+  const double* ofA;  // merged mean - a's mean
+  const double* ofB;
+};
+
+// Merges one row of centred cross-products:
+//   cellsA[j] = ((cellsB[j] + factorA * ofA[j]) + factorB * ofB[j]) + cellsA[j],  j < count.
 // factorA, factorB  each side's weight times the shift of its mean in the row's column
-void MergeRow(SideMeans a, SideMeans b, const double* merged, double factorA, double factorB,
-              const double* cellsB, std::size_t count, double* cellsA);
+void MergeRow(Shifts shifts, double factorA, double factorB, const double* cellsB,
+              std::size_t count, double* cellsA);
 
 }  // namespace velmor::ordered

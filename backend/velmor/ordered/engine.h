@@ -79,8 +79,9 @@ struct Engine {
   const char* name;     // "baseline", "avx2", "avx512"
   unsigned panel;       // columns of a panel
   unsigned tilePanels;  // panels that Products takes at once, at most
-  // For problems that fill no more than half a panel: the set with panels half as wide, which has
-  // half the work with them. Null where there is none.
+  // Whether DiagonalProducts takes less time than Products.
+  bool narrowsDiagonals;
+  // The set for problems of few columns, with panels half as wide; null where there is none.
   const Engine* narrower;
 
   // packing.h. panel[row * Engine::panel + lane] = column lane's value.
@@ -98,13 +99,18 @@ struct Engine {
   void (*Center)(const double* from, Rows rows, const double* centers, const double* weights,
                  double* panel, double* weighted);
 
-  // moments.h. Takes rows of adjacent panels, `stride` doubles apart, into their columns' moments,
-  // kMomentFields fields a panel.
+  // moments.h. The moments of all rows of columns, kMomentFields fields for each of `count` panels.
+  //   columns   Engine::panel addresses of row 0 for each panel
+  //   weights   of the rows; null: 1 each
+  //   weightSum  of the weights, a running sum; null when not wanted or without weights
+  void (*ColumnMoments)(const double* const* columns, unsigned count, std::size_t rows,
+                        const double* weights, double* moments, double* weightSum);
+
+  // moments.h. Takes rows of adjacent panels, `stride` doubles apart, into their columns' moments.
+  //   weights   by row of the panel
   //   isFirst   whether no row has been taken yet; the moments need no value then
-  //   weights   by row of the panel; null: 1 each
-  //   weightSum  of the weights, a running sum as well; null when not wanted or without weights
-  void (*Moments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
-                  const double* weights, bool isFirst, double* moments, double* weightSum);
+  void (*PanelMoments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
+                       const double* weights, bool isFirst, double* moments);
 
   // products.h. For column r < columns of a and column c of panel p < panels,
   //   cells[(p * panel + r) * panel + c] += a[row * panel + r] * b[p * stride + row * panel + c]
@@ -112,7 +118,8 @@ struct Engine {
   void (*Products)(const double* a, unsigned columns, const double* b, unsigned panels,
                    std::size_t stride, std::size_t rows, double* cells);
 
-  // products.h. The same for one panel b, of which only the cells with c <= r are wanted.
+  // products.h. The same for one panel b, of which only the cells with c <= r are wanted; the others
+  // come out right or not at all.
   void (*DiagonalProducts)(const double* a, unsigned columns, const double* b, std::size_t rows,
                            double* cells);
 
@@ -153,8 +160,8 @@ struct Engine {
 
   // merging.h. The operations of columns.h of these names.
   void (*AddCells)(const double* d, std::size_t count, double* cells);
-  void (*MergeRow)(const double* meansA, const double* meansB, const double* merged, double factorA,
-                   double factorB, const double* cellsB, std::size_t count, double* cellsA);
+  void (*MergeRow)(const double* shiftsA, const double* shiftsB, double factorA, double factorB,
+                   const double* cellsB, std::size_t count, double* cellsA);
   // merging.h. Merges pairs b[i] into a[i], each eight doubles: a count, which is not touched, then
   // the fields of PairStatData. Asks nothing of the counts: leave pairs without cases out.
   void (*MergePairs)(double* const* a, const double* const* b, std::size_t count);

@@ -7,23 +7,31 @@
 
 namespace velmor::ordered {
 
-// Cells that follow each other are independent of each other: compilers make vectors of these
-// loops as they stand.
 template <class Set>
-void AddCells(const double* __restrict d, std::size_t count, double* __restrict cells) {
-  for (std::size_t i = 0; i < count; ++i) {
+void AddCells(const double* d, std::size_t count, double* cells) {
+  std::size_t i = 0;
+  for (; i + Set::kLanes <= count; i += Set::kLanes) {
+    Store<Set>(Load<Set>(d + i) + Load<Set>(cells + i), cells + i);
+  }
+  for (; i < count; ++i) {
     cells[i] = d[i] + cells[i];
   }
 }
 
 template <class Set>
-void MergeRow(const double* meansA, const double* meansB, const double* merged, double factorA,
-              double factorB, const double* __restrict cellsB, std::size_t count,
-              double* __restrict cellsA) {
-  for (std::size_t j = 0; j < count; ++j) {
-    const double shiftA = merged[j] - meansA[j];
-    const double shiftB = merged[j] - meansB[j];
-    cellsA[j] = ((cellsB[j] + factorA * shiftA) + factorB * shiftB) + cellsA[j];
+void MergeRow(const double* shiftsA, const double* shiftsB, double factorA, double factorB,
+              const double* cellsB, std::size_t count, double* cellsA) {
+  const auto merged = [=](auto shiftA, auto shiftB, auto b, auto a) {
+    return ((b + factorA * shiftA) + factorB * shiftB) + a;
+  };
+  std::size_t j = 0;
+  for (; j + Set::kLanes <= count; j += Set::kLanes) {
+    Store<Set>(merged(Load<Set>(shiftsA + j), Load<Set>(shiftsB + j), Load<Set>(cellsB + j),
+                      Load<Set>(cellsA + j)),
+               cellsA + j);
+  }
+  for (; j < count; ++j) {
+    cellsA[j] = merged(shiftsA[j], shiftsB[j], cellsB[j], cellsA[j]);
   }
 }
 

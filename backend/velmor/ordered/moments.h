@@ -1,33 +1,71 @@
 #pragma once
 
-// Means and extremes of the columns of panels. Contract: engine.h. A mean's leading run of equal
-// values is a lane's state; once no lane is in its run any more, the plain loop goes on.
+// Means and extremes of columns. Contracts: engine.h. A mean's leading run of equal values is a
+// lane's state; once no lane is in its run any more, the plain loop goes on.
 
 #include "ordered/engine.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
 
+// Rows of panels: vector v belongs to panel v / parts of a panel.
+template <class Set>
+struct RowsOfPanels {
+  static constexpr unsigned kParts = Set::kPanel / Set::kLanes;
+  const double* panels;
+  std::size_t stride;
+  Rows rows;
+
+  std::size_t Row(std::size_t i) const { return rows.list ? rows.list[i] : i; }
+  Vector<Set> Get(std::size_t i, unsigned v) const {
+    return Load<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel + v % kParts * Set::kLanes);
+  }
+  // As many rows as a vector has lanes.
+  void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
+#pragma GCC unroll 8
+    for (unsigned r = 0; r < Set::kLanes; ++r) {
+      x[r] = Get(i + r, v);
+    }
+  }
+};
+
+// Rows of columns, which are turned on the way.
+template <class Set>
+struct RowsOfColumns {
+  const double* const* columns;
+
+  static std::size_t Row(std::size_t i) { return i; }
+  Vector<Set> Get(std::size_t i, unsigned v) const {
+    Vector<Set> x{};
+    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+      x[lane] = columns[v * Set::kLanes + lane][i];
+    }
+    return x;
+  }
+  void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
+#pragma GCC unroll 8
+    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+      x[lane] = Load<Set>(columns[v * Set::kLanes + lane] + i);
+    }
+    TransposeVectors<Set>(x);
+  }
+};
+
 // kSumsWeights: their sum is one more chain beside those of the columns.
-template <class Set, unsigned kPanels, bool kWeighted, bool kSumsWeights>
-void PanelMoments(const double* panels, std::size_t stride, Rows rows, const double* weights,
-                  bool isFirst, double* moments, double* weightSum) {
-  constexpr unsigned kPanel = Set::kPanel;
-  constexpr unsigned kParts = kPanel / Set::kLanes;
+template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
+void TakeMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
+                 double* moments, double* weightSum) {
+  constexpr unsigned kParts = Set::kPanel / Set::kLanes;
   constexpr unsigned kVectors = kPanels * kParts;
-  const auto rowAt = [rows](std::size_t i) { return rows.list ? rows.list[i] : i; };
-  const auto values = [panels, stride](std::size_t row, unsigned v) {
-    return Load<Set>(panels + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
-  };
   const auto field = [moments](unsigned v, MomentField f) {
-    return moments + (v / kParts * kMomentFields + f) * kPanel + v % kParts * Set::kLanes;
+    return moments + (v / kParts * kMomentFields + f) * Set::kPanel + v % kParts * Set::kLanes;
   };
-  if (rows.count == 0) {
+  if (rows == 0) {
     return;
   }
   if (isFirst) {
     for (unsigned v = 0; v < kVectors; ++v) {
-      const Vector<Set> first = values(rowAt(0), v);
+      const Vector<Set> first = source.Get(0, v);
       Store<Set>(Vector<Set>{}, field(v, kSum));
       Store<Set>(first, field(v, kRunValue));
       Store<Set>(Vector<Set>{}, field(v, kRunWeight));
@@ -40,6 +78,7 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
   Vector<Set> min[kVectors];
   Vector<Set> max[kVectors];
   Mask<Set> ended[kVectors];
+  double allWeights = kSumsWeights ? *weightSum : 0.;
 #pragma GCC unroll 8
   for (unsigned v = 0; v < kVectors; ++v) {
     sum[v] = Load<Set>(field(v, kSum));
@@ -47,7 +86,6 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
     max[v] = Load<Set>(field(v, kMax));
     ended[v] = reinterpret_cast<Mask<Set>>(Load<Set>(field(v, kRunEnded)));
   }
-  double allWeights = kSumsWeights ? *weightSum : 0.;
   const auto allEnded = [&ended] {
     Mask<Set> all = ended[0];
     for (unsigned v = 1; v < kVectors; ++v) {
@@ -55,15 +93,23 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
     }
     return HoldsEverywhere<Set>(all);
   };
-  std::size_t i = 0;
-  for (bool isOver = allEnded(); !isOver && i < rows.count; ++i) {
-    const std::size_t row = rowAt(i);
-    const double weight = kWeighted ? weights[row] : 1.;
+  const auto takeWeight = [&](std::size_t i) {
+    const double weight = kWeighted ? weights[source.Row(i)] : 1.;
     if constexpr (kSumsWeights) {
       allWeights = weight + allWeights;
     }
+    return weight;
+  };
+  const auto take = [&](unsigned v, double weight, Vector<Set> x) {
+    sum[v] = (kWeighted ? weight * x : x) + sum[v];
+    min[v] = x < min[v] ? x : min[v];
+    max[v] = x > max[v] ? x : max[v];
+  };
+  std::size_t i = 0;
+  for (bool isOver = allEnded(); !isOver && i < rows; ++i) {
+    const double weight = takeWeight(i);
     for (unsigned v = 0; v < kVectors; ++v) {
-      const Vector<Set> x = values(row, v);
+      const Vector<Set> x = source.Get(i, v);
       ended[v] = ended[v] | ~(x == Load<Set>(field(v, kRunValue)));
       sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
       Store<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), Load<Set>(field(v, kRunWeight))),
@@ -73,17 +119,26 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
     }
     isOver = i % 8 == 7 && allEnded();
   }
-  for (; i < rows.count; ++i) {
-    const std::size_t row = rowAt(i);
-    if constexpr (kSumsWeights) {
-      allWeights = weights[row] + allWeights;
+  for (; i + Set::kLanes <= rows; i += Set::kLanes) {
+    double weight[Set::kLanes];
+#pragma GCC unroll 8
+    for (unsigned r = 0; r < Set::kLanes; ++r) {
+      weight[r] = takeWeight(i + r);
     }
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
-      const Vector<Set> x = values(row, v);
-      sum[v] = (kWeighted ? weights[row] * x : x) + sum[v];
-      min[v] = x < min[v] ? x : min[v];
-      max[v] = x > max[v] ? x : max[v];
+      Vector<Set> x[Set::kLanes];
+      source.GetSome(i, v, x);
+#pragma GCC unroll 8
+      for (unsigned r = 0; r < Set::kLanes; ++r) {
+        take(v, weight[r], x[r]);
+      }
+    }
+  }
+  for (; i < rows; ++i) {
+    const double weight = takeWeight(i);
+    for (unsigned v = 0; v < kVectors; ++v) {
+      take(v, weight, source.Get(i, v));
     }
   }
 #pragma GCC unroll 8
@@ -99,19 +154,35 @@ void PanelMoments(const double* panels, std::size_t stride, Rows rows, const dou
 }
 
 template <class Set>
-void Moments(const double* panels, unsigned count, std::size_t stride, Rows rows,
-             const double* weights, bool isFirst, double* moments, double* weightSum) {
+void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows rows,
+                  const double* weights, bool isFirst, double* moments) {
+  using Source = RowsOfPanels<Set>;
   constexpr unsigned kTogether = Set::kMomentPanels;
-  using Take = void (*)(const double*, std::size_t, Rows, const double*, bool, double*, double*);
+  for (unsigned p = 0; p < count;) {
+    const bool takesSome = count - p >= kTogether;
+    (takesSome ? TakeMoments<Set, Source, kTogether, true, false>
+               : TakeMoments<Set, Source, 1, true, false>)(
+        {panels + p * stride, stride, rows}, rows.count, weights, isFirst,
+        moments + std::size_t{p} * kMomentFields * Set::kPanel, nullptr);
+    p += takesSome ? kTogether : 1;
+  }
+}
+
+template <class Set>
+void ColumnMoments(const double* const* columns, unsigned count, std::size_t rows,
+                   const double* weights, double* moments, double* weightSum) {
+  using Source = RowsOfColumns<Set>;
+  using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
+  constexpr unsigned kTogether = 8 / Set::kPanel;
   constexpr Take kTake[][2] = {
-      {PanelMoments<Set, kTogether, false, false>, PanelMoments<Set, 1, false, false>},
-      {PanelMoments<Set, kTogether, true, false>, PanelMoments<Set, 1, true, false>},
-      {PanelMoments<Set, kTogether, true, true>, PanelMoments<Set, 1, true, true>}};
+      {TakeMoments<Set, Source, kTogether, false, false>, TakeMoments<Set, Source, 1, false, false>},
+      {TakeMoments<Set, Source, kTogether, true, false>, TakeMoments<Set, Source, 1, true, false>},
+      {TakeMoments<Set, Source, kTogether, true, true>, TakeMoments<Set, Source, 1, true, true>}};
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
     const bool sumsWeights = p == 0 && weightSum != nullptr;
     kTake[weights ? (sumsWeights ? 2 : 1) : 0][takesSome ? 0 : 1](
-        panels + p * stride, stride, rows, weights, isFirst,
+        {columns + std::size_t{p} * Set::kPanel}, rows, weights, true,
         moments + std::size_t{p} * kMomentFields * Set::kPanel, weightSum);
     p += takesSome ? kTogether : 1;
   }

@@ -180,9 +180,9 @@ void PatternTask::Sum(std::size_t from, std::size_t rows, double* sums, double* 
   const bool isFirst = _common.rows == 0;
   _common.Add(*_batch, from, some);
   for (const Group* group : {_a, _b}) {
-    _batch->engine.Moments(_batch->panels + group->firstPanel * _batch->Stride(), group->panels,
+    _batch->engine.PanelMoments(_batch->panels + group->firstPanel * _batch->Stride(), group->panels,
                            _batch->Stride(), some, _batch->weights + from, isFirst,
-                           sums + MomentsOf(*group), nullptr);
+                           sums + MomentsOf(*group));
     if (IsOnePattern()) {
       return;
     }

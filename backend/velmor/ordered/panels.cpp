@@ -10,7 +10,8 @@ namespace velmor::ordered {
 
 const Engine& EngineFor(std::size_t columns) {
   const Engine& active = Active();
-  return columns <= active.panel / 2 && active.narrower != nullptr ? *active.narrower : active;
+  const bool areFew = 2 * columns <= std::size_t{3} * active.panel;
+  return areFew && active.narrower != nullptr ? *active.narrower : active;
 }
 
 Panels::Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace)
@@ -25,16 +26,14 @@ unsigned Panels::ColumnsOf(unsigned panel) const {
                   static_cast<unsigned>(_columns.count - std::size_t{panel} * _engine->panel));
 }
 
-void Panels::Center(std::size_t from, std::size_t rows, const double* means) const {
+void Panels::Pack(std::size_t from, std::size_t rows, const double* means, const double* weights) {
   for (unsigned panel = 0; panel < _count; ++panel) {
-    _engine->CenterColumns(ColumnsAt(panel, from).data(), ColumnsOf(panel), rows,
-                           means + std::size_t{panel} * _engine->panel);
-  }
-}
-
-void Panels::Pack(std::size_t from, std::size_t rows, const double* weights) {
-  for (unsigned panel = 0; panel < _count; ++panel) {
-    _engine->Pack(ColumnsAt(panel, from).data(), rows, weights, _values + panel * Stride(),
+    const std::array<double*, kMaxPanel> columns = ColumnsAt(panel, from);
+    if (means != nullptr) {
+      _engine->CenterColumns(columns.data(), ColumnsOf(panel), rows,
+                             means + std::size_t{panel} * _engine->panel);
+    }
+    _engine->Pack(columns.data(), rows, weights, _values + panel * Stride(),
                   _weighted != _values ? _weighted + panel * Stride() : nullptr);
   }
 }
