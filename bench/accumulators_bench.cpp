@@ -12,6 +12,7 @@ namespace bench {
 namespace {
 
 constexpr unsigned kColumns = 48;
+constexpr std::size_t kSums = std::size_t{kColumns} * kGroups;
 constexpr auto kGroupCount = static_cast<int>(kGroups);
 
 // Batches sorted by group are only read.
@@ -38,14 +39,15 @@ constexpr double kGroupCells = static_cast<double>(kColumns) * kRows;
 // The plain loops, column by column.
 void PlainGroupSums(benchmark::State& state, Cases& cases) {
   velmor::DataBatch& batch = cases.Refilled();
-  std::vector<double> sums(std::size_t{kColumns} * kGroups);
+  std::vector<double> sums(kSums);
   std::vector<double> squares(sums.size());
   Time(
       state, kGroupCells, [] {},
       [&] {
         for (unsigned i = 0; i < kColumns; ++i) {
           velmor::GroupWeightedSumX(batch.Column(i), batch.Groups(), batch.Weights(),
-                                    &sums[i * kGroups], &squares[i * kGroups], kRows);
+                                    &sums[std::size_t{i} * kGroups],
+                                    &squares[std::size_t{i} * kGroups], kRows);
         }
       });
 }
@@ -58,7 +60,7 @@ void KernelGroupSums(benchmark::State& state) {
   const std::size_t stride = kBlockRows * engine.panel;
   velmor::ordered::Workspace workspace;
   auto* const values = workspace.Take<double>(panels * stride);
-  auto* const sums = workspace.Take<double>(std::size_t{2} * kColumns * kGroups);
+  auto* const sums = workspace.Take<double>(2 * kSums);
   const std::vector<double> uniform = UniformValues(panels * stride);
   std::copy(uniform.begin(), uniform.end(), values);
   const std::vector<double> weights(kBlockRows, 1.5);
@@ -67,14 +69,13 @@ void KernelGroupSums(benchmark::State& state) {
     rows[row % kGroups].push_back(static_cast<std::uint8_t>(row));
   }
   Time(
-      state, static_cast<double>(kColumns) * kBlockRows,
-      [&] { std::fill_n(sums, 2 * kColumns * kGroups, 0.); },
+      state, static_cast<double>(kColumns) * kBlockRows, [&] { std::fill_n(sums, 2 * kSums, 0.); },
       [&] {
         for (unsigned group = 0; group < kGroups; ++group) {
-          double* const ofGroup = sums + group * engine.panel;
+          double* const ofGroup = sums + std::size_t{group} * engine.panel;
           engine.GroupSums(values, static_cast<unsigned>(panels), stride,
                            {rows[group].size(), rows[group].data()}, weights.data(),
-                           kGroups * engine.panel, ofGroup, ofGroup + kColumns * kGroups);
+                           std::size_t{kGroups} * engine.panel, ofGroup, ofGroup + kSums);
         }
       });
 }

@@ -52,3 +52,7 @@ need_for_examples() {
 need_for_tests() {
   need_for_examples clang pkg-config libgtest-dev libgmock-dev libbenchmark-dev
 }
+
+need_for_benchmarks() {
+  need g++ cmake ninja-build libbenchmark-dev libopenblas-dev python3
+}

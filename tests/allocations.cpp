@@ -13,14 +13,26 @@ Allocations allocations;
 using velmor::test::Allocations;
 using velmor::test::allocations;
 
-void* operator new(std::size_t size) {
+namespace {
+
+// What malloc gives, unless it is this allocation's turn to fail.
+template <class Malloc>
+void* Allocate(Malloc malloc) {
   if (allocations.failAfter != Allocations::kNever && allocations.failAfter-- == 0) {
     throw std::bad_alloc();
   }
-  void* const memory = std::malloc(size);  // NOLINT(cppcoreguidelines-no-malloc): is new
+  void* const memory = malloc();
   if (!memory) {
     throw std::bad_alloc();
   }
+  return memory;
+}
+
+}  // namespace
+
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is new and delete
+void* operator new(std::size_t size) {
+  void* const memory = Allocate([size] { return std::malloc(size); });
   ++allocations.count;
   ++allocations.alive;
   allocations.bytes += malloc_usable_size(memory) + sizeof(std::size_t);
@@ -29,9 +41,20 @@ void* operator new(std::size_t size) {
 void operator delete(void* memory) noexcept {
   if (memory) {
     --allocations.alive;
-    std::free(memory);  // NOLINT(cppcoreguidelines-no-malloc): is delete
+    std::free(memory);
   }
 }
+
+// What a thread keeps for its next operation.
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  const auto step = static_cast<std::size_t>(alignment);
+  void* const memory =
+      Allocate([=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
+  ++allocations.scratch;
+  return memory;
+}
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { std::free(memory); }
+// NOLINTEND(cppcoreguidelines-no-malloc)
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 
 // A sanitizer brings its own of these, which would not be counted.

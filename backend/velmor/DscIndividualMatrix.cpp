@@ -55,8 +55,8 @@ void DiscIndividualMatrix::Data::Init(DataBatchByGroup& batch) {
     const ordered::Cases cases{batch.groupCount(static_cast<unsigned int>(group)),
                                batch.HasWeights() ? batch.Weights() + offset : nullptr};
     const ordered::Columns columns{batch.Column(0) + offset, batch.MaxRows(), batch.NColumns()};
-    const double* const lastRow = ordered::ProductsAndSums(columns, cases, items.data(),
-                                                           items.data() + nCellsCrossProduct);
+    const double* const lastRow =
+        ordered::ProductsAndSums(columns, cases, items.data(), items.data() + nCellsCrossProduct);
     const std::int64_t tsspIndex = lastRow + nCols - items.data();
     VELMOR_ASSERT(tsspIndex == nCellsCrossProduct);
     items.back() = ordered::WeightedSum(cases.weights, cases.rows);

@@ -8,8 +8,8 @@
 
 namespace velmor {
 
-// The columns of a batch for the library itself, which keeps no address: the batch may go on staging
-// rows afterwards.
+// The columns of a batch for the library itself, which keeps no address: the batch may go on
+// staging rows afterwards.
 class BatchReader {
  public:
   static double* Column(DataBatch& batch, unsigned int column) {

@@ -26,12 +26,12 @@ ordered::Cases TakeMoments(Record& record, DataBatch& batch, ordered::Columns co
   const std::size_t rows = batch.NRows();
   const bool hasBoth = batch.HasWeights() && batch.HasRegWeights();
   const double caseWeightSum = hasBoth ? ordered::Sum(batch.Weights(), rows) : 0.;
-  const ordered::Cases cases{
-      rows, ordered::CombineWeights(batch.Weights(), batch.RegWeights(), rows)};
+  const ordered::Cases cases{rows,
+                             ordered::CombineWeights(batch.Weights(), batch.RegWeights(), rows)};
   record._nRows = batch.NRows();
   record._hasRegWeights = batch.HasRegWeights();
   record._regWeightSum = ordered::Moments(columns, cases, record._means.data(), mins, maxs);
-  record._weightSum = hasBoth                  ? caseWeightSum
+  record._weightSum = hasBoth                 ? caseWeightSum
                       : batch.HasRegWeights() ? static_cast<double>(rows)
                                               : record._regWeightSum;
   record._isWeightless = record._weightSum == 0.;
@@ -80,9 +80,10 @@ std::size_t MergeTriangle(Record& record, const Record& d, const MeanMerge& mean
   const ordered::Shifts shifts = means.Shifts(0);
   std::size_t cell = 0;
   for (std::size_t i = 0; i < record._means.size(); ++i) {
-    // The shift of the record's mean as it was computed, before it was rounded into the merged mean.
-    const double shift = ordered::MeanDiff(record._means[i], record._regWeightSum, d._means[i],
-                                           d._regWeightSum);
+    // The shift of the record's mean as it was computed, before it was rounded into the merged
+    // mean.
+    const double shift =
+        ordered::MeanDiff(record._means[i], record._regWeightSum, d._means[i], d._regWeightSum);
     ordered::MergeRow(shifts, record._regWeightSum * shift, d._regWeightSum * shifts.ofB[i],
                       d._xp + cell, i + 1, record._xp + cell);
     cell += i + 1;

@@ -45,11 +45,9 @@ void NSMatrixListwise::Data::Init(DataBatch& data) {
   _mins.resize(_css.size());
   _maxs.resize(_css.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(i * j));
-  const ordered::Cases cases =
-      TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
-  const double* const xprow =
-      ordered::RectangularProducts(Block(data, _col0, _col1), Block(data, _col1, _col2),
-                                   _means.data(), cases, _css.data(), _xp);
+  const ordered::Cases cases = TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
+  const double* const xprow = ordered::RectangularProducts(
+      Block(data, _col0, _col1), Block(data, _col1, _col2), _means.data(), cases, _css.data(), _xp);
   VELMOR_ASSERT(xprow == _xp+i*j);
 }
 

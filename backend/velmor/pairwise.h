@@ -81,8 +81,8 @@ class PairMerges {
       return;
     }
     record._nRows += static_cast<decltype(record._nRows)>(d._nRows);
-    _records[_count] = reinterpret_cast<double*>(&record);
-    _others[_count++] = reinterpret_cast<const double*>(&d);
+    _records[_count] = static_cast<double*>(static_cast<void*>(&record));
+    _others[_count++] = static_cast<const double*>(static_cast<const void*>(&d));
     if (_count == kAtOnce) {
       Merge();
     }
@@ -128,8 +128,8 @@ class RecordSink final : public ordered::PairwiseSink {
   PairMerges _merges;
 };
 
-// Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs of
-// the shape. When memory runs out, nothing is accumulated.
+// Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs
+// of the shape. When memory runs out, nothing is accumulated.
 template <class Data, class PlaceOf>
 void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::PairShape shape,
                 PlaceOf placeOf) {
@@ -143,9 +143,9 @@ void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::PairShape
 // The same for all pairs of different columns, as a strictly lower triangle row by row.
 template <class Data>
 void AddTriangleOfRecords(Data& my, DataBatch& batch, int from, int to) {
-  AddRecords(my, batch, from, to, ordered::PairShape::Triangle(), [](std::size_t first, std::size_t second) {
-    return first * (first - 1) / 2 + second;
-  });
+  AddRecords(
+      my, batch, from, to, ordered::PairShape::Triangle(),
+      [](std::size_t first, std::size_t second) { return first * (first - 1) / 2 + second; });
 }
 
 // Merges d's records into my own. Returns the number of pairs.

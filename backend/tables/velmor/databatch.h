@@ -59,8 +59,8 @@ class DataBatch {
   double* RegWeights() const { return _regWeights; }
   unsigned int* Groups() const { return _groups; }
 
-  // The values of column colNum, one per case; NRows() entries are defined, and those of cases added
-  // later show there as they are added. Asserts the bound.
+  // The values of column colNum, one per case; NRows() entries are defined, and those of cases
+  // added later show there as they are added. Asserts the bound.
   double* Column(unsigned int colNum) {
     VELMOR_ASSERT(colNum < _nColumns);
     _isWatched = true;

@@ -19,6 +19,7 @@ struct Avx512 {
 
 }  // namespace
 
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): only its address is taken
 constinit const Engine kAvx512 = MakeEngine<Avx512>(&kAvx2);
 
 }  // namespace velmor::ordered

@@ -242,7 +242,7 @@ class PanelGroupSums {
 
   void Add(const Panels& panels, std::size_t from, std::size_t rows, const double* weights) {
     _rows.ForEach(_groups.ofCases + from, rows, [&](unsigned int group, Rows some) {
-      double* const sums = _sums + group * _engine.panel;
+      double* const sums = _sums + std::size_t{group} * _engine.panel;
       _engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), some, weights, Stride(),
                         sums, sums + _size);
     });
@@ -276,11 +276,11 @@ std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups
                                  double* triangle) {
   Workspace workspace;
   PanelGroupSums sums(EngineFor(x.count), x.count, groups, workspace);
-  const double* const lastRow = TriangularProducts(
-      x, nullptr, cases, 0, triangle, workspace,
-      [&](const Panels& panels, std::size_t from, std::size_t rows) {
-        sums.Add(panels, from, rows, From(cases.weights, from));
-      });
+  const double* const lastRow =
+      TriangularProducts(x, nullptr, cases, 0, triangle, workspace,
+                         [&](const Panels& panels, std::size_t from, std::size_t rows) {
+                           sums.Add(panels, from, rows, From(cases.weights, from));
+                         });
   sums.Copy();
   return static_cast<std::size_t>(lastRow - triangle) + x.count - 1;
 }

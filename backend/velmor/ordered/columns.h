@@ -25,8 +25,8 @@ struct Cases {
   const double* weights;  // the cases' weights, null when each is 1
 };
 
-// means[i] = WeightedMean of column i, mins[i] = Mins and maxs[i] = Maxs of it. The extremes' arrays
-// may be null. At least one row and one column. Returns WeightedSum of the weights.
+// means[i] = WeightedMean of column i, mins[i] = Mins and maxs[i] = Maxs of it. The extremes'
+// arrays may be null. At least one row and one column. Returns WeightedSum of the weights.
 double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs);
 
 // Subtracts the means from the columns, in place; then the CrossProducts of all pairs of columns,
@@ -46,15 +46,15 @@ struct GroupSums {
   double* squareSums;
 };
 
-// The group sums; and the CrossProducts of all pairs of different columns as a packed strictly lower
-// triangle: cell (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns the number
-// of cells.
+// The group sums; and the CrossProducts of all pairs of different columns as a packed strictly
+// lower triangle: cell (i, j), j < i, at i(i-1)/2 + j, column i being the first operand. Returns
+// the number of cells.
 std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups, double* triangle);
 
 // Centres the columns of x and y in place. Then squares[i] = CrossProduct of column i with itself,
 // x's columns before y's, like their means; and the CrossProducts of each column of x with each of
-// y, row by row: cell (i, j) at i * y.count + j, x's column being the first operand. Returns the end
-// of the last row.
+// y, row by row: cell (i, j) at i * y.count + j, x's column being the first operand. Returns the
+// end of the last row.
 double* RectangularProducts(Columns x, Columns y, const double* means, Cases cases, double* squares,
                             double* rectangle);
 
@@ -77,8 +77,8 @@ void MergeMeans(SideMeans a, SideMeans b, std::size_t count, double* merged);
 void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, double* minsA,
                    double* maxsA);
 
-// PairStatData::Update of each pair a[i] by b[i], but for the counts. A pair is eight doubles' room:
-// a count, then the fields of PairStatData.
+// PairStatData::Update of each pair a[i] by b[i], but for the counts. A pair is eight doubles'
+// room: a count, then the fields of PairStatData.
 void MergePairs(double* const* a, const double* const* b, std::size_t count);
 
 // How far the merged means are from those of each side.

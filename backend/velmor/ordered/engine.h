@@ -118,8 +118,8 @@ struct Engine {
   void (*Products)(const double* a, unsigned columns, const double* b, unsigned panels,
                    std::size_t stride, std::size_t rows, double* cells);
 
-  // products.h. The same for one panel b, of which only the cells with c <= r are wanted; the others
-  // come out right or not at all.
+  // products.h. The same for one panel b, of which only the cells with c <= r are wanted; the
+  // others come out right or not at all.
   void (*DiagonalProducts)(const double* a, unsigned columns, const double* b, std::size_t rows,
                            double* cells);
 
@@ -178,8 +178,8 @@ std::vector<const Engine*> Available();
 // the operating system support.
 const Engine& Active();
 
-// For tests and benchmarks: uses one of the available engines from here on. No accumulator may be at
-// work meanwhile.
+// For tests and benchmarks: uses one of the available engines from here on. No accumulator may be
+// at work meanwhile.
 void Use(const Engine& engine);
 
 }  // namespace velmor::ordered

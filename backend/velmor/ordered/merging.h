@@ -61,7 +61,7 @@ Vector<Set> MergedPairProducts(Vector<Set> productsA, Vector<Set> a, Vector<Set>
 template <class Set>
 struct PairRecords {
   static constexpr unsigned kFields = 8;
-  Vector<Set> field[kFields / Set::kLanes][Set::kLanes];
+  Vector<Set> field[kFields / Set::kLanes][Set::kLanes]{};
 
   Vector<Set>& operator[](unsigned f) { return field[f / Set::kLanes][f % Set::kLanes]; }
   void Gather(const double* const* records) {
@@ -95,9 +95,12 @@ void MergeSomePairs(double* const* recordsA, const double* const* recordsB) {
   const Vector<Set> weightB = b[kWeight];
   const PairShift<Set> shift0 = MergePairMean<Set>(a[kMean0], weightA, b[kMean0], weightB);
   const PairShift<Set> shift1 = MergePairMean<Set>(a[kMean1], weightA, b[kMean1], weightB);
-  a[kSquares0] = MergedPairProducts<Set>(a[kSquares0], weightA, b[kSquares0], weightB, shift0, shift0);
-  a[kSquares1] = MergedPairProducts<Set>(a[kSquares1], weightA, b[kSquares1], weightB, shift1, shift1);
-  a[kProducts] = MergedPairProducts<Set>(a[kProducts], weightA, b[kProducts], weightB, shift0, shift1);
+  a[kSquares0] =
+      MergedPairProducts<Set>(a[kSquares0], weightA, b[kSquares0], weightB, shift0, shift0);
+  a[kSquares1] =
+      MergedPairProducts<Set>(a[kSquares1], weightA, b[kSquares1], weightB, shift1, shift1);
+  a[kProducts] =
+      MergedPairProducts<Set>(a[kProducts], weightA, b[kProducts], weightB, shift0, shift1);
   a[kWeightSum] = b[kWeightSum] + a[kWeightSum];
   a[kWeight] = b[kWeight] + a[kWeight];
   a.Scatter(recordsA);

@@ -18,7 +18,8 @@ struct RowsOfPanels {
 
   std::size_t Row(std::size_t i) const { return rows.list ? rows.list[i] : i; }
   Vector<Set> Get(std::size_t i, unsigned v) const {
-    return Load<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel + v % kParts * Set::kLanes);
+    return Load<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel +
+                     v % kParts * Set::kLanes);
   }
   // As many rows as a vector has lanes.
   void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
@@ -51,48 +52,99 @@ struct RowsOfColumns {
   }
 };
 
-// kSumsWeights: their sum is one more chain beside those of the columns.
-template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
-void TakeMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
-                 double* moments, double* weightSum) {
-  constexpr unsigned kParts = Set::kPanel / Set::kLanes;
-  constexpr unsigned kVectors = kPanels * kParts;
-  const auto field = [moments](unsigned v, MomentField f) {
-    return moments + (v / kParts * kMomentFields + f) * Set::kPanel + v % kParts * Set::kLanes;
-  };
-  if (rows == 0) {
-    return;
-  }
-  if (isFirst) {
-    for (unsigned v = 0; v < kVectors; ++v) {
-      const Vector<Set> first = source.Get(0, v);
-      Store<Set>(Vector<Set>{}, field(v, kSum));
-      Store<Set>(first, field(v, kRunValue));
-      Store<Set>(Vector<Set>{}, field(v, kRunWeight));
-      Store<Set>(Vector<Set>{}, field(v, kRunEnded));
-      Store<Set>(first, field(v, kMin));
-      Store<Set>(first, field(v, kMax));
-    }
-  }
+// The moments of adjacent vectors of columns in registers.
+template <class Set, unsigned kVectors>
+struct MomentVectors {
+  static constexpr unsigned kParts = Set::kPanel / Set::kLanes;
+  double* moments;
   Vector<Set> sum[kVectors];
   Vector<Set> min[kVectors];
   Vector<Set> max[kVectors];
   Mask<Set> ended[kVectors];
-  double allWeights = kSumsWeights ? *weightSum : 0.;
-#pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
-    sum[v] = Load<Set>(field(v, kSum));
-    min[v] = Load<Set>(field(v, kMin));
-    max[v] = Load<Set>(field(v, kMax));
-    ended[v] = reinterpret_cast<Mask<Set>>(Load<Set>(field(v, kRunEnded)));
+
+  double* Field(unsigned v, MomentField f) const {
+    return moments + std::size_t{v / kParts * kMomentFields + f} * Set::kPanel +
+           v % kParts * Set::kLanes;
   }
-  const auto allEnded = [&ended] {
+
+  template <class Source>
+  void Start(const Source& source) {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      Store<Set>(source.Get(0, v), Field(v, kRunValue));
+      Store<Set>(Vector<Set>{}, Field(v, kRunWeight));
+      sum[v] = Vector<Set>{};
+      min[v] = max[v] = source.Get(0, v);
+      ended[v] = Mask<Set>{};
+    }
+  }
+  [[gnu::always_inline]] void Get() {
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      sum[v] = Load<Set>(Field(v, kSum));
+      min[v] = Load<Set>(Field(v, kMin));
+      max[v] = Load<Set>(Field(v, kMax));
+      ended[v] = LoadMask<Set>(Field(v, kRunEnded));
+    }
+  }
+  [[gnu::always_inline]] void Put() const {
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      Store<Set>(sum[v], Field(v, kSum));
+      Store<Set>(min[v], Field(v, kMin));
+      Store<Set>(max[v], Field(v, kMax));
+      StoreMask<Set>(ended[v], Field(v, kRunEnded));
+    }
+  }
+
+  bool HaveEnded() const {
     Mask<Set> all = ended[0];
     for (unsigned v = 1; v < kVectors; ++v) {
       all = all & ended[v];
     }
     return HoldsEverywhere<Set>(all);
-  };
+  }
+  [[gnu::always_inline]] void TakeExtremes(unsigned v, Vector<Set> x) {
+    min[v] = x < min[v] ? x : min[v];
+    max[v] = x > max[v] ? x : max[v];
+  }
+  // Takes rows as long as a lane may be in its run, and says how many. takeWeight(i) is row i's.
+  template <class Source, class TakeWeight>
+  std::size_t TakeRuns(const Source& source, std::size_t rows, TakeWeight takeWeight) {
+    std::size_t i = 0;
+    for (bool haveEnded = HaveEnded(); !haveEnded && i < rows; ++i) {
+      const double weight = takeWeight(i);
+      for (unsigned v = 0; v < kVectors; ++v) {
+        TakeWithRun(v, weight, source.Get(i, v));
+      }
+      haveEnded = i % 8 == 7 && HaveEnded();
+    }
+    return i;
+  }
+  void TakeWithRun(unsigned v, double weight, Vector<Set> x) {
+    double* const runWeight = Field(v, kRunWeight);
+    ended[v] = ended[v] | ~(x == Load<Set>(Field(v, kRunValue)));
+    sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
+    Store<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), Load<Set>(runWeight)), runWeight);
+    TakeExtremes(v, x);
+  }
+};
+
+// kSumsWeights: their sum is one more chain beside those of the columns.
+template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
+void TakeMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
+                 double* moments, double* weightSum) {
+  constexpr unsigned kVectors = kPanels * Set::kPanel / Set::kLanes;
+  if (rows == 0) {
+    return;
+  }
+  MomentVectors<Set, kVectors> taken;  // NOLINT(*-member-init): the next lines do
+  taken.moments = moments;
+  if (isFirst) {
+    taken.Start(source);
+  } else {
+    taken.Get();
+  }
+  double allWeights = kSumsWeights ? *weightSum : 0.;
   const auto takeWeight = [&](std::size_t i) {
     const double weight = kWeighted ? weights[source.Row(i)] : 1.;
     if constexpr (kSumsWeights) {
@@ -101,24 +153,10 @@ void TakeMoments(const Source& source, std::size_t rows, const double* weights, 
     return weight;
   };
   const auto take = [&](unsigned v, double weight, Vector<Set> x) {
-    sum[v] = (kWeighted ? weight * x : x) + sum[v];
-    min[v] = x < min[v] ? x : min[v];
-    max[v] = x > max[v] ? x : max[v];
+    taken.sum[v] = (kWeighted ? weight * x : x) + taken.sum[v];
+    taken.TakeExtremes(v, x);
   };
-  std::size_t i = 0;
-  for (bool isOver = allEnded(); !isOver && i < rows; ++i) {
-    const double weight = takeWeight(i);
-    for (unsigned v = 0; v < kVectors; ++v) {
-      const Vector<Set> x = source.Get(i, v);
-      ended[v] = ended[v] | ~(x == Load<Set>(field(v, kRunValue)));
-      sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
-      Store<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), Load<Set>(field(v, kRunWeight))),
-                 field(v, kRunWeight));
-      min[v] = x < min[v] ? x : min[v];
-      max[v] = x > max[v] ? x : max[v];
-    }
-    isOver = i % 8 == 7 && allEnded();
-  }
+  std::size_t i = taken.TakeRuns(source, rows, takeWeight);
   for (; i + Set::kLanes <= rows; i += Set::kLanes) {
     double weight[Set::kLanes];
 #pragma GCC unroll 8
@@ -141,13 +179,7 @@ void TakeMoments(const Source& source, std::size_t rows, const double* weights, 
       take(v, weight, source.Get(i, v));
     }
   }
-#pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
-    Store<Set>(sum[v], field(v, kSum));
-    Store<Set>(min[v], field(v, kMin));
-    Store<Set>(max[v], field(v, kMax));
-    Store<Set>(reinterpret_cast<Vector<Set>>(ended[v]), field(v, kRunEnded));
-  }
+  taken.Put();
   if constexpr (kSumsWeights) {
     *weightSum = allWeights;
   }
@@ -160,10 +192,13 @@ void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows
   constexpr unsigned kTogether = Set::kMomentPanels;
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    (takesSome ? TakeMoments<Set, Source, kTogether, true, false>
-               : TakeMoments<Set, Source, 1, true, false>)(
-        {panels + p * stride, stride, rows}, rows.count, weights, isFirst,
-        moments + std::size_t{p} * kMomentFields * Set::kPanel, nullptr);
+    (takesSome
+         ? TakeMoments<Set, Source, kTogether, true, false>
+         : TakeMoments<Set, Source, 1, true, false>)({panels + p * stride, stride, rows},
+                                                     rows.count, weights, isFirst,
+                                                     moments + std::size_t{p} * kMomentFields *
+                                                                   Set::kPanel,
+                                                     nullptr);
     p += takesSome ? kTogether : 1;
   }
 }
@@ -173,9 +208,12 @@ void ColumnMoments(const double* const* columns, unsigned count, std::size_t row
                    const double* weights, double* moments, double* weightSum) {
   using Source = RowsOfColumns<Set>;
   using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
+  // Eight columns: as many lines as a set of a first-level cache holds, which columns that are a
+  // power of two apart share.
   constexpr unsigned kTogether = 8 / Set::kPanel;
   constexpr Take kTake[][2] = {
-      {TakeMoments<Set, Source, kTogether, false, false>, TakeMoments<Set, Source, 1, false, false>},
+      {TakeMoments<Set, Source, kTogether, false, false>,
+       TakeMoments<Set, Source, 1, false, false>},
       {TakeMoments<Set, Source, kTogether, true, false>, TakeMoments<Set, Source, 1, true, false>},
       {TakeMoments<Set, Source, kTogether, true, true>, TakeMoments<Set, Source, 1, true, true>}};
   for (unsigned p = 0; p < count;) {

@@ -18,8 +18,8 @@ struct PairVector {
   double* At(unsigned field) const { return fields + field * Set::kPanel; }
   Vector<Set> Get(unsigned field) const { return Load<Set>(At(field)); }
   void Put(unsigned field, Vector<Set> v) const { Store<Set>(v, At(field)); }
-  Mask<Set> GetMask(unsigned field) const { return reinterpret_cast<Mask<Set>>(Get(field)); }
-  void PutMask(unsigned field, Mask<Set> m) const { Put(field, reinterpret_cast<Vector<Set>>(m)); }
+  Mask<Set> GetMask(unsigned field) const { return LoadMask<Set>(At(field)); }
+  void PutMask(unsigned field, Mask<Set> m) const { StoreMask<Set>(m, At(field)); }
 };
 
 // A row of values x, a weight at a time, by vector v of the panels.
@@ -149,8 +149,8 @@ void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsi
   const auto& take = kTake[isComplete ? 1 : 0][x.caseWeights ? 1 : 0];
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    take[takesSome ? 0 : 1](x, {panels + p * stride, stride,
-                                pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    take[takesSome ? 0 : 1](
+        x, {panels + p * stride, stride, pairs + std::size_t{p} * kPairFields * Set::kPanel});
     p += takesSome ? kTogether : 1;
   }
 }
@@ -169,10 +169,10 @@ void PairMeans(double* pairs) {
   for (unsigned first = 0; first < Set::kPanel; first += Set::kLanes) {
     const PairVector<Set> pair{pairs + first};
     const Vector<Set> weightSum = pair.Get(kPairWeightSum);
-    const Vector<Set> mean0 = PairMean<Set>(pair, kPairSum0, kPairRunValue0, kPairRunWeight0,
-                                            kPairEnded0, weightSum);
-    const Vector<Set> mean1 = PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1,
-                                            kPairEnded1, weightSum);
+    const Vector<Set> mean0 =
+        PairMean<Set>(pair, kPairSum0, kPairRunValue0, kPairRunWeight0, kPairEnded0, weightSum);
+    const Vector<Set> mean1 =
+        PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1, kPairEnded1, weightSum);
     pair.Put(kPairMean0, mean0);
     pair.Put(kPairMean1, mean1);
     for (const unsigned field : {kPairSquares0, kPairSquares1, kPairProducts}) {
@@ -247,8 +247,8 @@ void PairProducts(const PairVariable& x, bool isFirst, bool isComplete, const do
   const auto& take = kTake[isComplete ? 1 : 0][isFirst ? 1 : 0];
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    take[takesSome ? 0 : 1](x, {panels + p * stride, stride,
-                                pairs + std::size_t{p} * kPairFields * Set::kPanel});
+    take[takesSome ? 0 : 1](
+        x, {panels + p * stride, stride, pairs + std::size_t{p} * kPairFields * Set::kPanel});
     p += takesSome ? kTogether : 1;
   }
 }

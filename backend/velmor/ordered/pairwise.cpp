@@ -39,7 +39,7 @@ struct Batch {
   // Whether the pair's first variable is the column and its second one the other.
   bool IsPair(std::size_t column, std::size_t other) const {
     return shape.isRectangle ? column < shape.firstRange && other >= shape.firstRange
-                               : column > other;
+                             : column > other;
   }
   void Pack(std::size_t from, std::size_t rows) const;
   // Over the cases in which the column is present, one at least.
@@ -76,7 +76,8 @@ void Batch::Pack(std::size_t from, std::size_t rows) const {
       for (unsigned panel = 0; panel < group.panels; ++panel) {
         std::array<const double*, kMaxPanel> columns{};
         for (std::size_t i = 0; i < engine.panel; ++i) {
-          const std::size_t place = std::min(panel * engine.panel + i, group.columns.size() - 1);
+          const std::size_t place =
+              std::min(std::size_t{panel} * engine.panel + i, group.columns.size() - 1);
           columns[i] = cases.columns[group.columns[place]] + from;
         }
         engine.Pack(columns.data(), rows, nullptr, panels + (group.firstPanel + panel) * Stride(),
@@ -142,7 +143,7 @@ class PatternTask {
   // squares for each of these; and of each panel of a by each of b two tiles of products, with a's
   // columns as the pairs' first variables and with b's.
   std::size_t MomentsOf(const Group& group) const {
-    return (&group == _a ? 0 : _a->panels) * kMomentFields * Lanes();
+    return (&group == _a ? 0 : _a->panels) * (kMomentFields * Lanes());
   }
   std::size_t Means() const { return Panels() * kMomentFields * Lanes(); }
   std::size_t Squares() const { return Means() + Panels() * Lanes(); }
@@ -160,6 +161,8 @@ class PatternTask {
   bool HasPairs(std::size_t i, std::size_t j, bool isFirst) const;
   void MultiplyPanels(std::size_t rows, const double* values, const double* weighted,
                       double* sums) const;
+  void MultiplyRow(std::size_t i, std::size_t end, bool isFirst, std::size_t rows,
+                   const double* values, const double* weighted, double* sums) const;
   void EmitVariables(const double* sums, PairwiseSink& sink) const;
   void EmitPair(const double* sums, std::size_t a, std::size_t b, PairwiseSink& sink) const;
 
@@ -180,9 +183,9 @@ void PatternTask::Sum(std::size_t from, std::size_t rows, double* sums, double* 
   const bool isFirst = _common.rows == 0;
   _common.Add(*_batch, from, some);
   for (const Group* group : {_a, _b}) {
-    _batch->engine.PanelMoments(_batch->panels + group->firstPanel * _batch->Stride(), group->panels,
-                           _batch->Stride(), some, _batch->weights + from, isFirst,
-                           sums + MomentsOf(*group));
+    _batch->engine.PanelMoments(_batch->panels + group->firstPanel * _batch->Stride(),
+                                group->panels, _batch->Stride(), some, _batch->weights + from,
+                                isFirst, sums + MomentsOf(*group));
     if (IsOnePattern()) {
       return;
     }
@@ -191,7 +194,8 @@ void PatternTask::Sum(std::size_t from, std::size_t rows, double* sums, double* 
 
 void PatternTask::FinishMeans(double* sums) const {
   for (std::size_t place = 0; place < Panels() * Lanes(); ++place) {
-    const double* const moments = sums + place / Lanes() * kMomentFields * Lanes() + place % Lanes();
+    const double* const moments =
+        sums + place / Lanes() * kMomentFields * Lanes() + place % Lanes();
     sums[Means() + place] = _common.rows == 0 ? 0. : MeanOf(moments, Lanes(), _common.weightSum);
   }
 }
@@ -202,7 +206,7 @@ void PatternTask::Multiply(std::size_t from, std::size_t rows, double* sums,
   const std::size_t stride = _batch->Stride();
   RowList list;
   const Rows some = RowsOf(from, rows, list);
-  std::array<double, kBlockRows> weights;
+  std::array<double, kBlockRows> weights;  // NOLINT(*-member-init): the next lines do
   for (std::size_t i = 0; i < some.count; ++i) {
     weights[i] = _batch->weights[from + some.list[i]];
   }
@@ -231,28 +235,30 @@ bool PatternTask::HasPairs(std::size_t i, std::size_t j, bool isFirst) const {
 
 void PatternTask::MultiplyPanels(std::size_t rows, const double* values, const double* weighted,
                                  double* sums) const {
+  for (std::size_t i = 0; i < _a->panels; ++i) {
+    if (IsOnePattern()) {
+      // Up to the diagonal, a's columns are the higher ones.
+      MultiplyRow(i, i + 1, true, rows, values, weighted, sums);
+    } else {
+      MultiplyRow(i, _b->panels, true, rows, values, weighted, sums);
+      MultiplyRow(i, _b->panels, false, rows, values, weighted, sums);
+    }
+  }
+}
+
+// Panel i of a by the first `end` of b, where a's columns, or b's, are the pairs' first variables.
+void PatternTask::MultiplyRow(std::size_t i, std::size_t end, bool isFirst, std::size_t rows,
+                              const double* values, const double* weighted, double* sums) const {
   const Engine& engine = _batch->engine;
   const std::size_t stride = _batch->Stride();
   const std::size_t firstOfB = IsOnePattern() ? 0 : _a->panels;
-  for (std::size_t i = 0; i < _a->panels; ++i) {
-    const auto columns =
-        static_cast<unsigned>(std::min(Lanes(), _a->columns.size() - i * Lanes()));
-    // Of one pattern the panels up to the diagonal: in them, higher columns are a's.
-    const std::size_t end = IsOnePattern() ? i + 1 : _b->panels;
-    for (const bool isFirst : {true, false}) {
-      for (std::size_t j = 0; j < end;) {
-        const auto panels = static_cast<unsigned>(
-            std::min<std::size_t>(engine.tilePanels, end - j));
-        if (HasPairs(i, j, isFirst) || HasPairs(i, j + panels - 1, isFirst)) {
-          engine.Products((isFirst ? weighted : values) + i * stride, columns,
-                          (isFirst ? values : weighted) + (firstOfB + j) * stride, panels, stride,
-                          rows, sums + Tile(i, j, isFirst));
-        }
-        j += panels;
-      }
-      if (IsOnePattern()) {
-        break;
-      }
+  const auto columns = static_cast<unsigned>(std::min(Lanes(), _a->columns.size() - i * Lanes()));
+  for (std::size_t j = 0; j < end; j += engine.tilePanels) {
+    const auto panels = static_cast<unsigned>(std::min<std::size_t>(engine.tilePanels, end - j));
+    if (HasPairs(i, j, isFirst) || HasPairs(i, j + panels - 1, isFirst)) {
+      engine.Products((isFirst ? weighted : values) + i * stride, columns,
+                      (isFirst ? values : weighted) + (firstOfB + j) * stride, panels, stride, rows,
+                      sums + Tile(i, j, isFirst));
     }
   }
 }
@@ -274,9 +280,9 @@ void PatternTask::Emit(const double* sums, PairwiseSink& sink) const {
 void PatternTask::EmitVariables(const double* sums, PairwiseSink& sink) const {
   for (std::size_t i = 0; i < _a->columns.size(); ++i) {
     const double* const moments = sums + i / Lanes() * kMomentFields * Lanes() + i % Lanes();
-    sink.Take(_a->columns[i], {_common.rows, _common.WeightSum(*_batch), _common.weightSum,
-                               sums[Means() + i], sums[Squares() + i], moments[kMin * Lanes()],
-                               moments[kMax * Lanes()]});
+    sink.Take(_a->columns[i],
+              {_common.rows, _common.WeightSum(*_batch), _common.weightSum, sums[Means() + i],
+               sums[Squares() + i], moments[kMin * Lanes()], moments[kMax * Lanes()]});
   }
 }
 
@@ -363,8 +369,7 @@ PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& l
   Rows present = RowsOfBoth(bits, bits, rows, list);
   present.count = std::min(present.count, rows);
   return {isColumn ? _batch->cases.columns[_column] + from : kValues.data(), present,
-          _batch->weights + from,
-          _batch->HasBothWeights() ? _batch->cases.weights + from : nullptr,
+          _batch->weights + from, _batch->HasBothWeights() ? _batch->cases.weights + from : nullptr,
           _batch->cases.missingCode};
 }
 
@@ -406,9 +411,9 @@ void ColumnTask::EmitVariable(const double* fields, std::uint32_t column,
   const Common common{_batch->patterns.Present(column), fields[kPairWeightSum * Lanes()],
                       fields[kPairCaseWeightSum * Lanes()]};
   const Extremes extremes = _batch->ExtremesOf(column);
-  sink.Take(column, {common.rows, common.WeightSum(*_batch), common.weightSum,
-                     fields[kPairMean1 * Lanes()], fields[kPairSquares1 * Lanes()], extremes.min,
-                     extremes.max});
+  sink.Take(column,
+            {common.rows, common.WeightSum(*_batch), common.weightSum, fields[kPairMean1 * Lanes()],
+             fields[kPairSquares1 * Lanes()], extremes.min, extremes.max});
 }
 
 void ColumnTask::EmitPair(const double* fields, std::uint32_t other, PairwiseSink& sink) const {
@@ -430,11 +435,13 @@ void ColumnTask::EmitPair(const double* fields, std::uint32_t other, PairwiseSin
   const double products = fields[kPairProducts * Lanes()];
   const double weightSum = common.WeightSum(*_batch);
   if (_isFirst) {
-    sink.Take(_column, other,
-              {common.rows, weightSum, common.weightSum, mean0, mean1, squares0, squares1, products});
+    sink.Take(
+        _column, other,
+        {common.rows, weightSum, common.weightSum, mean0, mean1, squares0, squares1, products});
   } else {
-    sink.Take(other, _column,
-              {common.rows, weightSum, common.weightSum, mean1, mean0, squares1, squares0, products});
+    sink.Take(
+        other, _column,
+        {common.rows, weightSum, common.weightSum, mean1, mean0, squares1, squares0, products});
   }
 }
 
@@ -502,8 +509,8 @@ class Runner {
          Workspace& workspace)
       : _batch(batch),
         _sums(workspace.Take<double>(std::max(SumsSize(patternTasks), SumsSize(columnTasks)))),
-        _scratch(workspace.Take<double>(2 * std::size_t{batch.patterns.Panels()} * batch.Stride())) {
-  }
+        _scratch(
+            workspace.Take<double>(2 * std::size_t{batch.patterns.Panels()} * batch.Stride())) {}
 
   template <class Task>
   void Run(std::span<Task> tasks, PairwiseSink& sink) {

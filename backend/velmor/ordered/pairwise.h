@@ -54,11 +54,9 @@ struct PairShape {
 // Takes the results, in any order. Of variables and pairs without a case there are none.
 class PairwiseSink {
  public:
+  virtual ~PairwiseSink() = default;
   virtual void Take(std::size_t column, const PresentVariable& variable) noexcept = 0;
   virtual void Take(std::size_t first, std::size_t second, const PresentPair& pair) noexcept = 0;
-
- protected:
-  ~PairwiseSink() = default;
 };
 
 // Uses the thread's workspace; throws std::bad_alloc before the first result or not at all.

@@ -11,9 +11,9 @@
 
 namespace velmor::ordered {
 
-// The engine for a problem of so many columns: the active one, or a narrower one for up to one and a
-// half of its panels, of which the second one's lanes would be half empty (12 columns: 237 against
-// 212 parts in a thousand of a Zen 4 core's limit).
+// The engine for a problem of so many columns: the active one, or a narrower one for up to one and
+// a half of its panels, of which the second one's lanes would be half empty (12 columns: 237
+// against 212 parts in a thousand of a Zen 4 core's limit).
 const Engine& EngineFor(std::size_t columns);
 
 // Columns of a batch, and one block of their rows in panels. The last panel may have fewer columns
@@ -32,7 +32,8 @@ class Panels {
   const double* Weighted(unsigned panel) const { return _weighted + panel * Stride(); }
 
   // Fills the panels from a block of rows.
-  //   means    subtracted from the columns, in place, first; null: nothing is. A step of its own for
+  //   means    subtracted from the columns, in place, first; null: nothing is. A step of its own
+  //   for
   //            each panel: columns that are a power of two apart share a set of the first-level
   //            cache, and reading, writing and turning them at once takes longer than both
   //   weights  of the block's rows; null without weighted panels

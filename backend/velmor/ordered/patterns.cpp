@@ -68,8 +68,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
   auto* const others = workspace.Take<std::uint32_t>(columns);
   std::fill_n(_bits, columns * _words, std::uint64_t{0});
   for (std::size_t i = 0; i < columns; ++i) {
-    _present[i] = engine.Presence(cases.columns[i], _rows, cases.missingCode,
-                                  _bits + i * _words);
+    _present[i] = engine.Presence(cases.columns[i], _rows, cases.missingCode, _bits + i * _words);
   }
   std::iota(order, order + columns, 0U);
   std::sort(order, order + columns,
@@ -89,9 +88,10 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
   }
   _wide = _all;
   std::sort(others, others + nOthers);
-  const auto second =
-      static_cast<std::size_t>(std::lower_bound(others, others + nOthers, shape.firstRange) - others);
-  for (const auto& range : {std::span(others, second), std::span(others + second, nOthers - second)}) {
+  const auto second = static_cast<std::size_t>(
+      std::lower_bound(others, others + nOthers, shape.firstRange) - others);
+  for (const auto& range :
+       {std::span(others, second), std::span(others + second, nOthers - second)}) {
     if (!range.empty()) {
       AddGroup(range);
     }

@@ -14,10 +14,10 @@ namespace velmor::ordered {
 template <class Set, unsigned kRows, unsigned kPanels>
 void ProductTile(const double* a, const double* b, std::size_t stride, std::size_t rows,
                  double* cells) {
-  constexpr unsigned kPanel = Set::kPanel;
-  constexpr unsigned kParts = kPanel / Set::kLanes;
-  constexpr unsigned kVectors = kPanels * kParts;
-  const auto cell = [cells](unsigned r, unsigned v) {
+  constexpr std::size_t kPanel = Set::kPanel;
+  constexpr std::size_t kParts = kPanel / Set::kLanes;
+  constexpr std::size_t kVectors = kPanels * kParts;
+  const auto cell = [cells](std::size_t r, std::size_t v) {
     return cells + (v / kParts * kPanel + r) * kPanel + v % kParts * Set::kLanes;
   };
   // A broadcast that is part of a multiplication is free, one on its own takes a port from the
@@ -33,31 +33,31 @@ void ProductTile(const double* a, const double* b, std::size_t stride, std::size
   }
   Vector<Set> sums[kRows][kVectors];
 #pragma GCC unroll 8
-  for (unsigned r = 0; r < kRows; ++r) {
+  for (std::size_t r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kVectors; ++v) {
+    for (std::size_t v = 0; v < kVectors; ++v) {
       sums[r][v] = Load<Set>(cell(r, v));
     }
   }
   for (std::size_t row = 0; row < rows; ++row) {
     Vector<Set> y[kVectors];
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kVectors; ++v) {
+    for (std::size_t v = 0; v < kVectors; ++v) {
       y[v] = Load<Set>(b + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
     }
 #pragma GCC unroll 8
-    for (unsigned r = 0; r < kRows; ++r) {
+    for (std::size_t r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
-      for (unsigned v = 0; v < kVectors; ++v) {
+      for (std::size_t v = 0; v < kVectors; ++v) {
         const double* const factor = factors[Set::kFoldsBroadcasts ? v : 0];
         sums[r][v] = Broadcast<Set>(factor[row * kPanel + r]) * y[v] + sums[r][v];
       }
     }
   }
 #pragma GCC unroll 8
-  for (unsigned r = 0; r < kRows; ++r) {
+  for (std::size_t r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kVectors; ++v) {
+    for (std::size_t v = 0; v < kVectors; ++v) {
       Store<Set>(sums[r][v], cell(r, v));
     }
   }
@@ -67,20 +67,20 @@ void ProductTile(const double* a, const double* b, std::size_t stride, std::size
 // the work where a panel is two of them and wide vectors take two turns in a core's units.
 template <class Set, unsigned kRows>
 void DiagonalTile(const double* a, const double* b, std::size_t rows, double* cells) {
-  constexpr unsigned kPanel = Set::kPanel;
+  constexpr std::size_t kPanel = Set::kPanel;
   constexpr unsigned kNarrow = Set::kDiagonalLanes;
   constexpr unsigned kNarrowRows = kRows < kNarrow ? kRows : kNarrow;
-  constexpr unsigned kParts = kPanel / Set::kLanes;
+  constexpr std::size_t kParts = kPanel / Set::kLanes;
   Vector<Set, kNarrow> narrow[kNarrowRows];
   Vector<Set> wide[kRows - kNarrowRows + 1][kParts];  // one more than is used: none is no array
 #pragma GCC unroll 8
-  for (unsigned r = 0; r < kNarrowRows; ++r) {
+  for (std::size_t r = 0; r < kNarrowRows; ++r) {
     narrow[r] = Load<Set, kNarrow>(cells + r * kPanel);
   }
 #pragma GCC unroll 8
-  for (unsigned r = kNarrowRows; r < kRows; ++r) {
+  for (std::size_t r = kNarrowRows; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kParts; ++v) {
+    for (std::size_t v = 0; v < kParts; ++v) {
       wide[r - kNarrowRows][v] = Load<Set>(cells + r * kPanel + v * Set::kLanes);
     }
   }
@@ -89,26 +89,26 @@ void DiagonalTile(const double* a, const double* b, std::size_t rows, double* ce
     const double* const y = b + row * kPanel;
     const Vector<Set, kNarrow> first = Load<Set, kNarrow>(y);
 #pragma GCC unroll 8
-    for (unsigned r = 0; r < kNarrowRows; ++r) {
+    for (std::size_t r = 0; r < kNarrowRows; ++r) {
       narrow[r] = Broadcast<Set, kNarrow>(x[r]) * first + narrow[r];
     }
 #pragma GCC unroll 8
-    for (unsigned r = kNarrowRows; r < kRows; ++r) {
+    for (std::size_t r = kNarrowRows; r < kRows; ++r) {
 #pragma GCC unroll 8
-      for (unsigned v = 0; v < kParts; ++v) {
+      for (std::size_t v = 0; v < kParts; ++v) {
         wide[r - kNarrowRows][v] =
             Broadcast<Set>(x[r]) * Load<Set>(y + v * Set::kLanes) + wide[r - kNarrowRows][v];
       }
     }
   }
 #pragma GCC unroll 8
-  for (unsigned r = 0; r < kNarrowRows; ++r) {
+  for (std::size_t r = 0; r < kNarrowRows; ++r) {
     Store<Set, kNarrow>(narrow[r], cells + r * kPanel);
   }
 #pragma GCC unroll 8
-  for (unsigned r = kNarrowRows; r < kRows; ++r) {
+  for (std::size_t r = kNarrowRows; r < kRows; ++r) {
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kParts; ++v) {
+    for (std::size_t v = 0; v < kParts; ++v) {
       Store<Set>(wide[r - kNarrowRows][v], cells + r * kPanel + v * Set::kLanes);
     }
   }
@@ -116,12 +116,12 @@ void DiagonalTile(const double* a, const double* b, std::size_t rows, double* ce
 
 // Tiles have an even number of rows: what is left of a panel is rounded up.
 template <class Set, unsigned... kHalf>
-auto TilesOf(unsigned columns, unsigned panels, std::integer_sequence<unsigned, kHalf...>) {
+auto TilesOf(unsigned columns, unsigned panels, std::integer_sequence<unsigned, kHalf...> /*all*/) {
   using Tile = void (*)(const double*, const double*, std::size_t, std::size_t, double*);
   constexpr Tile kTiles[][sizeof...(kHalf)] = {
       {ProductTile<Set, 2 * (kHalf + 1), 1>...},
-      {ProductTile<Set, 2 * (kHalf + 1), Set::kTilePanels >= 2 ? 2 : 1>...},
-      {ProductTile<Set, 2 * (kHalf + 1), Set::kTilePanels >= 3 ? 3 : 1>...}};
+      {ProductTile < Set, 2 * (kHalf + 1), Set::kTilePanels >= 2 ? 2 : 1 > ...},
+      {ProductTile < Set, 2 * (kHalf + 1), Set::kTilePanels >= 3 ? 3 : 1 > ...}};
   return kTiles[panels - 1][(columns - 1) / 2];
 }
 
@@ -133,7 +133,7 @@ void Products(const double* a, unsigned columns, const double* b, unsigned panel
 }
 
 template <class Set, unsigned... kHalf>
-auto DiagonalTileOf(unsigned columns, std::integer_sequence<unsigned, kHalf...>) {
+auto DiagonalTileOf(unsigned columns, std::integer_sequence<unsigned, kHalf...> /*all*/) {
   using Tile = void (*)(const double*, const double*, std::size_t, double*);
   constexpr Tile kTiles[] = {DiagonalTile<Set, 2 * (kHalf + 1)>...};
   return kTiles[(columns - 1) / 2];
@@ -149,24 +149,24 @@ void DiagonalProducts(const double* a, unsigned columns, const double* b, std::s
 template <class Set, unsigned kPanels, bool kWeighted>
 void PanelSquareSums(const double* panels, std::size_t stride, std::size_t rows,
                      const double* weights, double* sums) {
-  constexpr unsigned kPanel = Set::kPanel;
-  constexpr unsigned kParts = kPanel / Set::kLanes;
-  constexpr unsigned kVectors = kPanels * kParts;
+  constexpr std::size_t kPanel = Set::kPanel;
+  constexpr std::size_t kParts = kPanel / Set::kLanes;
+  constexpr std::size_t kVectors = kPanels * kParts;
   Vector<Set> sum[kVectors];
 #pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
+  for (std::size_t v = 0; v < kVectors; ++v) {
     sum[v] = Load<Set>(sums + v * Set::kLanes);
   }
   for (std::size_t row = 0; row < rows; ++row) {
 #pragma GCC unroll 8
-    for (unsigned v = 0; v < kVectors; ++v) {
+    for (std::size_t v = 0; v < kVectors; ++v) {
       const Vector<Set> x =
           Load<Set>(panels + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
       sum[v] = (kWeighted ? weights[row] * x : x) * x + sum[v];
     }
   }
 #pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
+  for (std::size_t v = 0; v < kVectors; ++v) {
     Store<Set>(sum[v], sums + v * Set::kLanes);
   }
 }

@@ -7,7 +7,7 @@
 namespace velmor::ordered {
 
 extern const Engine kBaseline;
-extern const Engine kAvx2;    // x86-64 only, like the next
+extern const Engine kAvx2;  // x86-64 only, like the next
 extern const Engine kAvx512;
 
 }  // namespace velmor::ordered

@@ -14,12 +14,10 @@ namespace velmor::ordered {
 
 template <class Set, unsigned kLanes = Set::kLanes>
 struct VectorOf {
-  // Lane by lane, each rounded as a scalar is. A comparison has -1 in a lane where it holds, else 0.
+  // Lane by lane, each rounded as a scalar is. A comparison has -1 in a lane where it holds, else
+  // 0.
   using Type [[gnu::vector_size(kLanes * sizeof(double))]] = double;
   using Mask [[gnu::vector_size(kLanes * sizeof(double))]] = std::int64_t;
-  // The same where it lies in memory: among doubles, with their alignment.
-  using InMemory [[gnu::vector_size(kLanes * sizeof(double)), gnu::aligned(sizeof(double)),
-                   gnu::may_alias]] = double;
 };
 
 template <class Set, unsigned kLanes = Set::kLanes>
@@ -27,14 +25,28 @@ using Vector = typename VectorOf<Set, kLanes>::Type;
 template <class Set>
 using Mask = typename VectorOf<Set>::Mask;
 
+// From and to anywhere among doubles.
 template <class Set, unsigned kLanes = Set::kLanes>
 [[gnu::always_inline]] inline Vector<Set, kLanes> Load(const double* x) {
-  return *reinterpret_cast<const typename VectorOf<Set, kLanes>::InMemory*>(x);
+  Vector<Set, kLanes> vector;
+  __builtin_memcpy(&vector, x, sizeof(vector));
+  return vector;
 }
 
 template <class Set, unsigned kLanes = Set::kLanes>
 [[gnu::always_inline]] inline void Store(Vector<Set, kLanes> vector, double* x) {
-  *reinterpret_cast<typename VectorOf<Set, kLanes>::InMemory*>(x) = vector;
+  __builtin_memcpy(x, &vector, sizeof(vector));
+}
+
+// A mask is kept among doubles as the bits that it is.
+template <class Set>
+[[gnu::always_inline]] inline Mask<Set> LoadMask(const double* x) {
+  return __builtin_bit_cast(Mask<Set>, Load<Set>(x));
+}
+
+template <class Set>
+[[gnu::always_inline]] inline void StoreMask(Mask<Set> mask, double* x) {
+  Store<Set>(__builtin_bit_cast(Vector<Set>, mask), x);
 }
 
 template <class Set, unsigned kLanes = Set::kLanes>
@@ -42,8 +54,8 @@ template <class Set, unsigned kLanes = Set::kLanes>
   return x - Vector<Set, kLanes>{};  // x - 0 is x for every x, -0 too
 }
 
-// sum + term where the mask holds, the sum elsewhere. A running sum that began at +0 is never -0, so
-// adding +0 leaves it as it is, to the bit: what a set without masked additions does.
+// sum + term where the mask holds, the sum elsewhere. A running sum that began at +0 is never -0,
+// so adding +0 leaves it as it is, to the bit: what a set without masked additions does.
 template <class Set>
 [[gnu::always_inline]] inline Vector<Set> AddWhere(Mask<Set> mask, Vector<Set> term,
                                                    Vector<Set> sum) {
@@ -65,8 +77,8 @@ template <class Set>
 // A step of a transposition: of every square of 2 by 2 blocks of `kStep` lanes, the two off the
 // diagonal change places.
 template <class Set, unsigned kStep, unsigned... kLane>
-[[gnu::always_inline]] inline void ExchangeBlocks(Vector<Set> (&v)[Set::kLanes],
-                                                  std::integer_sequence<unsigned, kLane...>) {
+[[gnu::always_inline]] inline void ExchangeBlocks(
+    Vector<Set> (&v)[Set::kLanes], std::integer_sequence<unsigned, kLane...> /*all*/) {
   constexpr unsigned kLanes = Set::kLanes;
 #pragma GCC unroll 8
   for (unsigned i = 0; i < kLanes; ++i) {
@@ -75,8 +87,8 @@ template <class Set, unsigned kStep, unsigned... kLane>
       const Vector<Set> lower = v[i + kStep];
       v[i] = __builtin_shufflevector(upper, lower,
                                      ((kLane & kStep) ? kLanes + kLane - kStep : kLane)...);
-      v[i + kStep] = __builtin_shufflevector(
-          upper, lower, ((kLane & kStep) ? kLanes + kLane : kLane + kStep)...);
+      v[i + kStep] = __builtin_shufflevector(upper, lower,
+                                             ((kLane & kStep) ? kLanes + kLane : kLane + kStep)...);
     }
   }
 }

@@ -46,7 +46,7 @@ struct Memory {
   void Free() {
     while (top != nullptr) {
       Block* const below = top->below;
-      ::operator delete(top, std::align_val_t{kAlignment});
+      ::operator delete (top, std::align_val_t{kAlignment});
       top = below;
     }
   }
@@ -71,7 +71,7 @@ Workspace::~Workspace() {
     // One block as large as all of them, so that the next time it is enough.
     const std::size_t size = memory.Size();
     memory.Free();
-    memory.Push(::operator new(sizeof(Block) + size, std::align_val_t{kAlignment}, std::nothrow),
+    memory.Push(::operator new (sizeof(Block) + size, std::align_val_t{kAlignment}, std::nothrow),
                 size);
   } else {
     memory.top->used = 0;
@@ -82,9 +82,10 @@ void* Workspace::TakeBytes(std::size_t bytes) {
   const std::size_t size = (bytes + kAlignment - 1) / kAlignment * kAlignment;
   if (memory.top == nullptr || memory.top->size - memory.top->used < size) {
     const std::size_t blockSize = std::max(size, memory.Size());  // doubles what there is
-    memory.Push(::operator new(sizeof(Block) + blockSize, std::align_val_t{kAlignment}), blockSize);
+    memory.Push(::operator new (sizeof(Block) + blockSize, std::align_val_t{kAlignment}),
+                blockSize);
   }
-  std::byte* const begin = reinterpret_cast<std::byte*>(memory.top + 1);
+  auto* const begin = static_cast<std::byte*>(static_cast<void*>(memory.top + 1));
   void* const taken = begin + memory.top->used;
   memory.top->used += size;
   return taken;

@@ -23,7 +23,7 @@ class Workspace {
   }
 
  private:
-  void* TakeBytes(std::size_t bytes);
+  static void* TakeBytes(std::size_t bytes);
 
   struct Block* _top;  // where the thread's memory stood before
   std::size_t _used;

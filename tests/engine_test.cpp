@@ -1,0 +1,506 @@
+// Every result of every accumulator has the bits of the plain loops, with every engine of the
+// machine: shapes around the edges of panels, tiles and blocks of rows; kinds of values, weights,
+// missing values and groups.
+#include "ordered/engine.h"
+
+#include "definition.h"
+#include "support.h"
+
+#include <array>
+#include <sstream>
+
+namespace velmor::test {
+namespace {
+
+class EngineTest : public testing::TestWithParam<const ordered::Engine*> {
+ protected:
+  void SetUp() override {
+    ordered::Use(*GetParam());
+    ASSERT_EQ(&ordered::Active(), GetParam());
+  }
+  void TearDown() override { ordered::Use(*ordered::Available().back()); }
+};
+
+// Where a value stands in its batch.
+struct Place {
+  int row, rows, column, columns;
+  unsigned int batch;
+
+  bool IsMiddle() const { return row == rows / 2; }
+  // By chance, the same for all columns of a class.
+  bool Coin(int ofClass, unsigned int percent) const {
+    auto hash = (batch * 31U + static_cast<unsigned int>(ofClass)) * 2654435761U +
+                static_cast<unsigned int>(row) * 2246822519U;
+    hash = (hash ^ (hash >> 15U)) * 2246822507U;
+    return (hash ^ (hash >> 13U)) % 100 < percent;
+  }
+};
+
+struct Values {
+  const char* name;
+  double (*value)(const Place& at, double u);  // u is drawn from 0 to 1
+};
+
+// A constant column keeps those beside it in the loop that looks for ends of leading runs.
+bool IsConstant(const Place& at) { return at.column % 32 == 20; }
+
+double LeadingRun(const Place& at, double u) {
+  constexpr int kLengths[] = {1, 129, 2, 7, 128, 8, 127};
+  const bool isRun = IsConstant(at) || at.row < kLengths[at.column % 7];
+  return isRun ? 0.1 * (at.column + 1) : std::round(8. * u) / 10.;
+}
+
+double SignedZero(const Place& at, double u) {
+  const double zero = u < 0.5 ? 0. : -0.;
+  const double other[] = {-u, u, u - 0.5};  // zeros tie as largest, as smallest, as neither
+  return IsConstant(at) || at.row < 5 || std::fmod(u, 0.1) < 0.02 ? zero : other[at.column % 3];
+}
+
+double Subnormal(const Place& at, double u) {
+  constexpr double kScales[] = {1., 1e-154, 1e-309};
+  return kScales[at.column % 3] * (u - 0.5);
+}
+
+double Large(const Place& at, double u) {
+  const double values[] = {1e308 * (u + 0.5), u, -u, 1e308 * (3. * u - 1.5)};
+  return values[at.column % 4];
+}
+
+double NotFinite(const Place& at, double u) {
+  const int kind = at.column % 8;
+  if (at.row < 3 && kind == 4) {
+    return -kInf;
+  }
+  if (at.IsMiddle() && kind == 3) {
+    return kInf;
+  }
+  return (at.row == 0 && kind == 1) || (at.IsMiddle() && kind == 6) ? kNaN : u;
+}
+
+const Values kValues[] = {
+    {"uniform", [](const Place&, double u) { return u - 0.5; }},
+    {"leading runs, then ties", LeadingRun},
+    {"zeros of both signs", SignedZero},
+    {"subnormal numbers", Subnormal},
+    {"sums that overflow", Large},
+    {"large means", [](const Place&, double u) { return 1e8 + u; }},
+    {"infinities and NaNs", NotFinite},
+};
+
+struct Weights {
+  const char* name;
+  bool weighted, regWeighted;
+  bool hasWeightlessBatches;
+};
+
+const Weights kWeights[] = {
+    {"no weights", false, false, false},        {"case weights", true, false, false},
+    {"regression weights", false, true, false}, {"both weights", true, true, false},
+    {"weightless batches", true, true, true},
+};
+// Which batches weigh nothing, a bit each. Such cases have no mean: listwise accumulators leave
+// these batches out and plain sums do not mind, but pairwise ones leave out only a whole part.
+using BatchSets = std::vector<unsigned int>;
+const BatchSets kAnyWeightless{1, 2, 4, 3};
+const BatchSets kWeightlessPart{4};
+
+// Three batches: two for one accumulator and one for another.
+struct Scenario {
+  std::string name;
+  unsigned int number;
+  int columns;
+  std::vector<Cases> batches;
+};
+
+// Some weights are negative or zero. Beside values that are not finite there are some such weights.
+Cases RandomCases(const Values& values, const Weights& weights, Place at, std::mt19937& random) {
+  const auto draw = [&random] { return std::uniform_real_distribution<double>(0., 1.)(random); };
+  Cases cases;
+  const auto weigh = [&](bool isWanted, double special, Doubles& all) {
+    const bool isSpecial =
+        values.value == NotFinite && at.columns % 2 == 0 && at.row == at.rows - 1;
+    if (const double u = draw(); isWanted) {
+      all.push_back(isSpecial ? special : u < 0.1 ? 0. : 2. * u - 0.4);
+    }
+  };
+  for (at.row = 0; at.row < at.rows; ++at.row) {
+    weigh(weights.weighted, kInf, cases.weights);
+    weigh(weights.regWeighted, kNaN, cases.regWeights);
+    auto& row = cases.rows.emplace_back();
+    for (at.column = 0; at.column < at.columns; ++at.column) {
+      row.push_back(values.value(at, draw()));
+    }
+  }
+  return cases;
+}
+
+// Calls test(scenario) for each shape, with values, weights and rows that go on from turn to turn.
+template <class Test>
+void ForEachShape(unsigned int turn, const BatchSets& weightless, Test test) {
+  constexpr int kColumns[] = {1,  2,  3,  4,  5,  7,  8,  9,  11, 12, 13, 15,
+                              16, 17, 23, 24, 25, 31, 32, 33, 40, 65, 324};
+  constexpr int kRows[] = {1,  2,  3,  4,   5,   7,   8,   9,   15,  16, 17,
+                           63, 64, 65, 127, 128, 129, 255, 256, 257, 300};
+  constexpr int kFewRows[] = {40, 1, 9};
+  for (unsigned int shape = 0; shape < std::size(kColumns); ++shape) {
+    const unsigned int number = turn + shape;
+    const bool isWide = kColumns[shape] > 40;
+    if (isWide && number % 6 != 0) {
+      continue;
+    }
+    const Values& values = kValues[number % std::size(kValues)];
+    const Weights& weights = kWeights[number % std::size(kWeights)];
+    Scenario s{values.name, number, kColumns[shape], {}};
+    s.name +=
+        std::string(", ") + weights.name + ", " + std::to_string(s.columns) + " columns, rows";
+    std::mt19937 random(number);
+    for (const unsigned int batch : {0U, 1U, 2U}) {
+      const int rows =
+          isWide ? kFewRows[batch] : kRows[(5 * shape + 8 * batch + turn) % std::size(kRows)];
+      s.name += ' ' + std::to_string(rows);
+      Cases cases = RandomCases(values, weights, {0, rows, 0, s.columns, batch}, random);
+      if (weights.hasWeightlessBatches && (weightless[number % weightless.size()] >> batch & 1U)) {
+        s.name += " (weightless)";
+        std::fill(cases.weights.begin(), cases.weights.end(), 0.);
+      }
+      s.batches.push_back(std::move(cases));
+    }
+    SCOPED_TRACE(s.name);
+    test(std::move(s));
+  }
+}
+
+// What an accumulator's accessors return, each with its name. Without a positive weight they may
+// only be asked for totals.
+struct Result {
+  const char* what;
+  int i, j;
+  double value;
+};
+
+struct Results : std::vector<Result> {
+  template <class Fields>
+  void Add(const char* what, int i, int j, const Fields& values) {
+    for (const double value : values) {
+      push_back({what, i, j, value});
+    }
+  }
+};
+
+template <class Accumulator, class Column, class Pair>
+Results ReadBlock(const Accumulator& a, const Block& block, Column column, Pair pair) {
+  Results results;
+  results.Add("total", 0, 0,
+              std::array{static_cast<double>(a.NRows()), a.WeightSum(), a.RegWeightSum()});
+  if (0. < a.WeightSum()) {
+    using Number = std::conditional_t<std::is_base_of_v<MatrixBase, Accumulator>, int, unsigned>;
+    for (int c = block.col0; c < block.col2; ++c) {
+      results.Add("column", c, c, column(static_cast<Number>(c)));
+    }
+    block.ForEachPair([&](int i, int j) {
+      results.Add("pair", i, j, pair(static_cast<Number>(i), static_cast<Number>(j)));
+    });
+  }
+  return results;
+}
+
+template <class Accumulator>
+Results ReadListwise(const Accumulator& a, const Block& block) {
+  const auto column = [&a](auto c) {
+    if constexpr (requires { a.Min(c); }) {
+      return std::array{a.Mean(c), a.CCP(c, c), a.Min(c), a.Max(c)};
+    } else {
+      return std::array{a.Mean(c), a.CCP(c, c)};
+    }
+  };
+  return ReadBlock(a, block, column, [&a](auto i, auto j) { return std::array{a.CCP(i, j)}; });
+}
+
+template <class Accumulator>
+Results ReadPairwise(const Accumulator& a, const Block& block) {
+  return ReadBlock(
+      a, block, [&a](auto c) { return Fields(a.Var(c)); },
+      [&a](auto i, auto j) { return PairFields(a.Pair(i, j)); });
+}
+
+template <class Accumulator>
+Results ReadSums(const Accumulator& a) {
+  Results results{
+      {{"total", 0, 0, static_cast<double>(a.NRows())}, {"total", 1, 1, a.WeightSum()}}};
+  if (!(0. < a.WeightSum())) {
+    return results;
+  }
+  if constexpr (requires { a.sumW(0); }) {
+    for (int g = 0; g < a.NGroup(); ++g) {
+      results.push_back({"weight of group", g, g, a.sumW(g)});
+    }
+    for (int c = 0; c < a.NVar(); ++c) {
+      for (int g = 0; g < a.NGroup(); ++g) {
+        results.push_back({"sum of group and column", g, c, a.sumX1(g, c)});
+      }
+      for (int g = 0; g < a.NGroup(); ++g) {
+        results.push_back({"square sum of group and column", g, c, a.sumX2(g, c)});
+      }
+    }
+    Block{0, 0, a.NVar()}.ForEachPair([&](int i, int j) {
+      results.push_back({"pair", i, j, a.TSSP(i, j)});
+    });
+  } else {
+    const int items = (a.NVar() + 1) * (a.NVar() + 2) / 2;
+    for (int g = 0; g < a.NGroup(); ++g) {
+      for (int item = 0; item < items; ++item) {
+        results.push_back({"group and item", g, item, a.TSSP(item, g)});
+      }
+    }
+  }
+  return results;
+}
+
+void ExpectSame(const Results& results, const Doubles& expected, bool isPositive) {
+  ASSERT_TRUE(results.size() == expected.size() || !isPositive);
+  for (std::size_t k = 0; k < results.size(); ++k) {
+    const Result& r = results[k];
+    if (Bits(r.value) != Bits(expected[k])) {
+      std::ostringstream message;
+      message << r.what << ' ' << r.i << ", " << r.j << " (result " << k << ") is " << std::hexfloat
+              << r.value << ", not " << expected[k];
+      FAIL() << message.str();
+    }
+  }
+}
+
+template <class Batch>
+void ExpectSameCases(Batch& batch, Batch& expected) {
+  const auto bits = [&batch](const double* x) {
+    return Bits(x ? Doubles(x, x + batch.NRows()) : Doubles());
+  };
+  for (unsigned int c = 0; c < batch.NColumns(); ++c) {
+    ASSERT_EQ(bits(batch.Column(c)), bits(expected.Column(c))) << "batch column " << c;
+  }
+  ASSERT_EQ(bits(batch.Weights()), bits(expected.Weights()));
+  if constexpr (requires { batch.RegWeights(); }) {
+    ASSERT_EQ(bits(batch.RegWeights()), bits(expected.RegWeights()));
+  }
+}
+
+// The scenario's batches, accumulated in two parts that are then merged, give what the definition
+// gives.
+//   make, makeBatch  an empty accumulator, a batch of cases
+//   read             an accumulator's results
+template <class Definition, class Make, class MakeBatch, class Read>
+void ExpectDefined(const char* name, const Scenario& scenario, const Definition& empty, Make make,
+                   MakeBatch makeBatch, Read read) {
+  SCOPED_TRACE(name);
+  const auto whole = make();
+  Definition wholeDefinition = empty;
+  const auto accumulate = [&](std::size_t from, std::size_t to) {
+    const auto part = make();
+    Definition definition = empty;
+    for (std::size_t i = from; i < to; ++i) {
+      SCOPED_TRACE("batch " + std::to_string(i));
+      const auto batch = makeBatch(scenario.batches[i]);
+      const auto plain = makeBatch(scenario.batches[i]);
+      *part += *batch;
+      definition.Add(*plain);
+      ExpectSame(read(*part), definition.Results(), 0. < part->WeightSum());
+      ExpectSameCases(*batch, *plain);
+    }
+    *whole += *part;
+    wholeDefinition.Merge(definition);
+  };
+  accumulate(0, 2);
+  accumulate(2, 3);
+  SCOPED_TRACE("merged");
+  ExpectSame(read(*whole), wholeDefinition.Results(), true);
+}
+
+// A batch of the cases, full or with room for more.
+std::unique_ptr<DataBatch> Filled(const Cases& cases) {
+  constexpr std::size_t kRoom[] = {0, 1, 37};
+  const std::size_t rows = cases.rows.size();
+  const double weight = 0.;
+  const unsigned int group = 0;
+  auto batch = std::make_unique<DataBatch>(
+      static_cast<unsigned int>(cases.rows[0].size()),
+      static_cast<unsigned int>(rows + kRoom[rows % 3]), cases.weights.empty() ? nullptr : &weight,
+      cases.regWeights.empty() ? nullptr : &weight, cases.groups.empty() ? nullptr : &group);
+  for (const auto& row : cases.rows) {
+    batch->AddRow(row.data());
+  }
+  std::copy(cases.weights.begin(), cases.weights.end(), batch->Weights());
+  std::copy(cases.regWeights.begin(), cases.regWeights.end(), batch->RegWeights());
+  std::copy(cases.groups.begin(), cases.groups.end(), batch->Groups());
+  return batch;
+}
+
+// The accumulators of one family: over all columns, over some in the middle, and over two ranges.
+// `code` is the missing code, where there is one.
+template <class Definition, class Matrix, class Symmetric, class Rectangular, class Read,
+          class... Code>
+void ExpectFamily(const Scenario& s, Read read, Code... code) {
+  const auto expect = [&](const char* name, const Block& block, bool hasExtremes, auto make) {
+    ExpectDefined(name, s, Definition(block, hasExtremes, code...), make, Filled,
+                  [&](const auto& a) { return read(a, block); });
+  };
+  const Block whole{0, 0, s.columns};
+  const Block b{s.columns / 5, s.columns / 5, s.columns - s.columns / 7};
+  Block r{s.number % 2 == 0 ? 0 : b.col0, 0, b.col2};
+  r.col1 = r.col0 + 1 + static_cast<int>(s.number) % std::max(1, r.col2 - r.col0 - 1);
+  expect("matrix", whole, false, [&] { return std::make_unique<Matrix>(code...); });
+  expect("symmetric", whole, true, [&] { return std::make_unique<Symmetric>(code...); });
+  expect("symmetric block", b, true,
+         [&] { return std::make_unique<Symmetric>(code..., b.col0, b.col2); });
+  if (r.col1 < r.col2) {
+    expect("rectangular", r, true,
+           [&] { return std::make_unique<Rectangular>(code..., r.col0, r.col1, r.col2); });
+  }
+}
+
+TEST_P(EngineTest, ListwiseResultsAreThoseOfThePlainLoops) {
+  for (unsigned int turn = 0; turn < std::size(kValues) * std::size(kWeights); ++turn) {
+    ForEachShape(turn, kAnyWeightless, [](const Scenario& s) {
+      ExpectFamily<ListwiseDefinition, MatrixListwise, SMatrixListwise, NSMatrixListwise>(
+          s, [](const auto& a, const Block& block) { return ReadListwise(a, block); });
+    });
+  }
+}
+
+// Classes of 1, 2, 3, 4, 5 and 9 columns, scattered.
+int MixedClass(int column) {
+  constexpr int kEnds[] = {1, 3, 6, 10, 15, 24};
+  return static_cast<int>(std::upper_bound(kEnds, std::end(kEnds), column * 7 % 24) - kEnds) +
+         column / 24 * 6;
+}
+
+struct Pattern {
+  const char* name;
+  double missingCode;
+  bool (*isMissing)(const Place& at);
+};
+
+// The third one and every sixth after it are met by the most columns.
+const Pattern kPatterns[] = {
+    {"nothing", -99., [](const Place&) { return false; }},
+    {"one value", -99.,
+     [](const Place& at) { return at.IsMiddle() && at.column == at.columns / 2; }},
+    {"some of every column", -99., [](const Place& at) { return at.Coin(at.column, 10); }},
+    {"some of a third of the columns", -99.,
+     [](const Place& at) { return at.column % 3 == 1 && at.Coin(at.column, 20); }},
+    {"by blocks of 8 columns", -99., [](const Place& at) { return at.Coin(at.column / 8, 20); }},
+    {"a column", -99., [](const Place& at) { return at.column == at.columns / 2; }},
+    {"by interleaved groups", -99., [](const Place& at) { return at.Coin(at.column % 3, 20); }},
+    {"half by classes", -99., [](const Place& at) { return at.Coin(MixedClass(at.column), 50); }},
+    {"by classes", -99., [](const Place& at) { return at.Coin(MixedClass(at.column), 15); }},
+    {"most columns of two batches", -99.,
+     [](const Place& at) { return at.batch != 1 && at.column % 4 != 0; }},
+    {"two columns never together", -99.,
+     [](const Place& at) { return at.column == (at.row % 2 == 0 ? 0 : at.columns - 1); }},
+    {"first rows", -99., [](const Place& at) { return at.row < 1 + at.column % 9; }},
+    {"last rows", -99., [](const Place& at) { return at.rows - at.row < 2 + at.column % 9; }},
+    {"one of the last rows", -99.,
+     [](const Place& at) { return at.rows - at.row == 1 + at.column % 5; }},
+    {"code infinity", kInf, [](const Place& at) { return at.Coin(at.column / 4, 20); }},
+    {"code NaN", kNaN, [](const Place& at) { return at.Coin(at.column, 2); }},
+    {"code 0", 0., [](const Place& at) { return at.Coin(at.column, 20); }},
+    {"200 first rows", -99., [](const Place& at) { return at.column % 3 != 2 && at.row < 200; }},
+};
+
+// A missing zero has either sign.
+void Lose(const Pattern& pattern, Scenario& s) {
+  Place at{0, 0, 0, s.columns, 0};
+  for (Cases& cases : s.batches) {
+    at.rows = static_cast<int>(cases.rows.size());
+    at.row = 0;
+    for (auto& row : cases.rows) {
+      at.column = 0;
+      for (double& value : row) {
+        if (pattern.isMissing(at)) {
+          value = pattern.missingCode == 0. && at.row % 2 == 0 ? -0. : pattern.missingCode;
+        }
+        ++at.column;
+      }
+      ++at.row;
+    }
+    ++at.batch;
+  }
+}
+
+TEST_P(EngineTest, PairwiseResultsAreThoseOfThePlainLoops) {
+  unsigned int turn = 0;
+  for (const Pattern& pattern : kPatterns) {
+    SCOPED_TRACE(std::string("missing: ") + pattern.name);
+    ForEachShape(turn++, kWeightlessPart, [&pattern](Scenario s) {
+      Lose(pattern, s);
+      ExpectFamily<PairwiseDefinition, MatrixPairwise, SMatrixPairwise, NSMatrixPairwise>(
+          s, [](const auto& a, const Block& block) { return ReadPairwise(a, block); },
+          pattern.missingCode);
+    });
+  }
+}
+
+struct Grouping {
+  const char* name;
+  unsigned int groups;
+  unsigned int (*group)(unsigned int row, unsigned int rows, unsigned int draw);
+};
+
+template <class Accumulator, class Batch, class MakeBatch>
+void ExpectGroupedSums(const Grouping& grouping, unsigned int turn, unsigned int nGroups,
+                       MakeBatch makeBatch) {
+  SCOPED_TRACE(grouping.name);
+  ForEachShape(turn, kAnyWeightless, [&](Scenario s) {
+    std::mt19937 random(s.number);
+    for (Cases& cases : s.batches) {
+      const auto rows = static_cast<unsigned int>(cases.rows.size());
+      for (unsigned int row = 0; row < rows; ++row) {
+        cases.groups.push_back(
+            grouping.group(row, rows, static_cast<unsigned int>(random() % 900)));
+      }
+    }
+    ExpectDefined(
+        "sums", s, SumsDefinition<Batch>(nGroups),
+        [&] { return std::make_unique<Accumulator>(static_cast<int>(nGroups), s.columns); },
+        makeBatch, ReadSums<Accumulator>);
+  });
+}
+
+TEST_P(EngineTest, DiscriminantSumsAreThoseOfThePlainLoops) {
+  const Grouping groupings[] = {
+      {"one group", 1, [](auto, auto, auto) { return 0U; }},
+      {"one of five groups", 5, [](auto, auto, auto) { return 3U; }},
+      {"five groups", 5, [](auto, auto, auto draw) { return draw % 5; }},
+      {"five groups, sorted", 5, [](auto row, auto rows, auto) { return row * 5 / rows; }},
+      {"300 groups", 300, [](auto, auto, auto draw) { return draw % 300; }},
+      {"300 groups, sorted", 300, [](auto row, auto, auto) { return row; }},
+  };
+  unsigned int turn = 0;
+  for (const Grouping& grouping : groupings) {
+    ExpectGroupedSums<DiscriminantMatrix, DataBatch>(grouping, turn++, grouping.groups, Filled);
+  }
+}
+
+TEST_P(EngineTest, IndividualSumsAreThoseOfThePlainLoops) {
+  const Grouping groupings[] = {
+      {"one group", 1, [](auto, auto, auto) { return 0U; }},
+      {"three groups", 3, [](auto, auto, auto draw) { return draw % 3; }},
+      {"some groups empty", 9, [](auto, auto, auto draw) { return draw % 3 * 3; }},
+      {"groups of one case", 26,
+       [](auto row, auto, auto) { return row < 20 ? 19 - row : 20 + row % 3; }},
+      {"one case elsewhere", 5, [](auto row, auto, auto) { return row == 5 ? 1U : 2U; }},
+  };
+  unsigned int turn = 0;
+  for (const Grouping& grouping : groupings) {
+    const auto makeBatch = [&grouping](const Cases& cases) {
+      return GroupedBatch(cases, static_cast<unsigned int>(cases.rows[0].size()), grouping.groups);
+    };
+    // The accumulator knows a group more than the batches.
+    ExpectGroupedSums<DiscIndividualMatrix, DataBatchByGroup>(grouping, turn++, grouping.groups + 1,
+                                                              makeBatch);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, EngineTest, testing::ValuesIn(ordered::Available()),
+                         [](const auto& test) { return std::string(test.param->name); });
+
+}  // namespace
+}  // namespace velmor::test
