@@ -20,8 +20,9 @@ class BatchReader {
   }
 };
 
-// Batch columns [from, to), from < to. Asserts that the batch has the first of them.
+// Batch columns [from, to), from < to. Asserts that the batch has them.
 inline ordered::Columns Block(DataBatch& batch, int from, int to) {
+  BatchReader::Column(batch, static_cast<unsigned int>(to - 1));
   double* const first = BatchReader::Column(batch, static_cast<unsigned int>(from));
   return {first, batch.MaxRows(), static_cast<std::size_t>(to - from)};
 }

@@ -54,7 +54,6 @@ class MeanMerge {
     }
   }
 
-  double operator[](std::size_t i) { return _means[i]; }
   // The distances of the means from i on.
   ordered::Shifts Shifts(std::size_t i) const { return {_shiftsA + i, _shiftsB + i}; }
 

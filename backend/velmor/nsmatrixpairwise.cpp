@@ -20,7 +20,7 @@ struct NSMatrixPairwise::Data : PairwiseBlock {
 void NSMatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   VELMOR_ASSERT(0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2);
-  Block(data, _col2 - 1, _col2);  // asserts that the batch has it
+  Block(data, _col0, _col2);  // asserts that the batch has them
   MakeRecords(_col2 - _col0, std::int64_t{_col1 - _col0} * (_col2 - _col1));
   _hasRegWeights = data.HasRegWeights();
   Update(data);

@@ -61,6 +61,17 @@ void AddTotals(Data& my, DataBatch& batch) {
   }
 }
 
+// Whether a record is a count and the seven doubles of PairStatData, each in its place.
+template <class Record>
+constexpr bool IsPairRecord() {
+  constexpr std::size_t kSize = sizeof(double);
+  return sizeof(Record) == 8 * kSize && offsetof(Record, _nRows) == 0 &&
+         offsetof(Record, _weightSum) == kSize && offsetof(Record, _regWeightSum) == 2 * kSize &&
+         offsetof(Record, _mean0) == 3 * kSize && offsetof(Record, _mean1) == 4 * kSize &&
+         offsetof(Record, _css0) == 5 * kSize && offsetof(Record, _css1) == 6 * kSize &&
+         offsetof(Record, _cscp) == 7 * kSize;
+}
+
 // Merges pairs into the records of an accumulator, some at a time. What has been added is merged
 // when this ends, at the latest.
 class PairMerges {
@@ -70,13 +81,10 @@ class PairMerges {
   PairMerges& operator=(const PairMerges&) = delete;
   ~PairMerges() { Merge(); }
 
-  // Merges d into the record; nothing if it has no case. Both kinds of records have a count and
-  // the seven doubles of PairStatData, and d stays where it is until it is merged.
+  // Merges d into the record; nothing if it has no case. d stays where it is until it is merged.
   template <class Record, class OfOther>
   void Add(Record& record, const OfOther& d) {
-    static_assert(sizeof(Record) == 8 * sizeof(double) && sizeof(OfOther) == sizeof(Record));
-    static_assert(offsetof(Record, _weightSum) == sizeof(double) &&
-                  offsetof(OfOther, _cscp) == 7 * sizeof(double));
+    static_assert(IsPairRecord<Record>() && IsPairRecord<OfOther>());
     if (d._nRows == 0) {
       return;
     }

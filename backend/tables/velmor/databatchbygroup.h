@@ -41,8 +41,8 @@ class DataBatchByGroup {
 
   // Lays the cases out by group: the cases of group 0 first, then those of group 1, and so on,
   // cases of one group in the order added. Reads only what AddRow wrote, so it can be repeated.
-  // O(NRows() * NColumns() + NGroups()); allocates NGroups() counts. Asserts that the batch has
-  // groups. Throws std::bad_alloc.
+  // O(NRows() * NColumns() + NGroups()); allocates NGroups() counts, and takes an address a row
+  // from the thread's scratch memory. Asserts that the batch has groups. Throws std::bad_alloc.
   void SortByGroup();
 
   // Empties the batch for the next filling, group counts included. O(NGroups()), frees nothing.

@@ -1,5 +1,5 @@
 // avx2.cpp: vectors of four doubles in 16 registers.
-#include "ordered/kernels.h"
+#include "ordered/set.h"
 #include "ordered/sets.h"
 
 namespace velmor::ordered {

@@ -1,5 +1,5 @@
 // avx512.cpp: vectors of eight doubles in 32 registers.
-#include "ordered/kernels.h"
+#include "ordered/set.h"
 #include "ordered/sets.h"
 
 namespace velmor::ordered {

@@ -1,5 +1,5 @@
 // baseline.cpp: vectors of two doubles, which every processor we build for has: SSE2, NEON.
-#include "ordered/kernels.h"
+#include "ordered/set.h"
 #include "ordered/sets.h"
 
 namespace velmor::ordered {

@@ -13,10 +13,6 @@
 namespace velmor::ordered {
 namespace {
 
-// Columns whose panels of a block of rows take less than half of a second-level cache of half a
-// megabyte.
-constexpr unsigned kResidentColumns = 128;
-
 // Calls visit(first row, rows) for each block of rows.
 template <class Visit>
 void ForEachBlock(std::size_t rows, Visit visit) {
@@ -47,34 +43,6 @@ class Tiles {
   double* _cells;
 };
 
-// The tiles of a triangle of panels, row by row.
-std::size_t TriangleTile(std::size_t i, std::size_t j) { return i * (i + 1) / 2 + j; }
-
-// Adds a block of rows to the tiles of all pairs of panels. The panels of a tile's columns stay in
-// the first-level cache while those of its rows come from the second-level cache, where as many
-// rows as are resident stay while all columns pass by.
-void AddTriangle(const Panels& x, std::size_t rows, const Tiles& tiles) {
-  const Engine& engine = x.UsedEngine();
-  const unsigned resident = kResidentColumns / engine.panel;
-  for (unsigned from = 0; from < x.Count(); from += resident) {
-    const unsigned to = std::min(x.Count(), from + resident);
-    for (unsigned j = 0; j < to; j += engine.tilePanels) {
-      for (unsigned i = std::max(from, j); i < to; ++i) {
-        const unsigned end = engine.narrowsDiagonals ? i : i + 1;
-        const unsigned panels = std::min(engine.tilePanels, end - j);
-        if (panels > 0) {
-          engine.Products(x.Weighted(i), x.ColumnsOf(i), x.Values(j), panels, x.Stride(), rows,
-                          tiles.Tile(TriangleTile(i, j)));
-        }
-        if (engine.narrowsDiagonals && panels < engine.tilePanels) {
-          engine.DiagonalProducts(x.Weighted(i), x.ColumnsOf(i), x.Values(i), rows,
-                                  tiles.Tile(TriangleTile(i, i)));
-        }
-      }
-    }
-  }
-}
-
 // The products of all pairs of columns, the cells of row i up to column i + extra - 1 copied one
 // row after the other. Returns the start of the last row.
 //   visit  called with the panels, as they are packed, for each block: (panels, first row, rows)
@@ -87,7 +55,8 @@ double* TriangularProducts(Columns x, const double* means, Cases cases, std::siz
   ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
     panels.Pack(from, rows, means, From(cases.weights, from));
     visit(panels, from, rows);
-    AddTriangle(panels, rows, tiles);
+    AddTriangle(panels.UsedEngine(), x.count, panels.Values(0), panels.Weighted(0), rows,
+                tiles.Tile(0));
   });
   double* row = cells;
   for (std::size_t i = 0; i < x.count; ++i) {
@@ -157,15 +126,21 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
   Panels first(engine, x, cases.weights != nullptr, workspace);
   Panels second(engine, y, false, workspace);
   const Tiles tiles(workspace, engine.panel, std::size_t{first.Count()} * second.Count());
-  auto* const sums = workspace.Take<double>((first.Count() + second.Count()) * lanes);
-  double* const secondSums = sums + first.Count() * lanes;
-  std::fill_n(sums, (first.Count() + second.Count()) * lanes, 0.);
+  // The columns' sums, which nobody asks for, and their sums of squares.
+  const std::size_t sumsSize = (first.Count() + second.Count()) * lanes;
+  auto* const sums = workspace.Take<double>(2 * sumsSize);
+  std::fill_n(sums, 2 * sumsSize, 0.);
+  const auto addSquares = [&](const Panels& panels, std::size_t rows, const double* weights,
+                              double* panelSums) {
+    engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr}, weights,
+                     lanes, panelSums, panelSums + sumsSize);
+  };
   ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
     const double* const weights = From(cases.weights, from);
     first.Pack(from, rows, means, weights);
-    engine.SquareSums(first.Values(0), first.Count(), first.Stride(), rows, weights, sums);
+    addSquares(first, rows, weights, sums);
     second.Pack(from, rows, means + x.count, nullptr);
-    engine.SquareSums(second.Values(0), second.Count(), second.Stride(), rows, weights, secondSums);
+    addSquares(second, rows, weights, sums + first.Count() * lanes);
     for (unsigned j = 0; j < second.Count(); j += engine.tilePanels) {
       const unsigned panelsAtOnce = std::min(engine.tilePanels, second.Count() - j);
       for (unsigned i = 0; i < first.Count(); ++i) {
@@ -174,8 +149,8 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
       }
     }
   });
-  std::copy_n(sums, x.count, squares);
-  std::copy_n(secondSums, y.count, squares + x.count);
+  std::copy_n(sums + sumsSize, x.count, squares);
+  std::copy_n(sums + sumsSize + first.Count() * lanes, y.count, squares + x.count);
   double* row = rectangle;
   for (std::size_t i = 0; i < x.count; ++i, row += y.count) {
     for (std::size_t j = 0; j < y.count; j += lanes) {

@@ -7,7 +7,7 @@ namespace velmor::ordered {
 
 std::vector<const Engine*> Available() {
   std::vector<const Engine*> engines{&kBaseline};
-#ifdef __x86_64__
+#ifdef VELMOR_HAS_X86_SETS
   // Asks the processor, and whether the operating system saves the registers.
   __builtin_cpu_init();
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt")) {

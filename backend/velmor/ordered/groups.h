@@ -1,8 +1,8 @@
 #pragma once
 
-// Sums by group: the columns of panels share a case's group and weight. Contract: engine.h.
+// Sums by group: the columns of panels share a case's group and weight. Contract: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
@@ -24,7 +24,7 @@ void PanelGroupSums(const double* panels, std::size_t stride, Rows rows, const d
     square[v] = Load<Set>(squares + place(v));
   }
   for (std::size_t i = 0; i < rows.count; ++i) {
-    const std::size_t row = rows.list ? rows.list[i] : i;
+    const std::size_t row = RowAt<Set>(rows, i);
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> x =
@@ -48,12 +48,10 @@ void GroupSums(const double* panels, unsigned count, std::size_t stride, Rows ro
   const auto some =
       weights ? PanelGroupSums<Set, kTogether, true> : PanelGroupSums<Set, kTogether, false>;
   const auto one = weights ? PanelGroupSums<Set, 1, true> : PanelGroupSums<Set, 1, false>;
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    (takesSome ? some : one)(panels + p * stride, stride, rows, weights, sumsStride,
-                             sums + p * sumsStride, squares + p * sumsStride);
-    p += takesSome ? kTogether : 1;
-  }
+  TakePanels<Set, kTogether>(count, some, one, [=](auto take, std::size_t p) {
+    take(panels + p * stride, stride, rows, weights, sumsStride, sums + p * sumsStride,
+         squares + p * sumsStride);
+  });
 }
 
 }  // namespace velmor::ordered

@@ -1,8 +1,8 @@
 #pragma once
 
-// Merges of two results, over cells and over pairs. Contracts: engine.h.
+// Merges of two results, over cells and over pairs. Contracts: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
@@ -113,7 +113,7 @@ void MergePairs(double* const* a, const double* const* b, std::size_t count) {
     MergeSomePairs<Set>(a + i, b + i);
   }
   if (i < count) {
-    // The last few together with copies of the last one, whose results go nowhere.
+    // The last few, and zeros in the lanes that are left, whose results go nowhere.
     double nowhere[PairRecords<Set>::kFields] = {};
     double* someA[Set::kLanes];
     const double* someB[Set::kLanes];

@@ -1,9 +1,9 @@
 #pragma once
 
-// Means and extremes of columns. Contracts: engine.h. A mean's leading run of equal values is a
+// Means and extremes of columns. Contracts: kernels.h. A mean's leading run of equal values is a
 // lane's state; once no lane is in its run any more, the plain loop goes on.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
@@ -16,7 +16,7 @@ struct RowsOfPanels {
   std::size_t stride;
   Rows rows;
 
-  std::size_t Row(std::size_t i) const { return rows.list ? rows.list[i] : i; }
+  std::size_t Row(std::size_t i) const { return RowAt<Set>(rows, i); }
   Vector<Set> Get(std::size_t i, unsigned v) const {
     return Load<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel +
                      v % kParts * Set::kLanes);
@@ -185,45 +185,49 @@ void TakeMoments(const Source& source, std::size_t rows, const double* weights, 
   }
 }
 
-template <class Set>
-void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows rows,
-                  const double* weights, bool isFirst, double* moments) {
-  using Source = RowsOfPanels<Set>;
-  constexpr unsigned kTogether = Set::kMomentPanels;
+// Panel after panel, kTogether at once while there are as many; the first ones take the weights'
+// sum along. sourceAt(p) has the rows from panel p on.
+template <class Set, class Source, unsigned kTogether, class SourceAt>
+void TakeAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, const double* weights,
+                    bool isFirst, double* moments, double* weightSum) {
+  using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
+  constexpr Take kTake[][2] = {
+      {TakeMoments<Set, Source, 1, false, false>,
+       TakeMoments<Set, Source, kTogether, false, false>},
+      {TakeMoments<Set, Source, 1, true, false>, TakeMoments<Set, Source, kTogether, true, false>},
+      {TakeMoments<Set, Source, 1, true, true>, TakeMoments<Set, Source, kTogether, true, true>}};
+  const auto& others = kTake[weights ? 1 : 0];
+  const auto& first = weights && weightSum ? kTake[2] : others;
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
-    (takesSome
-         ? TakeMoments<Set, Source, kTogether, true, false>
-         : TakeMoments<Set, Source, 1, true, false>)({panels + p * stride, stride, rows},
-                                                     rows.count, weights, isFirst,
-                                                     moments + std::size_t{p} * kMomentFields *
-                                                                   Set::kPanel,
-                                                     nullptr);
+    (p == 0 ? first : others)[takesSome ? 1 : 0](
+        sourceAt(p), rows, weights, isFirst,
+        moments + std::size_t{p} * (kMomentFields * Set::kPanel), weightSum);
     p += takesSome ? kTogether : 1;
   }
+}
+
+template <class Set>
+void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows rows,
+                  const double* weights, bool isFirst, double* moments, double* weightSum) {
+  using Source = RowsOfPanels<Set>;
+  TakeAllMoments<Set, Source, Set::kMomentPanels>(
+      count,
+      [=](unsigned p) {
+        return Source{panels + p * stride, stride, rows};
+      },
+      rows.count, weights, isFirst, moments, weightSum);
 }
 
 template <class Set>
 void ColumnMoments(const double* const* columns, unsigned count, std::size_t rows,
                    const double* weights, double* moments, double* weightSum) {
   using Source = RowsOfColumns<Set>;
-  using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
   // Eight columns: as many lines as a set of a first-level cache holds, which columns that are a
   // power of two apart share.
-  constexpr unsigned kTogether = 8 / Set::kPanel;
-  constexpr Take kTake[][2] = {
-      {TakeMoments<Set, Source, kTogether, false, false>,
-       TakeMoments<Set, Source, 1, false, false>},
-      {TakeMoments<Set, Source, kTogether, true, false>, TakeMoments<Set, Source, 1, true, false>},
-      {TakeMoments<Set, Source, kTogether, true, true>, TakeMoments<Set, Source, 1, true, true>}};
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    const bool sumsWeights = p == 0 && weightSum != nullptr;
-    kTake[weights ? (sumsWeights ? 2 : 1) : 0][takesSome ? 0 : 1](
-        {columns + std::size_t{p} * Set::kPanel}, rows, weights, true,
-        moments + std::size_t{p} * kMomentFields * Set::kPanel, weightSum);
-    p += takesSome ? kTogether : 1;
-  }
+  TakeAllMoments<Set, Source, 8 / Set::kPanel>(
+      count, [=](unsigned p) { return Source{columns + std::size_t{p} * Set::kPanel}; }, rows,
+      weights, true, moments, weightSum);
 }
 
 }  // namespace velmor::ordered

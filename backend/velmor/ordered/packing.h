@@ -1,8 +1,8 @@
 #pragma once
 
-// Panels from columns, and centred panels from panels. Contracts: engine.h.
+// Panels from columns, and centred panels from panels. Contracts: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
@@ -71,7 +71,7 @@ void Center(const double* from, Rows rows, const double* centers, const double* 
   for (unsigned first = 0; first < kPanel; first += Set::kLanes) {
     const Vector<Set> center = Load<Set>(centers + first);
     for (std::size_t i = 0; i < rows.count; ++i) {
-      const std::size_t row = rows.list ? rows.list[i] : i;
+      const std::size_t row = RowAt<Set>(rows, i);
       const Vector<Set> centered = Load<Set>(from + row * kPanel + first) - center;
       Store<Set>(centered, panel + i * kPanel + first);
       Store<Set>(Broadcast<Set>(weights[i]) * centered, weighted + i * kPanel + first);

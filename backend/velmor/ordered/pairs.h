@@ -3,9 +3,9 @@
 // Statistics of pairs over the cases in which both variables are present: one variable's rows by
 // the columns of panels. A lane is a pair, and selects its rows by a mask; a term that it leaves
 // out is selected away, since its product with zero is not zero where it is infinite or not a
-// number. Contracts: engine.h.
+// number. Contracts: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {
@@ -84,7 +84,7 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
       const PairVector<Set> pair = y.Pairs(v);
       Vector<Set> sum = pair.Get(kPairCaseWeightSum);
       for (std::size_t i = 0; i < x.rows.count; ++i) {
-        const std::size_t row = x.rows.list[i];
+        const std::size_t row = RowAt<Set>(x.rows, i);
         sum = AddWhere<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row]), sum);
       }
       pair.Put(kPairCaseWeightSum, sum);
@@ -92,7 +92,7 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
   }
   std::size_t i = 0;
   for (; i < x.rows.count && !(i % 4 == 0 && RunsHaveEnded<Set, kVectors>(y)); ++i) {
-    const std::size_t row = x.rows.list[i];
+    const std::size_t row = RowAt<Set>(x.rows, i);
     for (unsigned v = 0; v < kVectors; ++v) {
       TakeRow<Set>(y.Pairs(v), x.values[row], x.weights[row], y.Values(row, v),
                    y.Values(row, v) != missing);
@@ -108,7 +108,7 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
     sum1[v] = y.Pairs(v).Get(kPairSum1);
   }
   for (; i < x.rows.count; ++i) {
-    const std::size_t row = x.rows.list[i];
+    const std::size_t row = RowAt<Set>(x.rows, i);
     const double weight = x.weights[row];
     const Vector<Set> weighted = Broadcast<Set>(weight * x.values[row]);
     if constexpr (kIsComplete) {
@@ -147,12 +147,9 @@ void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsi
       {{PanelPairSums<Set, kTogether, true, false>, PanelPairSums<Set, 1, true, false>},
        {PanelPairSums<Set, kTogether, true, true>, PanelPairSums<Set, 1, true, true>}}};
   const auto& take = kTake[isComplete ? 1 : 0][x.caseWeights ? 1 : 0];
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    take[takesSome ? 0 : 1](
-        x, {panels + p * stride, stride, pairs + std::size_t{p} * kPairFields * Set::kPanel});
-    p += takesSome ? kTogether : 1;
-  }
+  TakePanels<Set, kTogether>(count, take[0], take[1], [&](Take some, std::size_t p) {
+    some(x, {panels + p * stride, stride, pairs + p * (kPairFields * Set::kPanel)});
+  });
 }
 
 // The mean over the cases of these weights; of no case, 0.
@@ -175,9 +172,9 @@ void PairMeans(double* pairs) {
         PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1, kPairEnded1, weightSum);
     pair.Put(kPairMean0, mean0);
     pair.Put(kPairMean1, mean1);
-    for (const unsigned field : {kPairSquares0, kPairSquares1, kPairProducts}) {
-      pair.Put(field, Vector<Set>{});
-    }
+    pair.Put(kPairSquares0, Vector<Set>{});
+    pair.Put(kPairSquares1, Vector<Set>{});
+    pair.Put(kPairProducts, Vector<Set>{});
   }
 }
 
@@ -199,7 +196,7 @@ void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
     products[v] = y.Pairs(v).Get(kPairProducts);
   }
   for (std::size_t i = 0; i < x.rows.count; ++i) {
-    const std::size_t row = x.rows.list[i];
+    const std::size_t row = RowAt<Set>(x.rows, i);
     const double weight = x.weights[row];
     const Vector<Set> x0 = Broadcast<Set>(x.values[row]);
     const Vector<Set> common0 = x0 - mean0[0];
@@ -245,12 +242,9 @@ void PairProducts(const PairVariable& x, bool isFirst, bool isComplete, const do
       {{PanelPairProducts<Set, kTogether, true, false>, PanelPairProducts<Set, 1, true, false>},
        {PanelPairProducts<Set, kTogether, true, true>, PanelPairProducts<Set, 1, true, true>}}};
   const auto& take = kTake[isComplete ? 1 : 0][isFirst ? 1 : 0];
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    take[takesSome ? 0 : 1](
-        x, {panels + p * stride, stride, pairs + std::size_t{p} * kPairFields * Set::kPanel});
-    p += takesSome ? kTogether : 1;
-  }
+  TakePanels<Set, kTogether>(count, take[0], take[1], [&](Take some, std::size_t p) {
+    some(x, {panels + p * stride, stride, pairs + p * (kPairFields * Set::kPanel)});
+  });
 }
 
 }  // namespace velmor::ordered

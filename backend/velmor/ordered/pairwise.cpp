@@ -8,6 +8,7 @@
 // Either way it takes two passes over the rows: the means, then products of distances from them.
 #include "ordered/pairwise.h"
 
+#include "ordered/chains.h"
 #include "ordered/engine.h"
 #include "ordered/panels.h"
 #include "ordered/patterns.h"
@@ -49,8 +50,9 @@ struct Batch {
   const PairwiseCases& cases;
   PairShape shape;
   Patterns patterns;
-  const double* weights;  // the combined ones; all 1 where there are none
-  double* panels;         // of a block of rows, group by group
+  const double* weights;   // the combined ones; all 1 where there are none
+  const double** columns;  // of each panel, group by group, the last one filling its last panel up
+  double* panels;          // of a block of rows
 };
 
 Batch::Batch(const Engine& e, const PairwiseCases& c, PairShape s, Workspace& workspace)
@@ -59,7 +61,16 @@ Batch::Batch(const Engine& e, const PairwiseCases& c, PairShape s, Workspace& wo
       shape(s),
       patterns(e, c, s, workspace),
       weights(c.weights ? c.weights : c.regWeights),
+      columns(workspace.Take<const double*>(std::size_t{patterns.Panels()} * e.panel)),
       panels(workspace.Take<double>(patterns.Panels() * Stride())) {
+  for (const auto groups : {patterns.Wide(), patterns.Others()}) {
+    for (const Group& group : groups) {
+      for (std::size_t i = 0; i < std::size_t{group.panels} * e.panel; ++i) {
+        columns[std::size_t{group.firstPanel} * e.panel + i] =
+            c.columns[group.columns[std::min(i, group.columns.size() - 1)]];
+      }
+    }
+  }
   if (weights == nullptr || HasBothWeights()) {
     auto* const combined = workspace.Take<double>(cases.rows);
     for (std::size_t i = 0; i < cases.rows; ++i) {
@@ -71,19 +82,12 @@ Batch::Batch(const Engine& e, const PairwiseCases& c, PairShape s, Workspace& wo
 
 // Fills the panels of all groups from a block of rows.
 void Batch::Pack(std::size_t from, std::size_t rows) const {
-  for (const auto groups : {patterns.Wide(), patterns.Others()}) {
-    for (const Group& group : groups) {
-      for (unsigned panel = 0; panel < group.panels; ++panel) {
-        std::array<const double*, kMaxPanel> columns{};
-        for (std::size_t i = 0; i < engine.panel; ++i) {
-          const std::size_t place =
-              std::min(std::size_t{panel} * engine.panel + i, group.columns.size() - 1);
-          columns[i] = cases.columns[group.columns[place]] + from;
-        }
-        engine.Pack(columns.data(), rows, nullptr, panels + (group.firstPanel + panel) * Stride(),
-                    nullptr);
-      }
+  for (unsigned panel = 0; panel < patterns.Panels(); ++panel) {
+    std::array<const double*, kMaxPanel> block{};
+    for (std::size_t i = 0; i < engine.panel; ++i) {
+      block[i] = columns[std::size_t{panel} * engine.panel + i] + from;
     }
+    engine.Pack(block.data(), rows, nullptr, panels + panel * Stride(), nullptr);
   }
 }
 
@@ -102,16 +106,7 @@ struct Common {
   double weightSum = 0.;  // of the combined weights
   double caseWeightSum = 0.;
 
-  void Add(const Batch& batch, std::size_t from, Rows some) {
-    rows += some.count;
-    for (std::size_t i = 0; i < some.count; ++i) {
-      weightSum = batch.weights[from + some.list[i]] + weightSum;
-    }
-    for (std::size_t i = 0; batch.HasBothWeights() && i < some.count; ++i) {
-      caseWeightSum = batch.cases.weights[from + some.list[i]] + caseWeightSum;
-    }
-  }
-  // What a record has: of combined weights as of case weights, without case weights the count.
+  // What a record has: the sum of the case weights, without case weights the count.
   double WeightSum(const Batch& batch) const {
     return batch.cases.weights == nullptr ? static_cast<double>(rows)
            : batch.HasBothWeights()       ? caseWeightSum
@@ -119,15 +114,21 @@ struct Common {
   }
 };
 
-// The columns of two patterns, or all pairs of columns of one.
+// The pairs of columns of two patterns, or all pairs of columns of one; and their variables, where
+// they have the same cases as the pairs.
 class PatternTask {
  public:
   // The groups may be the same one.
-  PatternTask(const Batch& batch, const Group& a, const Group& b)
-      : _batch(&batch), _a(&a), _b(&b) {}
+  PatternTask(const Batch& batch, const Group& a, const Group& b, bool hasVariables)
+      : _batch(&batch), _a(&a), _b(&b), _hasVariables(hasVariables) {}
 
   // Doubles of running sums.
-  std::size_t Size() const { return Tiles() + 2 * TileSize() * _a->panels * _b->panels; }
+  std::size_t Size() const {
+    return Tiles() + TileSize() * (IsOnePattern() ? TriangleTile(_a->panels, 0)
+                                                  : std::size_t{2} * _a->panels * _b->panels);
+  }
+  // Whether sums are taken from panels, block by block. A complete pattern's are not.
+  bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
   void Sum(std::size_t from, std::size_t rows, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
   void Multiply(std::size_t from, std::size_t rows, double* sums, double* scratch) const;
@@ -135,21 +136,26 @@ class PatternTask {
 
  private:
   bool IsOnePattern() const { return _a == _b; }
+  bool HasTriangle() const { return IsOnePattern() && !_batch->shape.isRectangle; }
   std::size_t Lanes() const { return _batch->engine.panel; }
   std::size_t Panels() const { return _a->panels + (IsOnePattern() ? 0 : _b->panels); }
   std::size_t TileSize() const { return Lanes() * Lanes(); }
 
-  // Where the sums are: moments of a's columns and then of b's, by panels; one mean and one sum of
-  // squares for each of these; and of each panel of a by each of b two tiles of products, with a's
-  // columns as the pairs' first variables and with b's.
+  // Where the sums are: moments of a's columns and then of b's, by panels; one mean, one sum that
+  // nobody asks for and one sum of squares for each of these; and tiles of products. Of one pattern
+  // these are a triangle. Of two, each panel of a by each of b has a tile with a's columns as the
+  // pairs' first variables and one with b's.
   std::size_t MomentsOf(const Group& group) const {
     return (&group == _a ? 0 : _a->panels) * (kMomentFields * Lanes());
   }
   std::size_t Means() const { return Panels() * kMomentFields * Lanes(); }
-  std::size_t Squares() const { return Means() + Panels() * Lanes(); }
+  std::size_t Sums() const { return Means() + Panels() * Lanes(); }
+  std::size_t Squares() const { return Sums() + Panels() * Lanes(); }
   std::size_t Tiles() const { return Squares() + Panels() * Lanes(); }
   std::size_t Tile(std::size_t i, std::size_t j, bool isFirst) const {
-    return Tiles() + (((isFirst ? 0 : _a->panels) + i) * _b->panels + j) * TileSize();
+    const std::size_t tile =
+        IsOnePattern() ? TriangleTile(i, j) : ((isFirst ? 0 : _a->panels) + i) * _b->panels + j;
+    return Tiles() + tile * TileSize();
   }
   // The place of a group's column among the means and squares.
   std::size_t PlaceOf(const Group& group, std::size_t column) const {
@@ -157,18 +163,26 @@ class PatternTask {
   }
 
   Rows RowsOf(std::size_t from, std::size_t rows, RowList& list) const;
+  void SumColumns(double* sums);
+  // A sum of squares: of a triangle it is on the diagonal.
+  double SquaresAt(const double* sums, std::size_t place) const {
+    const std::size_t panel = place / Lanes();
+    return HasTriangle() ? sums[Tile(panel, panel, true) + place % Lanes() * (Lanes() + 1)]
+                         : sums[Squares() + place];
+  }
   // Whether panel i of a and j of b have a pair of which a's column, or b's, is first.
   bool HasPairs(std::size_t i, std::size_t j, bool isFirst) const;
   void MultiplyPanels(std::size_t rows, const double* values, const double* weighted,
                       double* sums) const;
-  void MultiplyRow(std::size_t i, std::size_t end, bool isFirst, std::size_t rows,
-                   const double* values, const double* weighted, double* sums) const;
-  void EmitVariables(const double* sums, PairwiseSink& sink) const;
+  void MultiplyRow(std::size_t i, bool isFirst, std::size_t rows, const double* values,
+                   const double* weighted, double* sums) const;
+  void EmitVariables(const Group& group, const double* sums, PairwiseSink& sink) const;
   void EmitPair(const double* sums, std::size_t a, std::size_t b, PairwiseSink& sink) const;
 
   const Batch* _batch;
   const Group* _a;
   const Group* _b;
+  bool _hasVariables;
   Common _common;
 };
 
@@ -178,18 +192,37 @@ Rows PatternTask::RowsOf(std::size_t from, std::size_t rows, RowList& list) cons
 }
 
 void PatternTask::Sum(std::size_t from, std::size_t rows, double* sums, double* /*scratch*/) {
+  if (!SumsPanels()) {
+    if (from == 0) {
+      SumColumns(sums);
+    }
+    return;
+  }
   RowList list;
   const Rows some = RowsOf(from, rows, list);
   const bool isFirst = _common.rows == 0;
-  _common.Add(*_batch, from, some);
-  for (const Group* group : {_a, _b}) {
-    _batch->engine.PanelMoments(_batch->panels + group->firstPanel * _batch->Stride(),
-                                group->panels, _batch->Stride(), some, _batch->weights + from,
-                                isFirst, sums + MomentsOf(*group));
-    if (IsOnePattern()) {
-      return;
-    }
+  _common.rows += some.count;
+  for (std::size_t i = 0; _batch->HasBothWeights() && i < some.count; ++i) {
+    _common.caseWeightSum = _batch->cases.weights[from + some.list[i]] + _common.caseWeightSum;
   }
+  const auto take = [&](const Group& group, double* weightSum) {
+    _batch->engine.PanelMoments(_batch->panels + group.firstPanel * _batch->Stride(), group.panels,
+                                _batch->Stride(), some, _batch->weights + from, isFirst,
+                                sums + MomentsOf(group), weightSum);
+  };
+  take(*_a, &_common.weightSum);
+  if (!IsOnePattern()) {
+    take(*_b, nullptr);
+  }
+}
+
+// All rows of a complete pattern.
+void PatternTask::SumColumns(double* sums) {
+  const PairwiseCases& cases = _batch->cases;
+  _common.rows = cases.rows;
+  _common.caseWeightSum = _batch->HasBothWeights() ? ordered::Sum(cases.weights, cases.rows) : 0.;
+  _batch->engine.ColumnMoments(_batch->columns + _a->firstPanel * Lanes(), _a->panels, cases.rows,
+                               _batch->weights, sums + MomentsOf(*_a), &_common.weightSum);
 }
 
 void PatternTask::FinishMeans(double* sums) const {
@@ -218,8 +251,10 @@ void PatternTask::Multiply(std::size_t from, std::size_t rows, double* sums,
     engine.Center(_batch->panels + source * stride, some, sums + Means() + panel * Lanes(),
                   weights.data(), values + panel * stride, weighted + panel * stride);
   }
-  engine.SquareSums(values, static_cast<unsigned>(Panels()), stride, some.count, weights.data(),
-                    sums + Squares());
+  if (!HasTriangle()) {
+    engine.GroupSums(values, static_cast<unsigned>(Panels()), stride, {some.count, nullptr},
+                     weights.data(), Lanes(), sums + Sums(), sums + Squares());
+  }
   MultiplyPanels(some.count, values, weighted, sums);
 }
 
@@ -235,30 +270,29 @@ bool PatternTask::HasPairs(std::size_t i, std::size_t j, bool isFirst) const {
 
 void PatternTask::MultiplyPanels(std::size_t rows, const double* values, const double* weighted,
                                  double* sums) const {
-  for (std::size_t i = 0; i < _a->panels; ++i) {
-    if (IsOnePattern()) {
-      // Up to the diagonal, a's columns are the higher ones.
-      MultiplyRow(i, i + 1, true, rows, values, weighted, sums);
-    } else {
-      MultiplyRow(i, _b->panels, true, rows, values, weighted, sums);
-      MultiplyRow(i, _b->panels, false, rows, values, weighted, sums);
+  if (!IsOnePattern()) {
+    for (std::size_t i = 0; i < _a->panels; ++i) {
+      MultiplyRow(i, true, rows, values, weighted, sums);
+      MultiplyRow(i, false, rows, values, weighted, sums);
     }
+  } else if (HasTriangle()) {
+    AddTriangle(_batch->engine, _a->columns.size(), values, weighted, rows, sums + Tiles());
   }
 }
 
-// Panel i of a by the first `end` of b, where a's columns, or b's, are the pairs' first variables.
-void PatternTask::MultiplyRow(std::size_t i, std::size_t end, bool isFirst, std::size_t rows,
-                              const double* values, const double* weighted, double* sums) const {
+// Panel i of a by those of b, where a's columns, or b's, are the pairs' first variables.
+void PatternTask::MultiplyRow(std::size_t i, bool isFirst, std::size_t rows, const double* values,
+                              const double* weighted, double* sums) const {
   const Engine& engine = _batch->engine;
   const std::size_t stride = _batch->Stride();
-  const std::size_t firstOfB = IsOnePattern() ? 0 : _a->panels;
+  const std::size_t end = _b->panels;
   const auto columns = static_cast<unsigned>(std::min(Lanes(), _a->columns.size() - i * Lanes()));
   for (std::size_t j = 0; j < end; j += engine.tilePanels) {
     const auto panels = static_cast<unsigned>(std::min<std::size_t>(engine.tilePanels, end - j));
     if (HasPairs(i, j, isFirst) || HasPairs(i, j + panels - 1, isFirst)) {
       engine.Products((isFirst ? weighted : values) + i * stride, columns,
-                      (isFirst ? values : weighted) + (firstOfB + j) * stride, panels, stride, rows,
-                      sums + Tile(i, j, isFirst));
+                      (isFirst ? values : weighted) + (_a->panels + j) * stride, panels, stride,
+                      rows, sums + Tile(i, j, isFirst));
     }
   }
 }
@@ -267,8 +301,11 @@ void PatternTask::Emit(const double* sums, PairwiseSink& sink) const {
   if (_common.rows == 0) {
     return;
   }
-  if (IsOnePattern()) {
-    EmitVariables(sums, sink);
+  if (_hasVariables) {
+    EmitVariables(*_a, sums, sink);
+    if (!IsOnePattern()) {
+      EmitVariables(*_b, sums, sink);
+    }
   }
   for (std::size_t a = 0; a < _a->columns.size(); ++a) {
     for (std::size_t b = 0; b < (IsOnePattern() ? a : _b->columns.size()); ++b) {
@@ -277,12 +314,14 @@ void PatternTask::Emit(const double* sums, PairwiseSink& sink) const {
   }
 }
 
-void PatternTask::EmitVariables(const double* sums, PairwiseSink& sink) const {
-  for (std::size_t i = 0; i < _a->columns.size(); ++i) {
-    const double* const moments = sums + i / Lanes() * kMomentFields * Lanes() + i % Lanes();
-    sink.Take(_a->columns[i],
-              {_common.rows, _common.WeightSum(*_batch), _common.weightSum, sums[Means() + i],
-               sums[Squares() + i], moments[kMin * Lanes()], moments[kMax * Lanes()]});
+void PatternTask::EmitVariables(const Group& group, const double* sums, PairwiseSink& sink) const {
+  for (std::size_t i = 0; i < group.columns.size(); ++i) {
+    const std::size_t place = PlaceOf(group, i);
+    const double* const moments =
+        sums + place / Lanes() * kMomentFields * Lanes() + place % Lanes();
+    sink.Take(group.columns[i],
+              {_common.rows, _common.WeightSum(*_batch), _common.weightSum, sums[Means() + place],
+               SquaresAt(sums, place), moments[kMin * Lanes()], moments[kMax * Lanes()]});
   }
 }
 
@@ -304,7 +343,7 @@ void PatternTask::EmitPair(const double* sums, std::size_t a, std::size_t b,
   }
   sink.Take(first, second,
             {_common.rows, _common.WeightSum(*_batch), _common.weightSum, sums[Means() + place0],
-             sums[Means() + place1], sums[Squares() + place0], sums[Squares() + place1], product});
+             sums[Means() + place1], SquaresAt(sums, place0), SquaresAt(sums, place1), product});
 }
 
 // A column's pairs with those of adjacent panels of a group. Of no column: the variables of these
@@ -324,6 +363,7 @@ class ColumnTask {
         _isFirst(isFirst) {}
 
   std::size_t Size() const { return _panels * FieldsSize(); }
+  static bool SumsPanels() { return true; }
   void Sum(std::size_t from, std::size_t rows, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
   void Multiply(std::size_t from, std::size_t rows, double* sums, double* scratch) const;
@@ -358,19 +398,16 @@ PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& l
     }
     return values;
   }();
-  static constexpr std::array<std::uint64_t, kBlockRows / 64> kAll = [] {
-    std::array<std::uint64_t, kBlockRows / 64> all{};
-    all.fill(~std::uint64_t{0});
-    return all;
-  }();
-  const bool isColumn = _column != kNoColumn;
-  const std::uint64_t* const bits =
-      isColumn ? _batch->patterns.Bits(_column) + from / 64 : kAll.data();
-  Rows present = RowsOfBoth(bits, bits, rows, list);
-  present.count = std::min(present.count, rows);
-  return {isColumn ? _batch->cases.columns[_column] + from : kValues.data(), present,
-          _batch->weights + from, _batch->HasBothWeights() ? _batch->cases.weights + from : nullptr,
-          _batch->cases.missingCode};
+  const double* const weights = _batch->weights + from;
+  const double* const caseWeights =
+      _batch->HasBothWeights() ? _batch->cases.weights + from : nullptr;
+  const double missingCode = _batch->cases.missingCode;
+  if (_column == kNoColumn) {
+    return {kValues.data(), {rows, nullptr}, weights, caseWeights, missingCode};
+  }
+  const std::uint64_t* const bits = _batch->patterns.Bits(_column) + from / 64;
+  return {_batch->cases.columns[_column] + from, RowsOfBoth(bits, bits, rows, list), weights,
+          caseWeights, missingCode};
 }
 
 void ColumnTask::Sum(std::size_t from, std::size_t rows, double* sums, double* /*scratch*/) {
@@ -445,18 +482,29 @@ void ColumnTask::EmitPair(const double* fields, std::uint32_t other, PairwiseSin
   }
 }
 
-// All that is asked of two patterns, or of one.
+// All that is asked of two patterns, or of one. Two columns of one pattern may be of two ranges:
+// then they are of two groups, whose pairs have the same cases as their variables.
 std::span<PatternTask> PatternTasks(const Batch& batch, Workspace& workspace) {
   const auto wide = batch.patterns.Wide();
   auto* const tasks = workspace.Take<PatternTask>(wide.size() * (wide.size() + 1) / 2);
+  auto* const haveVariables = workspace.Take<bool>(wide.size());
+  std::fill_n(haveVariables, wide.size(), false);
   std::size_t count = 0;
   for (std::size_t b = 0; b < wide.size(); ++b) {
-    for (std::size_t a = 0; a <= b; ++a) {
+    for (std::size_t a = 0; a < b; ++a) {
       const std::uint32_t columnA = wide[a].columns[0];
       const std::uint32_t columnB = wide[b].columns[0];
-      if (a == b || batch.IsPair(columnA, columnB) || batch.IsPair(columnB, columnA)) {
-        tasks[count++] = PatternTask(batch, wide[a], wide[b]);
+      if (batch.IsPair(columnA, columnB) || batch.IsPair(columnB, columnA)) {
+        const bool areAlike = batch.patterns.HaveSameCases(columnA, columnB);
+        tasks[count++] = PatternTask(batch, wide[a], wide[b], areAlike);
+        haveVariables[a] = haveVariables[a] || areAlike;
+        haveVariables[b] = haveVariables[b] || areAlike;
       }
+    }
+  }
+  for (std::size_t a = 0; a < wide.size(); ++a) {
+    if (!haveVariables[a]) {
+      tasks[count++] = PatternTask(batch, wide[a], wide[a], true);
     }
   }
   return {tasks, count};
@@ -554,17 +602,20 @@ class Runner {
         sums += task.Size();
       }
     };
-    const auto pass = [&](auto step) {
+    const auto pass = [&](auto step, bool needsPanels) {
       for (std::size_t from = 0; from < _batch.cases.rows; from += kBlockRows) {
         const std::size_t rows = std::min(kBlockRows, _batch.cases.rows - from);
-        _batch.Pack(from, rows);
+        if (needsPanels) {
+          _batch.Pack(from, rows);
+        }
         forEach([&](Task& task, double* sums) { (task.*step)(from, rows, sums, _scratch); });
       }
     };
     forEach([](Task& task, double* sums) { std::fill_n(sums, task.Size(), 0.); });
-    pass(&Task::Sum);
+    pass(&Task::Sum, std::any_of(tasks.begin(), tasks.end(),
+                                 [](const Task& task) { return task.SumsPanels(); }));
     forEach([](Task& task, double* sums) { task.FinishMeans(sums); });
-    pass(&Task::Multiply);
+    pass(&Task::Multiply, true);
     forEach([&](Task& task, double* sums) { task.Emit(sums, sink); });
   }
 

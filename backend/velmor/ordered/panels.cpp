@@ -8,6 +8,12 @@
 
 namespace velmor::ordered {
 
+namespace {
+// Columns whose panels of a block of rows take less than half of a second-level cache of half a
+// megabyte.
+constexpr unsigned kResidentColumns = 128;
+}  // namespace
+
 const Engine& EngineFor(std::size_t columns) {
   const Engine& active = Active();
   const bool areFew = 2 * columns <= std::size_t{3} * active.panel;
@@ -45,6 +51,38 @@ std::array<double*, kMaxPanel> Panels::ColumnsAt(unsigned panel, std::size_t row
     columns[i] = _columns[std::min(first + i, _columns.count - 1)] + row;
   }
   return columns;
+}
+
+// The panels of a tile's columns stay in the first-level cache while those of its rows come from
+// the second-level cache, where as many rows as are resident stay while all columns pass by.
+void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
+                 const double* weighted, std::size_t rows, double* tiles) {
+  const std::size_t lanes = engine.panel;
+  const std::size_t stride = kBlockRows * lanes;
+  const std::size_t count = (columns + lanes - 1) / lanes;
+  const std::size_t resident = kResidentColumns / lanes;
+  const auto tile = [=](std::size_t i, std::size_t j) {
+    return tiles + TriangleTile(i, j) * lanes * lanes;
+  };
+  for (std::size_t from = 0; from < count; from += resident) {
+    const std::size_t to = std::min(count, from + resident);
+    for (std::size_t j = 0; j < to; j += engine.tilePanels) {
+      for (std::size_t i = std::max(from, j); i < to; ++i) {
+        const auto width = static_cast<unsigned>(std::min(lanes, columns - i * lanes));
+        const std::size_t end = engine.narrowsDiagonals ? i : i + 1;
+        const auto panels =
+            static_cast<unsigned>(std::min<std::size_t>(engine.tilePanels, end - j));
+        if (panels > 0) {
+          engine.Products(weighted + i * stride, width, values + j * stride, panels, stride, rows,
+                          tile(i, j));
+        }
+        if (engine.narrowsDiagonals && panels < engine.tilePanels) {
+          engine.DiagonalProducts(weighted + i * stride, width, values + i * stride, rows,
+                                  tile(i, i));
+        }
+      }
+    }
+  }
 }
 
 double MeanOf(const double* moments, std::size_t lanes, double weightSum) {

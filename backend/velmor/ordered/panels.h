@@ -50,6 +50,14 @@ class Panels {
   double* _weighted;
 };
 
+// The tiles of a triangle of panels, row by row.
+constexpr std::size_t TriangleTile(std::size_t i, std::size_t j) { return i * (i + 1) / 2 + j; }
+
+// Adds the products of a block of rows to the tiles of all pairs of panels, each of panel^2 cells.
+//   values, weighted  panels of so many columns, kBlockRows rows apart
+void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
+                 const double* weighted, std::size_t rows, double* tiles);
+
 // The mean from a column's moments, whose fields are `lanes` doubles apart.
 double MeanOf(const double* moments, std::size_t lanes, double weightSum);
 

@@ -41,7 +41,8 @@ constexpr BytePlaces kBytePlaces = PlacesOfBits();
 }  // namespace
 
 Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows, RowList& list) {
-  // Eight bytes at a time: adding `first` to each of them carries nothing over.
+  // Eight bytes at a time: adding `first` to each of them carries nothing over, and what is written
+  // beyond the places of a byte is overwritten by the next ones or not read.
   constexpr std::uint64_t kEachByte = 0x0101010101010101;
   std::size_t count = 0;
   for (std::size_t first = 0; first < rows; first += 8) {
@@ -75,7 +76,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
             [this](std::uint32_t a, std::uint32_t b) { return IsBefore(a, b); });
   std::size_t nOthers = 0;
   for (std::size_t from = 0, to = 0; from < columns; from = to) {
-    while (to < columns && AreAlike(order[from], order[to])) {
+    while (to < columns && AreOfOneGroup(order[from], order[to])) {
       ++to;
     }
     const std::size_t present = _present[order[from]];
@@ -98,9 +99,8 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
   }
 }
 
-// Whether two columns are present in the same cases, and of one range.
-bool Patterns::AreAlike(std::uint32_t a, std::uint32_t b) const {
-  return (a < _shape.firstRange) == (b < _shape.firstRange) && _present[a] == _present[b] &&
+bool Patterns::HaveSameCases(std::size_t a, std::size_t b) const {
+  return _present[a] == _present[b] &&
          std::memcmp(Bits(a), Bits(b), _words * sizeof(std::uint64_t)) == 0;
 }
 

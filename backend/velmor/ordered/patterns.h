@@ -21,8 +21,8 @@ struct Group {
   bool isComplete;  // whether its columns are present in all cases
 };
 
-// The rows of a block with room for writing eight places at a time.
-using RowList = std::array<std::uint8_t, kBlockRows + 8>;
+// Rows of a block.
+using RowList = std::array<std::uint8_t, kBlockRows>;
 
 class Patterns {
  public:
@@ -39,9 +39,12 @@ class Patterns {
   const std::uint64_t* Bits(std::size_t column) const { return _bits + column * _words; }
   std::size_t Words() const { return _words; }
   std::size_t Present(std::size_t column) const { return _present[column]; }
+  bool HaveSameCases(std::size_t a, std::size_t b) const;
 
  private:
-  bool AreAlike(std::uint32_t a, std::uint32_t b) const;
+  bool AreOfOneGroup(std::uint32_t a, std::uint32_t b) const {
+    return (a < _shape.firstRange) == (b < _shape.firstRange) && HaveSameCases(a, b);
+  }
   bool IsBefore(std::uint32_t a, std::uint32_t b) const;
   void AddGroup(std::span<const std::uint32_t> columns);
 

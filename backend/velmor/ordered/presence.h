@@ -1,8 +1,8 @@
 #pragma once
 
-// Which values are present, as bits. Contracts: engine.h.
+// Which values are present, as bits. Contracts: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {

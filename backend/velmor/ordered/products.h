@@ -1,8 +1,8 @@
 #pragma once
 
-// Products of panels: the inner loop of everything quadratic. Contracts: engine.h.
+// Products of panels: the inner loop of everything quadratic. Contracts: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 #include <utility>
@@ -144,46 +144,6 @@ void DiagonalProducts(const double* a, unsigned columns, const double* b, std::s
                       double* cells) {
   constexpr auto kHalves = std::make_integer_sequence<unsigned, Set::kPanel / 2>{};
   DiagonalTileOf<Set>(columns, kHalves)(a, b, rows, cells);
-}
-
-template <class Set, unsigned kPanels, bool kWeighted>
-void PanelSquareSums(const double* panels, std::size_t stride, std::size_t rows,
-                     const double* weights, double* sums) {
-  constexpr std::size_t kPanel = Set::kPanel;
-  constexpr std::size_t kParts = kPanel / Set::kLanes;
-  constexpr std::size_t kVectors = kPanels * kParts;
-  Vector<Set> sum[kVectors];
-#pragma GCC unroll 8
-  for (std::size_t v = 0; v < kVectors; ++v) {
-    sum[v] = Load<Set>(sums + v * Set::kLanes);
-  }
-  for (std::size_t row = 0; row < rows; ++row) {
-#pragma GCC unroll 8
-    for (std::size_t v = 0; v < kVectors; ++v) {
-      const Vector<Set> x =
-          Load<Set>(panels + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
-      sum[v] = (kWeighted ? weights[row] * x : x) * x + sum[v];
-    }
-  }
-#pragma GCC unroll 8
-  for (std::size_t v = 0; v < kVectors; ++v) {
-    Store<Set>(sum[v], sums + v * Set::kLanes);
-  }
-}
-
-template <class Set>
-void SquareSums(const double* panels, unsigned count, std::size_t stride, std::size_t rows,
-                const double* weights, double* sums) {
-  constexpr unsigned kTogether = Set::kMomentPanels;
-  const auto some =
-      weights ? PanelSquareSums<Set, kTogether, true> : PanelSquareSums<Set, kTogether, false>;
-  const auto one = weights ? PanelSquareSums<Set, 1, true> : PanelSquareSums<Set, 1, false>;
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    (takesSome ? some : one)(panels + p * stride, stride, rows, weights,
-                             sums + std::size_t{p} * Set::kPanel);
-    p += takesSome ? kTogether : 1;
-  }
 }
 
 }  // namespace velmor::ordered

@@ -2,7 +2,7 @@
 
 // The engines that are built; of the processors' own, those that the build's target can have.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 
 namespace velmor::ordered {
 

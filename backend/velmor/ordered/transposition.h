@@ -1,8 +1,8 @@
 #pragma once
 
-// Rows of values into columns, square by square. Contract: engine.h.
+// Rows of values into columns, square by square. Contract: kernels.h.
 
-#include "ordered/engine.h"
+#include "ordered/kernels.h"
 #include "ordered/vectors.h"
 
 namespace velmor::ordered {

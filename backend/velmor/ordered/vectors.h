@@ -6,6 +6,8 @@
 // the Set, and no function of the standard library is called: of a function that several files
 // define the linker keeps one copy, and an AVX-512 copy would then be everyone's.
 
+#include "ordered/kernels.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -72,6 +74,22 @@ template <class Set>
     all &= mask[lane];
   }
   return all != 0;
+}
+
+template <class Set>
+[[gnu::always_inline]] inline std::size_t RowAt(Rows rows, std::size_t i) {
+  return rows.list ? rows.list[i] : i;
+}
+
+// Calls call(some, p) for as many panels from p on as there are in kTogether, and call(one, p) for
+// each that is left.
+template <class Set, unsigned kTogether, class Take, class Call>
+[[gnu::always_inline]] inline void TakePanels(unsigned count, Take some, Take one, Call call) {
+  for (unsigned p = 0; p < count;) {
+    const bool takesSome = count - p >= kTogether;
+    call(takesSome ? some : one, std::size_t{p});
+    p += takesSome ? kTogether : 1;
+  }
 }
 
 // A step of a transposition: of every square of 2 by 2 blocks of `kStep` lanes, the two off the

@@ -4,6 +4,7 @@
 // grows to what the thread's operations need, is then allocated no more, and goes with the thread.
 
 #include <cstddef>
+#include <type_traits>
 
 namespace velmor::ordered {
 
@@ -15,10 +16,10 @@ class Workspace {
   Workspace(const Workspace&) = delete;
   Workspace& operator=(const Workspace&) = delete;
 
-  // An array aligned to 64 bytes, not initialised. For types without constructors and destructors.
-  // Throws std::bad_alloc.
+  // An array aligned to 64 bytes, not initialised. Throws std::bad_alloc.
   template <class T>
   T* Take(std::size_t count) {
+    static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
     return static_cast<T*>(TakeBytes(count * sizeof(T)));
   }
 
