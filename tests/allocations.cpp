@@ -53,6 +53,14 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
   ++allocations.scratch;
   return memory;
 }
+void* operator new(std::size_t size, std::align_val_t alignment,
+                   const std::nothrow_t& /*nothrow*/) noexcept {
+  try {
+    return operator new(size, alignment);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { std::free(memory); }
 // NOLINTEND(cppcoreguidelines-no-malloc)
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
