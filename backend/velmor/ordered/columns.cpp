@@ -1,4 +1,4 @@
-// columns.cpp: blocks of columns in panels, and rows of cells; start at SymmetricProducts.
+// columns.cpp: blocks of columns in panels, and rows of cells; start at CenteredProducts.
 #include "ordered/columns.h"
 
 #include "ordered/chains.h"

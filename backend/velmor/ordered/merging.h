@@ -66,11 +66,7 @@ struct PairRecords {
   Vector<Set>& operator[](unsigned f) { return field[f / Set::kLanes][f % Set::kLanes]; }
   void Gather(const double* const* records) {
     for (unsigned part = 0; part < kFields / Set::kLanes; ++part) {
-#pragma GCC unroll 8
-      for (unsigned i = 0; i < Set::kLanes; ++i) {
-        field[part][i] = Load<Set>(records[i] + part * Set::kLanes);
-      }
-      TransposeVectors<Set>(field[part]);
+      LoadTransposed<Set>(records, std::size_t{part} * Set::kLanes, field[part]);
     }
   }
   void Scatter(double* const* records) {

@@ -44,11 +44,7 @@ struct RowsOfColumns {
     return x;
   }
   void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
-#pragma GCC unroll 8
-    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
-      x[lane] = Load<Set>(columns[v * Set::kLanes + lane] + i);
-    }
-    TransposeVectors<Set>(x);
+    LoadTransposed<Set>(columns + v * Set::kLanes, i, x);
   }
 };
 

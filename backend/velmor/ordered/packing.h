@@ -16,11 +16,7 @@ void PackPanel(const double* const* columns, std::size_t rows, const double* wei
   for (unsigned first = 0; first < kPanel; first += kLanes) {
     for (std::size_t row = 0; row < whole; row += kLanes) {
       Vector<Set> v[kLanes];
-#pragma GCC unroll 8
-      for (unsigned i = 0; i < kLanes; ++i) {
-        v[i] = Load<Set>(columns[first + i] + row);
-      }
-      TransposeVectors<Set>(v);
+      LoadTransposed<Set>(columns + first, row, v);
 #pragma GCC unroll 8
       for (unsigned i = 0; i < kLanes; ++i) {
         const std::size_t to = (row + i) * kPanel + first;

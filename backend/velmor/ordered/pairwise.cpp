@@ -16,8 +16,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <span>
+#include <utility>
 
 namespace velmor::ordered {
 namespace {

@@ -16,11 +16,7 @@ void Transpose(const double* const* from, std::size_t rows, std::size_t columns,
   for (std::size_t row = 0; row < wholeRows; row += kLanes) {
     for (std::size_t column = 0; column < wholeColumns; column += kLanes) {
       Vector<Set> v[kLanes];
-#pragma GCC unroll 8
-      for (unsigned i = 0; i < kLanes; ++i) {
-        v[i] = Load<Set>(from[row + i] + column);
-      }
-      TransposeVectors<Set>(v);
+      LoadTransposed<Set>(from + row, column, v);
 #pragma GCC unroll 8
       for (unsigned i = 0; i < kLanes; ++i) {
         Store<Set>(v[i], to + (column + i) * stride + row);

@@ -124,4 +124,16 @@ template <class Set>
   }
 }
 
+// A square of values: lane j of vector i is the value at place `at` + i of the j-th of kLanes
+// arrays.
+template <class Set>
+[[gnu::always_inline]] inline void LoadTransposed(const double* const* from, std::size_t at,
+                                                  Vector<Set> (&v)[Set::kLanes]) {
+#pragma GCC unroll 8
+  for (unsigned i = 0; i < Set::kLanes; ++i) {
+    v[i] = Load<Set>(from[i] + at);
+  }
+  TransposeVectors<Set>(v);
+}
+
 }  // namespace velmor::ordered
