@@ -44,7 +44,7 @@ AIMS = {
     },
     "merge": {"Merge/p:960": [(0.7, "avx512", "Bandwidth/cells:461280")]},
     "driver": {"Driver/p:48/threads:2": [(1.9, "avx512", "Driver/p:48/threads:1")]},
-    "fill": {},
+    "fill": {f"AddColumns/p:{p}": [(1 / 1.5, "avx512", f"memcpy/p:{p}")] for p in (12, 48, 240)},
 }
 
 

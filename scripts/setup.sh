@@ -46,13 +46,18 @@ need() {
 
 # need_for_examples [PACKAGE...]: what the library and its examples are built with, and these.
 need_for_examples() {
-  need g++ cmake ninja-build libcli11-dev libcsv-dev libeigen3-dev "$@"
+  need g++ cmake ninja-build libxxhash-dev libcli11-dev libcsv-dev libeigen3-dev "$@"
+}
+
+# need_for_cluster [PACKAGE...]: also the examples of several processes, and these.
+need_for_cluster() {
+  need_for_examples libopenmpi-dev openmpi-bin "$@"
 }
 
 need_for_tests() {
-  need_for_examples clang pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+  need_for_cluster clang pkg-config libgtest-dev libgmock-dev libbenchmark-dev
 }
 
 need_for_benchmarks() {
-  need g++ cmake ninja-build libbenchmark-dev libopenblas-dev python3
+  need g++ cmake ninja-build libxxhash-dev libbenchmark-dev libopenblas-dev python3
 }

@@ -5,6 +5,7 @@
 #include "ordered/chains.h"
 #include "packed.h"
 #include "protocol.h"
+#include "transfer.h"
 
 #include <algorithm>
 #include <utility>
@@ -13,6 +14,7 @@
 namespace velmor {
 
 struct DiscriminantMatrix::Data {
+  static constexpr Kind kKind = Kind::DiscriminantMatrix;
   Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {
     VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
   }
@@ -20,6 +22,9 @@ struct DiscriminantMatrix::Data {
   bool IsEmpty() const { return _TSSP == nullptr; }
   void Init(DataBatch& batch);
   void Update(const Data& d);
+  Shape GetShape() const { return {kKind, {_nGroup, _nVar, 0}, 0., !IsEmpty(), false}; }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 
   std::size_t Groups() const { return static_cast<std::size_t>(_nGroup); }
   std::size_t GroupCells() const { return Groups() * static_cast<std::size_t>(_nVar); }
@@ -129,5 +134,20 @@ double DiscriminantMatrix::TSSP(int row, int col) const {
   }
   return _my->_TSSP[MatrixRowCount(row) + col];
 }
+
+template <class Record, class State>
+void DiscriminantMatrix::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  TransferTotals(my, shape, state);
+  state.Numbers(my._sumW, my.Groups());
+  state.Numbers(my._sumX1, my.GroupCells());
+  state.Numbers(my._sumX2, my.GroupCells());
+  state.Numbers(my._TSSP, my.ProductCells());
+}
+
+template <>
+std::unique_ptr<DiscriminantMatrix> StateOf<DiscriminantMatrix>::Make(const Shape& shape) {
+  return std::make_unique<DiscriminantMatrix>(shape.bounds[0], shape.bounds[1]);
+}
+template struct StateOf<DiscriminantMatrix>;
 
 }  // namespace velmor

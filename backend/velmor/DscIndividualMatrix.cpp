@@ -6,6 +6,7 @@
 #include "ordered/columns.h"
 #include "packed.h"
 #include "protocol.h"
+#include "transfer.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,6 +15,7 @@
 namespace velmor {
 
 struct DiscIndividualMatrix::Data {
+  static constexpr Kind kKind = Kind::DiscIndividualMatrix;
   Data(int nGroup, int nVar) : _nGroup(nGroup), _nVar(nVar) {
     VELMOR_ASSERT(0 <= nGroup && 0 <= nVar);
   }
@@ -21,6 +23,9 @@ struct DiscIndividualMatrix::Data {
   bool IsEmpty() const { return _TSSP == nullptr; }
   void Init(DataBatchByGroup& batch);
   void Update(const Data& d);
+  Shape GetShape() const { return {kKind, {_nGroup, _nVar, 0}, 0., !IsEmpty(), false}; }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 
   // Items of a group: a triangle of products, a sum for each variable, the weight.
   std::int64_t ProductItems() const { return MatrixRowCount(_nVar + 1); }
@@ -118,5 +123,20 @@ double DiscIndividualMatrix::TSSP(int row, int col, int groupVal) const {
   }
   return _my->_TSSP[_my->Cell(MatrixRowCount(row) + col, groupVal)];
 }
+
+template <class Record, class State>
+void DiscIndividualMatrix::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  TransferTotals(my, shape, state);
+  // Before the cells are counted, whose number need not fit 64 bits.
+  state.Expect(static_cast<std::uint64_t>(my.Items()),
+               sizeof(double) * static_cast<std::size_t>(my._nGroup));
+  state.Numbers(my._TSSP, my.Cells());
+}
+
+template <>
+std::unique_ptr<DiscIndividualMatrix> StateOf<DiscIndividualMatrix>::Make(const Shape& shape) {
+  return std::make_unique<DiscIndividualMatrix>(shape.bounds[0], shape.bounds[1]);
+}
+template struct StateOf<DiscIndividualMatrix>;
 
 }  // namespace velmor

@@ -2,6 +2,7 @@
 #include <velmor/databatch.h>
 
 #include "ordered/columns.h"
+#include "tablecopy.h"
 
 #include <algorithm>
 #include <array>
@@ -66,6 +67,20 @@ void DataBatch::AddRow(const double* values) {
   if (_isWatched || _nStaged == kStagedRows) {
     SettleStaged();
   }
+}
+
+unsigned int DataBatch::AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to,
+                                   std::optional<double> missingCode) {
+  Settle();
+  const auto added = static_cast<unsigned int>(
+      CopyRows(table, from, to,
+               {_columns, false, _nColumns, _maxRows, _nRows, _weights, _regWeights, _groups,
+                std::uint64_t{1} << 32U, missingCode}));
+  for (unsigned int i = 0; _pGroup && i < added; ++i) {
+    _maxGroupSeen = std::max(_maxGroupSeen, _groups[_nRows + i]);
+  }
+  _nRows += added;
+  return added;
 }
 
 void DataBatch::SettleStaged() {

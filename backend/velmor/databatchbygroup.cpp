@@ -4,6 +4,7 @@
 
 #include "ordered/columns.h"
 #include "ordered/workspace.h"
+#include "tablecopy.h"
 
 #include <algorithm>
 #include <numeric>
@@ -65,6 +66,20 @@ void DataBatchByGroup::AddRow() {
   }
   ++_nRows;
   _isSorted = false;
+}
+
+unsigned int DataBatchByGroup::AddColumns(const TableView& table, std::uint64_t from,
+                                          std::uint64_t to) {
+  const auto added =
+      static_cast<unsigned int>(CopyRows(table, from, to,
+                                         {_rows, true, _nColumns, _maxRows, _nRows, _tmpWeights,
+                                          _regWeights, _groups, _maxGroup, std::nullopt}));
+  for (unsigned int i = 0; _pGroup && i < added; ++i) {
+    ++_groupCounts[_groups[_nRows + i]];
+  }
+  _nRows += added;
+  _isSorted = _isSorted && added == 0;
+  return added;
 }
 
 void DataBatchByGroup::SortByGroup() {

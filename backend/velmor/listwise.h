@@ -11,6 +11,7 @@
 #include "ordered/chains.h"
 #include "ordered/columns.h"
 #include "ordered/workspace.h"
+#include "transfer.h"
 
 #include <cstddef>
 
@@ -88,6 +89,14 @@ std::size_t MergeTriangle(Record& record, const Record& d, const MeanMerge& mean
     cell += i + 1;
   }
   return cell;
+}
+
+// The totals of a record, and whether its cases weigh anything.
+template <class Record, class State>
+void TransferListwiseTotals(Record& my, const Shape& shape, State& state) {
+  TransferTotals(my, shape, state);
+  state.Flag(my._isWeightless);
+  state.Check(!my._isWeightless || my._weightSum == 0., "a weight of cases that weigh nothing");
 }
 
 }  // namespace velmor

@@ -10,12 +10,19 @@
 namespace velmor {
 
 struct MatrixListwise::Data {
+  static constexpr Kind kKind = Kind::MatrixListwise;
   static Data Fresh() { return {}; }
   // Offset of row i of the triangle. In 64 bits, unlike the kernel of that name.
   static std::size_t MatrixRow(std::size_t i) { return i * (i + 1) / 2; }
   bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& batch);
   void Update(const Data& d);
+  Shape GetShape() const {
+    const auto columns = static_cast<std::int32_t>(_means.size());
+    return {kKind, {0, 0, columns}, 0., !IsEmpty(), _hasRegWeights};
+  }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;
@@ -93,5 +100,19 @@ double MatrixListwise::CCP(unsigned int row, unsigned int col) const {
   }
   return _my->_xp[Data::MatrixRow(row) + col];
 }
+
+template <class Record, class State>
+void MatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  const auto columns = static_cast<std::size_t>(shape.Columns());
+  TransferListwiseTotals(my, shape, state);
+  state.Numbers(my._means, columns);
+  state.Numbers(my._xp, MatrixRow(columns));
+}
+
+template <>
+std::unique_ptr<MatrixListwise> StateOf<MatrixListwise>::Make(const Shape& /*shape*/) {
+  return std::make_unique<MatrixListwise>();
+}
+template struct StateOf<MatrixListwise>;
 
 }  // namespace velmor

@@ -28,6 +28,7 @@ struct PairStatsData {
 };
 
 struct MatrixPairwise::Data {
+  static constexpr Kind kKind = Kind::MatrixPairwise;
   explicit Data(double missingCode) : _work(missingCode) {}
   // Offset of row i of a strictly lower triangle, i(i-1)/2.
   static std::size_t MatrixRow(std::size_t i) { return i * (i - 1) / 2; }
@@ -35,6 +36,12 @@ struct MatrixPairwise::Data {
   void Init(DataBatch& data);
   void Update(DataBatch& data);
   void Update(const Data& d);
+  Shape GetShape() const {
+    const auto columns = static_cast<std::int32_t>(_varStats.size());
+    return {kKind, {0, 0, columns}, _work._missingCode, !IsEmpty(), _hasRegWeights};
+  }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;
@@ -129,5 +136,22 @@ PairStats MatrixPairwise::Pair(unsigned int row, unsigned int col) const {
   }
   return PairStats(&_my->_xp[Data::MatrixRow(row) + col]);
 }
+
+template <class Record, class State>
+void MatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  if constexpr (!std::is_const_v<Record>) {
+    const auto columns = static_cast<std::size_t>(shape.Columns());
+    ExpectRecords(state, shape.Columns(), static_cast<std::int64_t>(MatrixRow(columns)));
+    my._varStats.resize(columns);
+    my._xp.resize(MatrixRow(columns));
+  }
+  TransferRecords(my, shape, state);
+}
+
+template <>
+std::unique_ptr<MatrixPairwise> StateOf<MatrixPairwise>::Make(const Shape& shape) {
+  return std::make_unique<MatrixPairwise>(shape.missingCode);
+}
+template struct StateOf<MatrixPairwise>;
 
 }  // namespace velmor

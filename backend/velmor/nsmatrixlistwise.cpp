@@ -10,11 +10,15 @@
 namespace velmor {
 
 struct NSMatrixListwise::Data {
+  static constexpr Kind kKind = Kind::NSMatrixListwise;
   Data(int col0, int col1, int col2) : _col0(col0), _col1(col1), _col2(col2) {}
   Data Fresh() const { return {_col0, _col1, _col2}; }
   bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
   void Update(const Data& d);
+  Shape GetShape() const { return {kKind, {_col0, _col1, _col2}, 0., !IsEmpty(), _hasRegWeights}; }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
   void MergeSquareSums(const Data& d, const MeanMerge& means);
 
   double _weightSum = 0.;
@@ -150,5 +154,23 @@ double NSMatrixListwise::CCP(int row, int col) const {
   VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
   return _my->_xp[std::int64_t{row - _my->_col0} * (_my->_col2 - _my->_col1) + col - _my->_col1];
 }
+
+template <class Record, class State>
+void NSMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  const auto columns = static_cast<std::size_t>(shape.Columns());
+  const auto rows = static_cast<std::size_t>(shape.bounds[1] - shape.bounds[0]);
+  TransferListwiseTotals(my, shape, state);
+  state.Numbers(my._means, columns);
+  state.Numbers(my._css, columns);
+  state.Numbers(my._mins, columns);
+  state.Numbers(my._maxs, columns);
+  state.Numbers(my._xp, rows * (columns - rows));
+}
+
+template <>
+std::unique_ptr<NSMatrixListwise> StateOf<NSMatrixListwise>::Make(const Shape& shape) {
+  return std::make_unique<NSMatrixListwise>(shape.bounds[0], shape.bounds[1], shape.bounds[2]);
+}
+template struct StateOf<NSMatrixListwise>;
 
 }  // namespace velmor

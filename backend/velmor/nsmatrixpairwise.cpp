@@ -11,10 +11,14 @@ namespace velmor {
 // _xp holds the rectangle of pairs row by row: columns i of the first range and j of the second at
 // (i - _col0) * (_col2 - _col1) + j - _col1, i being the first variable.
 struct NSMatrixPairwise::Data : PairwiseBlock {
+  static constexpr Kind kKind = Kind::NSMatrixPairwise;
   using PairwiseBlock::PairwiseBlock;
   void Init(DataBatch& data);
   void Update(DataBatch& data);
   void Update(const Data& d);
+  Shape GetShape() const { return PairwiseBlock::GetShape(kKind); }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 };
 
 void NSMatrixPairwise::Data::Init(DataBatch& data) {
@@ -101,5 +105,23 @@ PairStat& NSMatrixPairwise::Pair(int row, int col) const {
   return *_my->_xp[static_cast<std::size_t>(std::int64_t{row - Col0()} * (Col2() - Col1()) + col -
                                             Col1())];
 }
+
+template <class Record, class State>
+void NSMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  if constexpr (!std::is_const_v<Record>) {
+    const std::int64_t pairs =
+        std::int64_t{shape.bounds[1] - shape.bounds[0]} * (shape.bounds[2] - shape.bounds[1]);
+    ExpectRecords(state, shape.Columns(), pairs);
+    my.MakeRecords(static_cast<int>(shape.Columns()), pairs);
+  }
+  TransferRecords(my, shape, state);
+}
+
+template <>
+std::unique_ptr<NSMatrixPairwise> StateOf<NSMatrixPairwise>::Make(const Shape& shape) {
+  return std::make_unique<NSMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[1],
+                                            shape.bounds[2]);
+}
+template struct StateOf<NSMatrixPairwise>;
 
 }  // namespace velmor

@@ -5,6 +5,7 @@
 // stands for an accumulator's record; its members have the same names in all of them.
 
 #include <velmor/databatch.h>
+#include <velmor/kernels.h>
 #include <velmor/statistics.h>
 
 #include "block.h"
@@ -12,12 +13,13 @@
 #include "ordered/columns.h"
 #include "ordered/pairwise.h"
 #include "presentcases.h"
+#include "transfer.h"
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 namespace velmor {
@@ -31,9 +33,6 @@ auto& RecordOf(Stored& stored) {
     return stored;
   }
 }
-
-// Whether two codes mark the same values.
-inline bool IsSameCode(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
 // An accumulator's work area: its missing code. What the vectors hold means nothing to a copy.
 struct Scratch : WorkArea {
@@ -169,6 +168,50 @@ std::size_t MergeRecords(Data& my, const Data& d) {
   return my._xp.size();
 }
 
+// Writes or reads a record of a variable or a pair: its count, then its other numbers in the order
+// of the public records.
+//   most  the count is not larger
+template <class Record, class State>
+void TransferRecord(Record& record, std::uint64_t most, State& state) {
+  const auto transferAll = [&state](auto&... numbers) {
+    (state.Number(numbers), ...);
+    return ((numbers == 0.) && ...);
+  };
+  state.Count(record._nRows, most);
+  bool isZero = transferAll(record._weightSum, record._regWeightSum);
+  if constexpr (requires { record._cscp; }) {
+    isZero = transferAll(record._mean0, record._mean1, record._css0, record._css1, record._cscp) &&
+             isZero;
+  } else {
+    isZero = transferAll(record._mean, record._css) && isZero;
+  }
+  if constexpr (requires { record._min; }) {
+    transferAll(record._min, record._max);
+    isZero = isZero && record._min == maxvalue && record._max == minvalue;
+  }
+  state.Check(record._nRows != 0 || isZero, "a record of no cases that is not empty");
+}
+
+// Asks, before memory is taken for them, whether a state goes on with so many records: at least 40
+// and 64 bytes each.
+template <class State>
+void ExpectRecords(State& state, std::int64_t columns, std::int64_t pairs) {
+  state.Expect(static_cast<std::uint64_t>(columns), 40);
+  state.Expect(static_cast<std::uint64_t>(pairs), 64);
+}
+
+// Writes or reads all that a pairwise accumulator holds. Its records have been made.
+template <class Data, class State>
+void TransferRecords(Data& my, const Shape& shape, State& state) {
+  TransferTotals(my, shape, state);
+  for (auto& variable : my._varStats) {
+    TransferRecord(RecordOf(variable), my._nRows, state);
+  }
+  for (auto& pair : my._xp) {
+    TransferRecord(RecordOf(pair), my._nRows, state);
+  }
+}
+
 // What a block keeps. The blocks' records add the walk over their pairs.
 struct PairwiseBlock {
   PairwiseBlock(double missingCode, int col0, int col1, int col2)
@@ -184,6 +227,9 @@ struct PairwiseBlock {
   void MakeRecords(int columns, std::int64_t pairs);
 
   bool IsEmpty() const { return _varStats.empty(); }
+  Shape GetShape(Kind kind) const {
+    return {kind, {_col0, _col1, _col2}, _work._missingCode, !IsEmpty(), _hasRegWeights};
+  }
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;

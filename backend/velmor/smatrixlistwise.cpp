@@ -11,11 +11,15 @@
 namespace velmor {
 
 struct SMatrixListwise::Data {
+  static constexpr Kind kKind = Kind::SMatrixListwise;
   Data(int col0, int col2) : _col0(col0), _col1(col0), _col2(col2) {}
   Data Fresh() const { return {_col0, _col2}; }
   bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
   void Update(const Data& d);
+  Shape GetShape() const { return {kKind, {_col0, _col1, _col2}, 0., !IsEmpty(), _hasRegWeights}; }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 
   double _weightSum = 0.;
   double _regWeightSum = 0.;
@@ -128,5 +132,21 @@ double SMatrixListwise::CCP(int row, int col) const {
   }
   return _my->_xp[MatrixRowCount(r + 1) + c];
 }
+
+template <class Record, class State>
+void SMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  const auto columns = static_cast<std::size_t>(shape.Columns());
+  TransferListwiseTotals(my, shape, state);
+  state.Numbers(my._means, columns);
+  state.Numbers(my._mins, columns);
+  state.Numbers(my._maxs, columns);
+  state.Numbers(my._xp, columns * (columns + 1) / 2);
+}
+
+template <>
+std::unique_ptr<SMatrixListwise> StateOf<SMatrixListwise>::Make(const Shape& shape) {
+  return std::make_unique<SMatrixListwise>(shape.bounds[0], shape.bounds[2]);
+}
+template struct StateOf<SMatrixListwise>;
 
 }  // namespace velmor

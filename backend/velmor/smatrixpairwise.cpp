@@ -12,10 +12,14 @@ namespace velmor {
 // _xp holds the pairs of a strictly lower triangle: columns hi > lo at
 // MatrixRowCount(hi - _col0) + lo - _col0, hi being the first variable.
 struct SMatrixPairwise::Data : PairwiseBlock {
+  static constexpr Kind kKind = Kind::SMatrixPairwise;
   Data(double missingCode, int col0, int col2) : PairwiseBlock(missingCode, col0, col0, col2) {}
   void Init(DataBatch& data);
   void Update(DataBatch& data);
   void Update(const Data& d);
+  Shape GetShape() const { return PairwiseBlock::GetShape(kKind); }
+  template <class Record, class State>
+  static void Transfer(Record& my, const Shape& shape, State& state);
 };
 
 void SMatrixPairwise::Data::Init(DataBatch& data) {
@@ -96,5 +100,21 @@ PairStat& SMatrixPairwise::Pair(int row, int col) const {
   }
   return *_my->_xp[static_cast<std::size_t>(MatrixRowCount(row - Col0()) + col - Col0())];
 }
+
+template <class Record, class State>
+void SMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& state) {
+  if constexpr (!std::is_const_v<Record>) {
+    const std::int64_t pairs = MatrixRowCount(shape.Columns());
+    ExpectRecords(state, shape.Columns(), pairs);
+    my.MakeRecords(static_cast<int>(shape.Columns()), pairs);
+  }
+  TransferRecords(my, shape, state);
+}
+
+template <>
+std::unique_ptr<SMatrixPairwise> StateOf<SMatrixPairwise>::Make(const Shape& shape) {
+  return std::make_unique<SMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[2]);
+}
+template struct StateOf<SMatrixPairwise>;
 
 }  // namespace velmor

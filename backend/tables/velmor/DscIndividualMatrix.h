@@ -56,6 +56,9 @@ class DiscIndividualMatrix : public MatrixBase {
   double TSSP(int row, int col, int groupVal) const;
 
  private:
+  template <class Accumulator>
+  friend struct StateOf;  // the library's own
+
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };

@@ -2,8 +2,11 @@
 
 #include <velmor/assertion.h>
 #include <velmor/owned_array.h>
+#include <velmor/tableview.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 
 #pragma GCC visibility push(default)
 namespace velmor {
@@ -40,6 +43,27 @@ class DataBatch {
   // Until the host has asked for a column, rows are put into the columns eight at a time, which is
   // several times faster than value by value. Asserts that the batch is not full.
   void AddRow(const double* values);
+
+  // Appends rows [from, to) of a table, in their order, as far as they can be used. Weights and
+  // groups come from the table too, not from the host's addresses. A row is left out when it has an
+  // absent weight, regression weight or group, or, without a missing code, any absent value. With a
+  // missing code absent values are written as that code; then, to be told from these, no present
+  // value may be equal to it. All other values become the doubles that are equal to them.
+  //   missingCode  that of the pairwise accumulator that the batch is for; none for an accumulator
+  //                of complete cases
+  // Returns the number of rows appended; the others were left out. O(rows * columns), at the speed
+  // of memory for contiguous columns; doubles side by side in each row, as a table stored row by
+  // row has them, are turned in blocks. Allocates only scratch memory, which the thread keeps.
+  // Asserts that the table has as many columns as the batch, and weights and groups where the batch
+  // has them; that it has those rows, and each column an address and at most so many codes; and
+  // that there is room for all of these rows.
+  // Throws std::invalid_argument, which names the first such row and in it a column, when a present
+  // value equals the missing code, when a value is absent and the missing code is NaN, which marks
+  // nothing, when no double is equal to a 64-bit integer, and when a group is no whole number from
+  // 0 to 2^32 - 1; std::bad_alloc. The batch is as it was then. A row that is left out is never
+  // refused.
+  unsigned int AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to,
+                          std::optional<double> missingCode = std::nullopt);
 
   // Empties the batch for the next filling: no rows, no group seen. O(1), frees nothing.
   void Clear();

@@ -2,8 +2,10 @@
 
 #include <velmor/assertion.h>
 #include <velmor/owned_array.h>
+#include <velmor/tableview.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #pragma GCC visibility push(default)
@@ -13,9 +15,9 @@ namespace velmor {
 // out so that each group is one run of rows in every column.
 //
 // Fill it case by case: write the values at NextRow(), then call AddRow(), which takes the weights
-// and the group number from the host's addresses. Once full, sort, then hand it to an accumulator.
-// Memory is twice a DataBatch's: values and case weights are kept as they came and sorted. Used by
-// one thread at a time; not copied.
+// and the group number from the host's addresses; or from a table, with AddColumns. Once full,
+// sort, then hand it to an accumulator. Memory is twice a DataBatch's: values and case weights are
+// kept as they came and sorted. Used by one thread at a time; not copied.
 class DataBatchByGroup {
  public:
   // An empty batch. Arguments as for DataBatch, and
@@ -39,8 +41,14 @@ class DataBatchByGroup {
   // Asserts that the batch is not full and that the group number is below NGroups().
   void AddRow();
 
+  // Appends the rows [from, to) of a table that have no absent value, weight or group, in their
+  // order. Returns their number. Asserts and throws as DataBatch::AddColumns does without a missing
+  // code, and std::invalid_argument also when a group is not below NGroups(). Values that stand at
+  // NextRow() and have not been counted are lost, also when it throws.
+  unsigned int AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to);
+
   // Lays the cases out by group: the cases of group 0 first, then those of group 1, and so on,
-  // cases of one group in the order added. Reads only what AddRow wrote, so it can be repeated.
+  // cases of one group in the order added. Reads only what was added, so it can be repeated.
   // O(NRows() * NColumns() + NGroups()); allocates NGroups() counts, and takes an address a row
   // from the thread's scratch memory. Asserts that the batch has groups. Throws std::bad_alloc.
   void SortByGroup();

@@ -84,6 +84,9 @@ class MatrixPairwise {
   PairStats Pair(unsigned int row, unsigned int col) const;
 
  private:
+  template <class Accumulator>
+  friend struct StateOf;  // the library's own
+
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };

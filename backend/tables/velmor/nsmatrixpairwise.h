@@ -52,6 +52,9 @@ class NSMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
+  template <class Accumulator>
+  friend struct StateOf;  // the library's own
+
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };

@@ -66,6 +66,9 @@ class SMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
+  template <class Accumulator>
+  friend struct StateOf;  // the library's own
+
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };

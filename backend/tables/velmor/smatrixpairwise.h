@@ -62,6 +62,9 @@ class SMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
+  template <class Accumulator>
+  friend struct StateOf;  // the library's own
+
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
 };

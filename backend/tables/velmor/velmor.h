@@ -4,7 +4,9 @@
 
 #include <velmor/DiscriminantMatrix.h>
 #include <velmor/DscIndividualMatrix.h>
+#include <velmor/accumulate.h>
 #include <velmor/auto_array.h>
+#include <velmor/blockforest.h>
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
 #include <velmor/driver.h>
@@ -16,4 +18,6 @@
 #include <velmor/nsmatrixpairwise.h>
 #include <velmor/smatrixlistwise.h>
 #include <velmor/smatrixpairwise.h>
+#include <velmor/state.h>
 #include <velmor/statistics.h>
+#include <velmor/tableview.h>

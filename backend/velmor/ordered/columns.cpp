@@ -269,6 +269,10 @@ void Transpose(const double* const* rows, std::size_t count, Columns columns) {
   }
 }
 
+void MarkEqual(const double* x, std::size_t rows, double value, std::uint64_t* bits) {
+  Active().MarkEqual(x, rows, value, bits);
+}
+
 void AddCells(const double* d, std::size_t count, double* cells) {
   Active().AddCells(d, count, cells);
 }

@@ -7,6 +7,7 @@
 // throws std::bad_alloc when there is none; merges allocate nothing.
 
 #include <cstddef>
+#include <cstdint>
 
 namespace velmor::ordered {
 
@@ -60,6 +61,10 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
 
 // Row r of the columns gets the values at rows[r], one for each column.
 void Transpose(const double* const* rows, std::size_t count, Columns columns);
+
+// Sets the bit of each row (bit row % 64 of word row / 64) in which x is equal to the value, or is
+// any NaN if the value is one; leaves the others.
+void MarkEqual(const double* x, std::size_t rows, double value, std::uint64_t* bits);
 
 // cells[i] = d[i] + cells[i], i < count.
 void AddCells(const double* d, std::size_t count, double* cells);

@@ -136,6 +136,10 @@ struct Engine {
   // presence.h. The bits set in both.
   std::size_t (*CountBoth)(const std::uint64_t* a, const std::uint64_t* b, std::size_t words);
 
+  // presence.h. Sets bit row % 64 of bits[row / 64] where x[row] is equal to the value, or where it
+  // is any NaN if the value is one; leaves the other bits.
+  void (*MarkEqual)(const double* x, std::size_t rows, double value, std::uint64_t* bits);
+
   // presence.h. Lowers *min and raises *max, both the first value present, to the extremes of all
   // that are. A later value counts where it is strictly further out, so NaNs don't.
   void (*PresentExtremes)(const double* x, std::size_t rows, double missingCode, double* min,

@@ -30,6 +30,48 @@ std::size_t Presence(const double* x, std::size_t rows, double missingCode, std:
   return present;
 }
 
+// Marks where is(some values) holds.
+template <class Set, class Is>
+[[gnu::always_inline]] inline void MarkWhere(const double* x, std::size_t rows, Is is,
+                                             std::uint64_t* bits) {
+  constexpr unsigned kLanes = Set::kLanes;
+  Mask<Set> first;
+  for (unsigned lane = 0; lane < kLanes; ++lane) {
+    first[lane] = std::int64_t{1} << lane;
+  }
+  for (std::size_t from = 0; from < rows; from += 64, x += 64) {
+    const std::size_t count = rows - from < 64 ? rows - from : 64;
+    const std::size_t whole = count - count % kLanes;
+    Mask<Set> places = first;
+    Mask<Set> marked{};
+    for (std::size_t i = 0; i < whole; i += kLanes, places <<= kLanes) {
+      marked |= is(Load<Set>(x + i)) & places;
+    }
+    std::uint64_t word = 0;
+    for (unsigned lane = 0; lane < kLanes; ++lane) {
+      word |= static_cast<std::uint64_t>(marked[lane]);
+    }
+    for (std::size_t i = whole; i < count; ++i) {
+      word |= std::uint64_t{is(Broadcast<Set>(x[i]))[0] != 0} << i;
+    }
+    *bits++ |= word;
+  }
+}
+
+template <class Set>
+void MarkEqual(const double* x, std::size_t rows, double value, std::uint64_t* bits) {
+  const Vector<Set> wanted = Broadcast<Set>(value);
+  const auto isEqual = [wanted](Vector<Set> some) { return some == wanted; };
+  const auto isNaN = [](Vector<Set> some) {
+    return some != some;  // NOLINT(misc-redundant-expression): so only where it is no number
+  };
+  if (value == value) {
+    MarkWhere<Set>(x, rows, isEqual, bits);
+  } else {
+    MarkWhere<Set>(x, rows, isNaN, bits);
+  }
+}
+
 template <class Set>
 std::size_t CountBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t words) {
   std::size_t count = 0;

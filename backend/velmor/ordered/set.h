@@ -27,13 +27,30 @@ namespace velmor::ordered {
 template <class Set>
 constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
   static_assert(Set::kPanel <= kMaxPanel && Set::kTilePanels <= 3);
-  return {
-      Set::kName,         Set::kPanel,       Set::kTilePanels,   Set::kDiagonalLanes < Set::kPanel,
-      narrower,           Pack<Set>,         CenterColumns<Set>, Center<Set>,
-      ColumnMoments<Set>, PanelMoments<Set>, Products<Set>,      DiagonalProducts<Set>,
-      GroupSums<Set>,     Presence<Set>,     CountBoth<Set>,     PresentExtremes<Set>,
-      PairSums<Set>,      PairMeans<Set>,    PairProducts<Set>,  AddCells<Set>,
-      MergeRow<Set>,      MergePairs<Set>,   Transpose<Set>};
+  return {Set::kName,
+          Set::kPanel,
+          Set::kTilePanels,
+          Set::kDiagonalLanes < Set::kPanel,
+          narrower,
+          Pack<Set>,
+          CenterColumns<Set>,
+          Center<Set>,
+          ColumnMoments<Set>,
+          PanelMoments<Set>,
+          Products<Set>,
+          DiagonalProducts<Set>,
+          GroupSums<Set>,
+          Presence<Set>,
+          CountBoth<Set>,
+          MarkEqual<Set>,
+          PresentExtremes<Set>,
+          PairSums<Set>,
+          PairMeans<Set>,
+          PairProducts<Set>,
+          AddCells<Set>,
+          MergeRow<Set>,
+          MergePairs<Set>,
+          Transpose<Set>};
 }
 
 }  // namespace velmor::ordered

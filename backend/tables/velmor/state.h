@@ -1,0 +1,45 @@
+#pragma once
+
+#include <velmor/blockforest.h>
+
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#pragma GCC visibility push(default)
+namespace velmor {
+
+// Accumulators and forests as bytes, to be kept in files or sent to other processes. Equal results
+// have equal bytes, on every machine. docs/state-format.md says what they are; every later version
+// of the library reads them.
+//
+// State is one of the eight accumulators, MatrixBase, or a BlockForest of one of these. A
+// MatrixBase has the bytes of its own class, and so has a forest of them.
+
+// What is wrong with bytes that should be a state, and at which of them.
+class StateError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The bytes of a state. O(their number), which is 64 for each pair, 56 for each variable that is
+// accumulated pairwise, 8 for each other number and some 100 besides. Throws std::bad_alloc.
+template <class State>
+[[gnu::visibility("default")]] std::vector<std::byte> Save(const State& state);
+
+// The state whose bytes these are, all of them. They are not trusted: whatever they are, the memory
+// taken is no more than a small multiple of their number, and what is loaded can be used like any
+// other. Throws StateError when they are not a state of this type, or have been changed or cut;
+// std::bad_alloc.
+template <class State>
+[[gnu::visibility("default")]] std::unique_ptr<State> Load(const std::byte* bytes,
+                                                           std::size_t size);
+
+template <class State>
+std::unique_ptr<State> Load(const std::vector<std::byte>& bytes) {
+  return Load<State>(bytes.data(), bytes.size());
+}
+
+}  // namespace velmor
+#pragma GCC visibility pop

@@ -1,0 +1,251 @@
+// accumulate.cpp: a table's blocks, run through Driver into a forest; start at Accumulate.
+#include <velmor/accumulate.h>
+#include <velmor/databatch.h>
+#include <velmor/databatchbygroup.h>
+#include <velmor/driver.h>
+
+#include "stateof.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace velmor {
+
+std::uint64_t DefaultBlockRows(std::size_t columns) {
+  constexpr std::size_t kValues = std::size_t{1} << 17U;
+  constexpr std::size_t kFewestRows = 512;
+  VELMOR_ASSERT(0 < columns);
+  return std::max(kValues / columns, kFewestRows);
+}
+
+namespace {
+
+// Throws std::invalid_argument unless an accumulator of the shape can take the table's columns.
+void CheckTable(const TableView& table, const Shape& shape) {
+  const auto columns = static_cast<std::int64_t>(table.values.size());
+  const auto refuse = [](const std::string& what) {
+    throw std::invalid_argument("the table does not fit the accumulator: " + what);
+  };
+  if (columns == 0 || columns > std::numeric_limits<std::int32_t>::max()) {
+    refuse("it has " + std::to_string(columns) + " columns of values");
+  }
+  if (!shape.IsPossible() || (shape.IsByGroup() && shape.IsOpen())) {
+    refuse("no table has the accumulator's bounds");
+  }
+  if (shape.IsByGroup() && !table.groups) {
+    refuse("it has no column of groups");
+  }
+  const bool takesAll =
+      shape.IsByGroup() || shape.kind == Kind::MatrixListwise || shape.kind == Kind::MatrixPairwise;
+  const std::int64_t needed = shape.IsByGroup() ? shape.bounds[1] : shape.bounds[2];
+  if (columns < needed || (takesAll && !shape.IsOpen() && columns != needed)) {
+    refuse("it has " + std::to_string(columns) + " columns of values, not " +
+           std::to_string(needed));
+  }
+}
+
+// A thread's batch, of the kind that the accumulator takes.
+class Batch {
+ public:
+  Batch(const TableView& table, const Shape& shape, unsigned int rows)
+      : _table(table), _shape(shape) {
+    const auto columns = static_cast<unsigned int>(table.values.size());
+    const double* const weight = table.weights ? &kWeight : nullptr;
+    const double* const regWeight = table.regWeights ? &kWeight : nullptr;
+    const unsigned int* const group = table.groups ? &kGroup : nullptr;
+    if (shape.kind == Kind::DiscIndividualMatrix) {
+      _byGroup.emplace(columns, rows, weight, regWeight, group, NGroups());
+    } else {
+      _batch.emplace(columns, rows, weight, regWeight, group);
+    }
+  }
+
+  // Accumulates rows [from, to) of the table.
+  template <class Accumulator>
+  void AccumulateRows(std::uint64_t from, std::uint64_t to, Accumulator& accumulator) {
+    if constexpr (requires { accumulator += *_byGroup; }) {
+      if (_byGroup) {
+        _byGroup->Clear();
+        _byGroup->AddColumns(_table, from, to);
+        _byGroup->SortByGroup();
+        accumulator += *_byGroup;
+        return;
+      }
+    }
+    _batch->Clear();
+    _batch->AddColumns(_table, from, to,
+                       _shape.IsPairwise() ? std::optional(_shape.missingCode) : std::nullopt);
+    if (_shape.IsByGroup() && _batch->NRows() != 0 && _batch->MaxGroupSeen() >= NGroups()) {
+      throw std::invalid_argument("rows " + std::to_string(from) + " to " + std::to_string(to - 1) +
+                                  ": there is a group " + std::to_string(_batch->MaxGroupSeen()) +
+                                  ", and the accumulator has " + std::to_string(NGroups()) +
+                                  " groups, counted from 0");
+    }
+    accumulator += *_batch;
+  }
+
+ private:
+  unsigned int NGroups() const { return static_cast<unsigned int>(_shape.bounds[0]); }
+
+  // Where a host that adds rows one by one keeps the current one's. Never read here.
+  static constexpr double kWeight = 1.;
+  static constexpr unsigned int kGroup = 0;
+
+  const TableView& _table;
+  const Shape& _shape;
+  std::optional<DataBatch> _batch;
+  std::optional<DataBatchByGroup> _byGroup;
+};
+
+template <class Accumulator>
+class Run : public ProblemBase {
+ public:
+  Run(const TableView& table, const Shape& shape, const AccumulateOptions& options,
+      BlockForest<Accumulator>& forest)
+      : _table(table),
+        _shape(shape),
+        _options(options),
+        _forest(forest),
+        _blockRows(forest.BlockRows()),
+        _blocks(table.rows / _blockRows + (table.rows % _blockRows == 0 ? 0 : 1)) {
+    VELMOR_ASSERT(options.firstBlock + _blocks >= _blocks);
+    if (!shape.IsByGroup()) {
+      _table.groups.reset();  // which it would not use
+    }
+  }
+
+  ProblemPartBase* CreatePart() override { return new Part(*this); }
+
+  // Throws unless all went well.
+  void CheckEnd() const {
+    if (_error) {
+      std::rethrow_exception(_error);
+    }
+    if (_forest.NBlocks() != _blocks) {
+      throw std::runtime_error("the host ended the run after " + std::to_string(_forest.NBlocks()) +
+                               " of " + std::to_string(_blocks) + " blocks");
+    }
+  }
+
+ private:
+  class Part : public ProblemPartBase {
+   public:
+    explicit Part(Run& run)
+        : _run(run),
+          _batch(run._table, run._shape,
+                 static_cast<unsigned int>(
+                     std::clamp<std::uint64_t>(run._table.rows, 1, run._blockRows))) {}
+
+    bool ReadBatch() override {
+      _block = _run._claimed;
+      return _run.Claim();
+    }
+
+    void AccumulateBatch() override {
+      try {
+        std::unique_ptr<Accumulator> leaf = _run._forest.NewLeaf();
+        _batch.AccumulateRows(_run.FirstRow(_block), _run.FirstRow(_block + 1), *leaf);
+        _run._forest.Add(_run._options.firstBlock + _block, std::move(leaf));
+      } catch (...) {
+        _run.TakeError(_block);
+      }
+    }
+
+    void MergeResult() override {}
+
+   private:
+    Run& _run;
+    Batch _batch;
+    std::uint64_t _block = 0;
+  };
+
+  std::uint64_t FirstRow(std::uint64_t block) const {
+    return block < _blocks ? block * _blockRows : _table.rows;
+  }
+
+  // Claims the next block; false when none is left or wanted.
+  bool Claim() {
+    const std::uint64_t rows = FirstRow(_claimed);
+    if (HasError()) {
+      return false;
+    }
+    if (_options.progress && !_options.progress(rows)) {
+      throw Cancelled("the run was cancelled after " + std::to_string(rows) + " of " +
+                      std::to_string(_table.rows) + " rows");
+    }
+    if (_claimed == _blocks) {
+      return false;
+    }
+    ++_claimed;
+    return true;
+  }
+
+  bool HasError() {
+    const std::lock_guard lock(_errorMutex);
+    return _error != nullptr;
+  }
+
+  // Keeps the current exception if its block is the first that has one. Blocks are claimed in order
+  // and those claimed are finished, so that is the first in the table, on any number of threads.
+  void TakeError(std::uint64_t block) {
+    const std::lock_guard lock(_errorMutex);
+    if (!_error || block < _errorBlock) {
+      _error = std::current_exception();
+      _errorBlock = block;
+    }
+  }
+
+  TableView _table;
+  const Shape& _shape;
+  const AccumulateOptions& _options;
+  BlockForest<Accumulator>& _forest;
+  std::uint64_t _blockRows;
+  std::uint64_t _blocks;
+  std::uint64_t _claimed = 0;  // under the driver's read lock
+  std::mutex _errorMutex;      // around the next two
+  std::exception_ptr _error;
+  std::uint64_t _errorBlock = 0;
+};
+
+}  // namespace
+
+template <class Accumulator>
+BlockForest<Accumulator> Accumulate(const TableView& table, const Accumulator& shape,
+                                    const AccumulateOptions& options) {
+  const Shape shapeOfAll = StateOf<Accumulator>::GetShape(shape);
+  CheckTable(table, shapeOfAll);
+  const std::uint64_t blockRows =
+      options.blockRows != 0 ? options.blockRows : DefaultBlockRows(table.values.size());
+  VELMOR_ASSERT(blockRows <= std::numeric_limits<unsigned int>::max());
+  BlockForest<Accumulator> forest(blockRows, shape);
+  Run<Accumulator> run(table, shapeOfAll, options, forest);
+  Driver(&run, options.threads);
+  run.CheckEnd();
+  return forest;
+}
+
+template BlockForest<MatrixBase> Accumulate(const TableView&, const MatrixBase&,
+                                            const AccumulateOptions&);
+template BlockForest<MatrixListwise> Accumulate(const TableView&, const MatrixListwise&,
+                                                const AccumulateOptions&);
+template BlockForest<MatrixPairwise> Accumulate(const TableView&, const MatrixPairwise&,
+                                                const AccumulateOptions&);
+template BlockForest<SMatrixListwise> Accumulate(const TableView&, const SMatrixListwise&,
+                                                 const AccumulateOptions&);
+template BlockForest<NSMatrixListwise> Accumulate(const TableView&, const NSMatrixListwise&,
+                                                  const AccumulateOptions&);
+template BlockForest<SMatrixPairwise> Accumulate(const TableView&, const SMatrixPairwise&,
+                                                 const AccumulateOptions&);
+template BlockForest<NSMatrixPairwise> Accumulate(const TableView&, const NSMatrixPairwise&,
+                                                  const AccumulateOptions&);
+template BlockForest<DiscriminantMatrix> Accumulate(const TableView&, const DiscriminantMatrix&,
+                                                    const AccumulateOptions&);
+template BlockForest<DiscIndividualMatrix> Accumulate(const TableView&, const DiscIndividualMatrix&,
+                                                      const AccumulateOptions&);
+
+}  // namespace velmor

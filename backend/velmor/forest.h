@@ -1,0 +1,68 @@
+#pragma once
+
+// What a BlockForest keeps, for its own source and for the state's.
+
+#include <velmor/blockforest.h>
+
+#include "stateof.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+namespace velmor {
+
+// The blocks of a node of that level, whose first is a multiple of their number.
+struct BlockRange {
+  std::uint64_t first;
+  unsigned int level;
+
+  std::uint64_t Count() const { return std::uint64_t{1} << level; }
+  std::uint64_t Last() const { return first + (Count() - 1); }
+  // The other child of the node's parent.
+  BlockRange Sibling() const { return {first ^ Count(), level}; }
+};
+
+// Blocks are numbered below this, so that no node has a level above kMostBlocksLevel.
+constexpr unsigned int kMostBlocksLevel = 63;
+constexpr std::uint64_t kMostBlocks = std::uint64_t{1} << kMostBlocksLevel;
+
+template <class Accumulator>
+struct BlockForest<Accumulator>::Data {
+  struct Node {
+    unsigned int level;
+    std::unique_ptr<Accumulator> value;  // null while it is being merged
+  };
+  // The nodes by their first blocks. They cover different blocks.
+  using Nodes = std::map<std::uint64_t, Node>;
+
+  Data(std::uint64_t rowsOfBlock, const Shape& shapeOfAll)
+      : blockRows(rowsOfBlock), shape(shapeOfAll) {}
+
+  // Throws what Add throws when the accumulator of these blocks can't be taken.
+  void CheckFits(BlockRange blocks, const Accumulator& value) const;
+  // Takes it. The blocks are there only once.
+  void Insert(BlockRange blocks, std::unique_ptr<Accumulator> value);
+  // Merges a node with its sibling, the result with its own and so on, as long as there are any.
+  // Returns the node that it became. The lock is held, but for the merges.
+  typename Nodes::iterator Grow(typename Nodes::iterator node, std::unique_lock<std::mutex>& lock);
+  // Makes up for merges that were put off, so that no two siblings remain.
+  void GrowAll();
+
+  mutable std::mutex mutex;  // around all below
+  std::uint64_t blockRows;
+  Shape shape;  // as far as it is known
+  std::uint64_t nBlocks = 0;
+  std::uint64_t nRows = 0;
+  Nodes nodes;
+};
+
+// For the state.
+template <class Accumulator>
+struct ForestAccess {
+  using Data = typename BlockForest<Accumulator>::Data;
+  static Data& Get(const BlockForest<Accumulator>& forest) { return *forest._my; }
+};
+
+}  // namespace velmor

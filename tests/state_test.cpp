@@ -1,0 +1,187 @@
+// States: what is saved is loaded, bytes written by earlier versions are read, and no bytes
+// whatever do harm.
+#include <velmor/velmor.h>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include "accumulators.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace velmor::test {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+template <class Accumulator>
+BlockForest<Accumulator> SomeForest() {
+  BlockForest<Accumulator> forest(6, *NewAccumulator<Accumulator>());
+  for (const std::uint32_t block : {0U, 1U, 2U, 5U, 6U}) {
+    forest.Add(block, Accumulated<Accumulator>(MixedCases(block == 5 ? 0 : 6, block)));
+  }
+  return forest;
+}
+
+// Sums of squares overflow, an infinite and a NaN value make means NaN of either sign.
+Cases CasesBeyondNumbers() {
+  Cases cases = MixedCases(12);
+  cases.rows[1] = {kInf, 1e200, -kInf, -0., kNaN};
+  cases.rows[2] = {-kInf, -1e200, -kInf, -0., -kNaN};
+  return cases;
+}
+
+template <class Accumulator>
+class State : public testing::Test {};
+TYPED_TEST_SUITE(State, Accumulators);
+
+TYPED_TEST(State, IsLoadedAsItWasSaved) {
+  for (const Cases& cases : {Cases{}, MixedCases(30), CasesBeyondNumbers()}) {
+    const auto accumulator = Accumulated<TypeParam>(cases);
+    const auto loaded = Load<TypeParam>(Save(*accumulator));
+    EXPECT_EQ(Save(*loaded), Save(*accumulator));
+    // It goes on like the other.
+    for (TypeParam* const each : {accumulator.get(), loaded.get()}) {
+      *each += *BatchFor<TypeParam>(CasesFor<TypeParam>(MixedCases(9, 2)));
+      *each += *Accumulated<TypeParam>(MixedCases(9, 3));
+    }
+    EXPECT_EQ(Save(*loaded), Save(*accumulator));
+  }
+}
+
+TYPED_TEST(State, KeepsForestsThatCanGrow) {
+  auto forest = SomeForest<TypeParam>();
+  const auto loaded = Load<BlockForest<TypeParam>>(Save(forest));
+  for (BlockForest<TypeParam>* const each : {&forest, loaded.get()}) {
+    each->Add(4, Accumulated<TypeParam>(MixedCases(6, 4)));
+    each->Add(3, Accumulated<TypeParam>(MixedCases(6, 3)));
+    EXPECT_EQ(each->NBlocks(), 7U);
+  }
+  EXPECT_EQ(Save(*loaded->Result()), Save(*forest.Result()));
+  const BlockForest<TypeParam> empty(6, *NewAccumulator<TypeParam>());
+  EXPECT_EQ(Save(*Load<BlockForest<TypeParam>>(Save(empty))), Save(empty));
+}
+
+// The hash made to fit the bytes before it.
+void Rehash(Bytes& bytes) {
+  VELMOR_ASSERT(bytes.data() != nullptr);
+  const std::uint64_t hash = XXH64(bytes.data(), bytes.size() - sizeof hash, 0);
+  std::memcpy(bytes.data() + bytes.size() - sizeof hash, &hash, sizeof hash);
+}
+
+// Loads bytes that are no state or, if they are one after all, the one that has just these bytes.
+template <class Type>
+void LoadOrRefuse(const Bytes& bytes) {
+  try {
+    ASSERT_EQ(Save(*Load<Type>(bytes)), bytes);
+  } catch (const StateError&) {  // NOLINT(bugprone-empty-catch): as it should
+  }
+}
+
+template <class Type>
+void TryBytesLike(const Bytes& valid) {
+  for (std::size_t size = 0; size < valid.size(); ++size) {
+    const Bytes cut(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_THROW(Load<Type>(cut), StateError) << size << " bytes";
+  }
+  Bytes more = valid;
+  more.push_back(std::byte{0});
+  EXPECT_THROW(Load<Type>(more), StateError);
+  std::mt19937 random(1);
+  for (std::size_t at = 0; at < valid.size(); ++at) {
+    SCOPED_TRACE(at);
+    Bytes changed = valid;
+    changed[at] ^= static_cast<std::byte>(1U << random() % 8);
+    EXPECT_THROW(Load<Type>(changed), StateError);
+    // By someone who knows the hash.
+    for (const int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
+      changed[at] = static_cast<std::byte>(value);
+      Rehash(changed);
+      LoadOrRefuse<Type>(changed);
+    }
+  }
+  for (int trial = 0; trial < 2000; ++trial) {
+    Bytes changed = valid;
+    for (auto changes = 1 + random() % 4; changes > 0; --changes) {
+      const auto at = static_cast<std::ptrdiff_t>(random() % changed.size());
+      const auto to = static_cast<std::ptrdiff_t>(random() % changed.size());
+      const auto size = std::min<std::ptrdiff_t>(
+          8, static_cast<std::ptrdiff_t>(changed.size()) - std::max(at, to));
+      std::copy_n(valid.begin() + at, size, changed.begin() + to);
+    }
+    Rehash(changed);
+    LoadOrRefuse<Type>(changed);
+  }
+}
+
+TYPED_TEST(State, TakesNoBytesOnTrust) {
+  TryBytesLike<TypeParam>(Save(*Accumulated<TypeParam>(MixedCases(20))));
+  TryBytesLike<BlockForest<TypeParam>>(Save(SomeForest<TypeParam>()));
+}
+
+// Integers of the head: at which byte they stand, and a message for a value.
+TEST(StateErrors, SayWhatIsWrong) {
+  BlockForest<SMatrixListwise> forest(6, SMatrixListwise());
+  forest.Add(1, Accumulated<SMatrixListwise>(MixedCases(6)));
+  const struct {
+    std::size_t at;
+    unsigned char value;
+    std::string message;
+  } cases[] = {
+      {0, 'V', "not a state: it does not begin like one"},
+      {8, 2, "a state of format version 2, which this version of the library does not read"},
+      {12, 1, "the state is wrong before byte 24: this is not the state of a forest"},
+      {14, 2,
+       "the state is wrong before byte 24: this is the state of an accumulator of another class"},
+      {16, 0, "the state has 360 bytes and should have 256"},
+      {24, 4, "the state is wrong before byte 28: unknown flags"},
+      {28, 5, "the state is wrong before byte 40: bounds that no accumulator has"},
+      {39, 0x7F, "the state is wrong before byte 112: the state ends too early"},
+      {48, 0, "the state is wrong before byte 56: the rows of a block"},
+      {48, 1,
+       "the state is wrong before byte 352: block 1 has too many cases: 4, where a block has 1 "
+       "rows"},
+      {56, 2, "the state is wrong before byte 352: the state ends too early"},
+      {64, 64, "the state is wrong before byte 80: an impossible node"},
+      {80, 0, "the state is wrong before byte 88: a record of no cases"},
+  };
+  for (const auto& c : cases) {
+    Bytes bytes = Save(forest);
+    bytes[c.at] = std::byte{c.value};
+    Rehash(bytes);
+    EXPECT_EQ(MessageOf<StateError>([&] { Load<BlockForest<SMatrixListwise>>(bytes); }), c.message);
+  }
+}
+
+// Files that were written by version 1 of the format, here. VELMOR_WRITE_GOLDEN writes those that
+// are not there.
+void CheckGolden(const std::string& name, const Bytes& bytes) {
+  const auto path = std::filesystem::path(GOLDEN_STATES) / (name + ".1.state");
+  if (std::getenv("VELMOR_WRITE_GOLDEN") && !exists(path)) {  // NOLINT(concurrency-mt-unsafe)
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),  // NOLINT(*-reinterpret-cast)
+               static_cast<std::streamsize>(bytes.size()));
+  }
+  std::ifstream file(path, std::ios::binary);
+  ASSERT_TRUE(file) << path;
+  Bytes golden;
+  for (auto i = std::istreambuf_iterator<char>(file); i != std::istreambuf_iterator<char>(); ++i) {
+    golden.push_back(static_cast<std::byte>(*i));
+  }
+  EXPECT_EQ(bytes, golden);
+}
+
+TYPED_TEST(State, HasTheBytesThatItAlwaysHad) {
+  if constexpr (!std::is_same_v<TypeParam, MatrixBase>) {
+    std::string name = testing::internal::GetTypeName<TypeParam>();
+    name.erase(0, name.rfind(':') + 1);
+    CheckGolden(name, Save(*Accumulated<TypeParam>(MixedCases(30))));
+    CheckGolden(name + "Forest", Save(SomeForest<TypeParam>()));
+  }
+}
+
+}  // namespace
+}  // namespace velmor::test
