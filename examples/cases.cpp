@@ -48,10 +48,9 @@ CaseCounts& CaseCounts::operator+=(const CaseCounts& other) {
   return *this;
 }
 
-std::string Summary(const CaseCounts& counts, const CaseColumns& columns) {
-  const bool hasWeights = columns.weight || columns.regWeight;
+std::string Summary(const CaseCounts& counts, bool hasWeights, bool allowsIncomplete) {
   std::string reason = "incomplete";
-  if (columns.allowsIncomplete) {
+  if (allowsIncomplete) {
     reason = hasWeights ? "empty or without a weight" : "empty";
   }
   std::string text = std::to_string(counts.read) + " cases read, " + std::to_string(counts.Used()) +
@@ -104,6 +103,13 @@ bool CaseReader::Claim() {
   return isAny;
 }
 
+std::uint64_t CaseReader::Claim(std::uint64_t most) {
+  _progress.Show(_file.BytesRead());
+  const std::uint64_t records = _file.Claim(_chunk, most);
+  _parser.Start(_chunk);
+  return records;
+}
+
 bool CaseReader::Next() {
   while (_parser.Next()) {
     ++_counts.read;
@@ -138,18 +144,17 @@ bool CaseReader::TakeCase() {
 
 // Reads the current record's values. Returns how many are present.
 std::size_t CaseReader::TakeValues() {
-  const double mark = _columns.MissingMark();
   std::size_t present = 0;
   for (std::size_t i = 0; i < _case.values.size(); ++i) {
     const std::size_t column = _columns.values[i];
     const std::optional<double> value = _parser.Number(column);
     const bool isPresent = value && value != _columns.missingCode;
-    if (isPresent && *value == mark && _columns.allowsIncomplete) {
+    if (isPresent && *value == kMissingCode && _columns.allowsIncomplete) {
       throw Error(_parser.Place(column) + "the value " + std::string(_parser.Text(column)) +
                   " can't be told from a missing one; if it stands for one, name it with "
                   "--missing-code, otherwise rescale the column");
     }
-    _case.values[i] = isPresent ? *value : mark;
+    _case.values[i] = isPresent ? *value : std::numeric_limits<double>::quiet_NaN();
     present += isPresent ? 1U : 0U;
   }
   return present;

@@ -26,9 +26,12 @@ struct CaseColumns {
   std::optional<double> missingCode;  // a value that is missing, as empty ones and NA are
   bool allowsIncomplete = false;      // values may be missing, as long as not all of them are
 
-  // What stands in a case for a missing value.
-  double MissingMark() const { return missingCode.value_or(std::numeric_limits<double>::lowest()); }
+  bool HasWeights() const { return weight || regWeight; }
 };
+
+// The missing code for accumulators of incomplete cases. No value that is present may be equal to
+// it, so it is one that hardly ever comes up.
+constexpr double kMissingCode = std::numeric_limits<double>::lowest();
 
 // The columns in a list written like a header; without a list all columns but those taken. Throws
 // Error when a name in the list is no column's.
@@ -40,8 +43,8 @@ std::vector<std::size_t> ListedColumns(const Source& source,
 void CheckColumns(const Source& source, const std::vector<std::size_t>& columns,
                   const std::string& options);
 
-// A case that is used. Its weights are positive. Nothing is missing, or else, where incomplete
-// cases are allowed, the missing values are CaseColumns::MissingMark() and no others are.
+// A case that is used. Its weights are positive. Where incomplete cases are allowed, the values
+// that are missing are NaN and none is kMissingCode; elsewhere none is missing.
 struct Case {
   std::vector<double> values;
   double weight = 1.;
@@ -61,7 +64,7 @@ struct CaseCounts {
 
 // "150 cases read, 148 used, 2 left out as incomplete", and with weights those of weight 0. Where
 // incomplete cases are allowed, those left out are empty or have no weight.
-std::string Summary(const CaseCounts& counts, const CaseColumns& columns);
+std::string Summary(const CaseCounts& counts, bool hasWeights, bool allowsIncomplete = false);
 
 // How many cases a batch should take: as many as the cache holds, but enough for the merge that
 // follows each batch to be a small part of the work, and not more than a batch can number.
@@ -98,6 +101,8 @@ class CaseReader {
 
   // Claims the next cases; false when none is left. One thread at a time: for ReadBatch.
   bool Claim();
+  // The same, but no more than `most` records. Returns their number; 0 when none is left.
+  std::uint64_t Claim(std::uint64_t most);
 
   // Goes to the next of the claimed cases that is used; false after the last. Cases that are not
   // used are counted, and looked through all the same for fields that are wrong. Throws Error.

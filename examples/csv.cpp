@@ -9,12 +9,19 @@
 #include <cmath>
 #include <new>
 #include <system_error>
+#include <utility>
 
 namespace csv {
 namespace {
 
 std::uint64_t Count(std::string_view text, char c) {
   return static_cast<std::uint64_t>(std::count(text.begin(), text.end(), c));
+}
+
+// Most texts have no quotes, which is found out much faster than how many there are.
+bool HasOddQuotes(std::string_view text) {
+  const std::size_t first = text.find('"');
+  return first != std::string_view::npos && Count(text.substr(first), '"') % 2 == 1;
 }
 
 // Where the first record in the text ends, after its line end; the text's size when it has none.
@@ -25,7 +32,7 @@ std::size_t FirstRecordEnd(std::string_view text) {
     if (lineEnd == std::string_view::npos) {
       return text.size();
     }
-    isQuoted = isQuoted != (Count(text.substr(begin, lineEnd - begin), '"') % 2 == 1);
+    isQuoted = isQuoted != HasOddQuotes(text.substr(begin, lineEnd - begin));
     begin = lineEnd + 1;
     if (!isQuoted) {
       return begin;
@@ -36,7 +43,7 @@ std::size_t FirstRecordEnd(std::string_view text) {
 // Where the last complete record in the text ends, after its line end; 0 when there is none. The
 // text begins with a record. A place is within quotes if the number of quotes before it is odd.
 std::size_t LastRecordEnd(std::string_view text) {
-  bool isQuoted = Count(text, '"') % 2 == 1;
+  bool isQuoted = HasOddQuotes(text);
   for (std::size_t end = text.size(); end != 0; --end) {
     const char c = text[end - 1];
     if (c == '"') {
@@ -64,11 +71,33 @@ std::string Quoted(std::string_view text) {
   return '"' + Printable(text.substr(0, kLongest)) + (isLong ? "...\"" : "\"");
 }
 
-Error SystemError(const std::string& what, const std::string& name) {
-  return Error("cannot " + what + ' ' + name + ": " + std::generic_category().message(errno));
+// Whether a record is none because there is nothing on its line.
+bool IsBlank(std::string_view record) {
+  return WithoutLineEnd(record).find_first_not_of(" \t") == std::string_view::npos;
+}
+
+struct Records {
+  std::uint64_t count;
+  std::size_t end;  // where the last of them ends, after its line end
+};
+
+// The first records in the text, no more than `most`.
+Records FirstRecords(std::string_view text, std::uint64_t most) {
+  Records records{0, 0};
+  while (records.count < most && records.end < text.size()) {
+    const std::string_view rest = text.substr(records.end);
+    const std::string_view record = rest.substr(0, FirstRecordEnd(rest));
+    records.count += IsBlank(record) ? 0U : 1U;
+    records.end += record.size();
+  }
+  return records;
 }
 
 }  // namespace
+
+Error SystemError(const std::string& what, const std::string& name) {
+  return Error("cannot " + what + ' ' + name + ": " + std::generic_category().message(errno));
+}
 
 Reader::Reader(const std::string& path, std::size_t blockSize)
     : _source{path == "-" ? "standard input" : path, {}},
@@ -98,15 +127,13 @@ void Reader::ReadHeader() {
   for (std::size_t column = 0; column < parser.NFields(); ++column) {
     _source.columns.emplace_back(parser.Text(column));
   }
-  const std::string begun = std::move(_rest.text);
-  _rest = parser.Rest();
-  _rest.text += begun;
+  PutBackRecords(chunk, chunk.text.size() - parser.Rest().size());
 }
 
 bool Reader::Claim(Chunk& chunk) {
   std::swap(chunk, _rest);
   std::string& text = chunk.text;
-  std::size_t end = 0;
+  std::size_t end = std::exchange(_whole, 0);
   while (end == 0 && !_isAtEnd && text.size() < kMaxRecordSize) {
     ReadMore(text);
     end = LastRecordEnd(text);
@@ -116,10 +143,47 @@ bool Reader::Claim(Chunk& chunk) {
     end = text.size();
     _isAtEnd = true;
   }
-  _rest.text.assign(text, end);
-  text.resize(end);
-  _rest.firstLine = chunk.firstLine + Count(text, '\n');
+  _rest.text.clear();
+  PutBack(chunk, end);
   return !text.empty();
+}
+
+std::uint64_t Reader::Claim(Chunk& chunk, std::uint64_t most) {
+  while (most != 0 && Claim(chunk)) {
+    if (chunk.isCut) {
+      return 1;
+    }
+    const Records records = FirstRecords(chunk.text, most);
+    PutBackRecords(chunk, records.end);
+    if (records.count != 0) {
+      return records.count;
+    }
+  }
+  return 0;
+}
+
+std::uint64_t Reader::Skip(std::uint64_t most) {
+  std::uint64_t skipped = 0;
+  Chunk chunk;
+  while (const std::uint64_t records = Claim(chunk, most - skipped)) {
+    skipped += records;
+  }
+  return skipped;
+}
+
+// Leaves all but the chunk's first `end` bytes for the next claim.
+void Reader::PutBack(Chunk& chunk, std::size_t end) {
+  _rest.text.insert(0, chunk.text, end);
+  chunk.text.resize(end);
+  _rest.firstLine = chunk.firstLine + Count(chunk.text, '\n');
+}
+
+// The same with a chunk that was claimed, which is whole records.
+void Reader::PutBackRecords(Chunk& chunk, std::size_t end) {
+  _whole = chunk.text.size() - end;
+  if (_whole != 0) {
+    PutBack(chunk, end);
+  }
 }
 
 // Appends a block, or as much again as there is, so that the time for a long record is linear.
@@ -155,12 +219,14 @@ void Parser::Start(const Chunk& chunk) {
 }
 
 bool Parser::Next() {
+  std::string_view record;
   do {
     if (_rest.empty()) {
       return false;
     }
-    Parse(TakeRecord());
-  } while (_ends.empty());  // a blank line
+    record = TakeRecord();
+  } while (IsBlank(record) && !_isCut);
+  Parse(WithoutLineEnd(record));
   const std::size_t expected = _source.columns.size();
   if (expected != 0 && _ends.size() != expected) {
     throw Error(PlaceOf(_line) + "expected " + std::to_string(expected) +
@@ -174,7 +240,7 @@ std::string_view Parser::TakeRecord() {
   _rest.remove_prefix(record.size());
   _line = _nextLine;
   _nextLine += Count(record, '\n');
-  return WithoutLineEnd(record);
+  return record;
 }
 
 void Parser::Parse(std::string_view record) {

@@ -68,6 +68,13 @@ class Reader {
   // file than one chunk and one incomplete record. Throws Error when the file can't be read.
   bool Claim(Chunk& chunk);
 
+  // The same, but no more than `most` records. Returns their number, as Parser::Next will count
+  // them; 0 when there are none left.
+  std::uint64_t Claim(Chunk& chunk, std::uint64_t most);
+
+  // Passes over the next records, `most` of them if there are so many. Returns their number.
+  std::uint64_t Skip(std::uint64_t most);
+
  private:
   struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -75,13 +82,16 @@ class Reader {
 
   void ReadHeader();
   void ReadMore(std::string& text);
+  void PutBack(Chunk& chunk, std::size_t end);
+  void PutBackRecords(Chunk& chunk, std::size_t end);
 
   Source _source;
   std::unique_ptr<std::FILE, CloseFile> _file;
   std::size_t _blockSize;
   std::uint64_t _bytesRead = 0;
   bool _isAtEnd = false;
-  Chunk _rest;  // read but not claimed yet
+  Chunk _rest;             // read but not claimed yet
+  std::size_t _whole = 0;  // bytes of it that are known to be whole records
 };
 
 // Splits a chunk into records, and these into fields. Allocates only for a record that is longer
@@ -107,8 +117,8 @@ class Parser {
   // "file:line: column 5 (species): ": the place of a field, its line being the one it begins on.
   std::string Place(std::size_t column) const;
 
-  // What Next() has not come to yet.
-  Chunk Rest() const { return {std::string(_rest), _nextLine, false}; }
+  // What Next() has not come to yet, in the chunk's text.
+  std::string_view Rest() const { return _rest; }
 
  private:
   struct FreeParser {
@@ -134,6 +144,9 @@ class Parser {
   std::vector<std::size_t> _ends;  // where each of them ends in _text
   bool _hasStrayReturn = false;
 };
+
+// What the system says is wrong: "cannot open iris.csv: No such file or directory".
+Error SystemError(const std::string& what, const std::string& name);
 
 // The column of that name. Throws Error when there is none or more than one.
 std::size_t FindColumn(const Source& source, std::string_view name);

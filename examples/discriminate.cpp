@@ -209,7 +209,8 @@ class GroupsShare {
 void FindGroups(Study& study, csv::Progress& progress) {
   study.counts = ReadCases<GroupsShare>(study, progress, study.groups);
   if (study.groups.empty()) {
-    throw study.Error("no case to analyse: " + csv::Summary(study.counts, study.columns));
+    throw study.Error("no case to analyse: " +
+                      csv::Summary(study.counts, study.columns.HasWeights()));
   }
   if (study.NGroups() == 1) {
     throw study.Error("the " + std::to_string(study.counts.Used()) +
@@ -536,8 +537,8 @@ std::string Report(const Study& study, const Sums& sums, const Statistics& s, co
     covariances += MatrixTable("Covariances in " + groups.back(), variables, variables, table);
   }
   const MatrixXd means = s.means.colwise() + s.centre;
-  return csv::Summary(study.counts, study.columns) + '\n' + GroupSizes(study, groups, s) +
-         MatrixTable("Means", groups, variables, means.transpose()) +
+  return csv::Summary(study.counts, study.columns.HasWeights()) + '\n' +
+         GroupSizes(study, groups, s) + MatrixTable("Means", groups, variables, means.transpose()) +
          MatrixTable("Standard deviations", groups, variables, deviations) +
          MatrixTable("Tests of equal means", variables,
                      {"Wilks' lambda", "F", "df between", "df within"}, Tests(s)) +

@@ -1,10 +1,13 @@
 // The example programs' CSV reader, and the program describe as a user meets it. The build says
 // where the program and the data are: DESCRIBE_PROGRAM, EXAMPLE_DATA.
 #include "../examples/csv.h"
+#include "../examples/resultfile.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <limits>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -22,15 +25,21 @@ using testing::StartsWith;
 using Csv = InDirectory;
 using Describe = InDirectory;
 
-// The records of x.csv, one a line, as "line|field|field"; then the error, if there is one.
-std::string Records(std::size_t blockSize) {
+constexpr std::uint64_t kAll = std::numeric_limits<std::uint64_t>::max();
+
+// The records of x.csv but the first ones, one a line, as "line|field|field"; then the error, if
+// there is one. Claims are of no more than `most` records.
+std::string Records(std::size_t blockSize, std::uint64_t most = kAll, std::uint64_t skipped = 0) {
   std::string records;
   try {
     csv::Reader reader("x.csv", blockSize);
     csv::Parser parser(reader.GetSource());
-    for (csv::Chunk chunk; reader.Claim(chunk);) {
+    EXPECT_EQ(reader.Skip(skipped), skipped);
+    csv::Chunk chunk;
+    while (std::uint64_t claimed = reader.Claim(chunk, most)) {
+      EXPECT_LE(claimed, most);
       parser.Start(chunk);
-      while (parser.Next()) {
+      for (; parser.Next(); --claimed) {
         const std::string place = parser.Place(0);
         records += place.substr(6, place.find(':', 6) - 6);
         for (std::size_t column = 0; column < parser.NFields(); ++column) {
@@ -39,6 +48,7 @@ std::string Records(std::size_t blockSize) {
         }
         records += '\n';
       }
+      EXPECT_EQ(claimed, 0U);
     }
   } catch (const csv::Error& error) {
     records += error.what();
@@ -88,9 +98,34 @@ TEST_F(Csv, ReadsRecordsWhateverTheBlockSize) {
   for (const auto& c : cases) {
     Write("x.csv", c.text);
     for (const std::size_t blockSize : {1U, 2U, 3U, 5U, 8U, 13U, 1000U}) {
-      SCOPED_TRACE(testing::Message() << c.name << ", blocks of " << blockSize);
-      EXPECT_EQ(Records(blockSize), c.records);
+      for (const std::uint64_t most : {std::uint64_t{1}, std::uint64_t{2}, kAll}) {
+        SCOPED_TRACE(testing::Message()
+                     << c.name << ", blocks of " << blockSize << ", claims of " << most);
+        EXPECT_EQ(Records(blockSize, most), c.records);
+      }
     }
+  }
+}
+
+TEST_F(Csv, SkipsRecords) {
+  Write("x.csv", "a,b\n\n1,\"\n\n2\"\n\n \n3,4\n5,6\n\n7,8");
+  const std::vector<std::string> records{"3|1|\n\n2\n", "8|3|4\n", "9|5|6\n", "11|7|8\n"};
+  for (const std::size_t blockSize : {1U, 7U, 1000U}) {
+    std::string rest;
+    for (std::size_t skipped = records.size(); skipped != 0;) {
+      rest.insert(0, records[--skipped]);
+      EXPECT_EQ(Records(blockSize, 2, skipped), rest);
+    }
+    csv::Reader reader("x.csv", blockSize);
+    EXPECT_EQ(reader.Skip(5), 4U);
+    EXPECT_EQ(reader.Skip(1), 0U);
+  }
+  // One by one, and no more is read than that takes.
+  Write("x.csv", "a\n1\n2\n3\n" + std::string(10000, '\n'));
+  csv::Reader reader("x.csv", 100);
+  for (int skipped = 0; skipped < 3; ++skipped) {
+    EXPECT_EQ(reader.Skip(1), 1U);
+    EXPECT_EQ(reader.BytesRead(), 100U);
   }
 }
 
@@ -110,6 +145,7 @@ TEST_F(Csv, LimitsTheLengthOfARecord) {
     while (reader.Claim(chunk) && !chunk.isCut) {
     }
     EXPECT_FALSE(reader.Claim(chunk));  // the rest of the record is none
+    EXPECT_EQ(csv::Reader("x.csv", blockSize).Skip(kAll), 2U);
   }
 }
 
@@ -200,12 +236,14 @@ TEST_F(Describe, AgreesWithExactArithmetic) {
         "\nbody_mass_g             0.5951       1.0000\n"}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    const Outcome outcome = RunDescribe("'" EXAMPLE_DATA "/'" + std::string(c.arguments));
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.error, "");
-    for (const char* const line : c.lines) {
-      EXPECT_THAT(outcome.out, HasSubstr(line));
+    for (const char* const how : {"", " --block-rows 1 --threads 3"}) {
+      SCOPED_TRACE(std::string(c.arguments) + how);
+      const Outcome outcome = RunDescribe("'" EXAMPLE_DATA "/'" + std::string(c.arguments) + how);
+      EXPECT_EQ(outcome.status, 0);
+      EXPECT_EQ(outcome.error, "");
+      for (const char* const line : c.lines) {
+        EXPECT_THAT(outcome.out, HasSubstr(line));
+      }
     }
   }
 }
@@ -307,8 +345,9 @@ TEST_F(Describe, ReadsStandardInput) {
   EXPECT_EQ(RunDescribe("/dev/stdin", "cat x.csv | ").out, expected);
 }
 
-// More chunks than threads, and more cases than a batch has room for.
-TEST_F(Describe, GivesTheSameTablesForAnyNumberOfThreads) {
+// More chunks than threads, more cases than a block has room for, and than a window where blocks
+// are small. The first of several errors is the one that is reported.
+TEST_F(Describe, GivesTheSameResultForAnyNumberOfThreads) {
   constexpr int kColumns = 250;
   std::string names = "x0";
   for (int column = 1; column < kColumns; ++column) {
@@ -322,25 +361,198 @@ TEST_F(Describe, GivesTheSameTablesForAnyNumberOfThreads) {
     for (int column = 0; column < kColumns; ++column) {
       random() % 1000 == 0 ? text << ",NA" : text << ",\"1234" << random() % 1000 << "e-3\"";
     }
-    text << '\n';
+    text << (row % 7 == 0 ? "\n\n" : "\n");
   }
   Write("x.csv", text.str());
-  const std::string arguments = "x.csv --weight w --variables " + names + " --threads ";
-  const std::string pairwise = "x.csv --weight w --variables " +
-                               names.substr(0, names.find(",x99")) +
-                               " --missing pairwise --counts --threads ";
-  for (const std::string& how : {arguments, pairwise}) {
-    const Outcome one = RunDescribe(how + '1');
+  const std::string listwise = "x.csv --weight w --save one --variables " + names;
+  const std::string pairwise =
+      "x.csv --save one --missing pairwise --counts --with x99 --regression-weight w --variables " +
+      names.substr(0, names.find(",x99"));
+  for (const std::string& how :
+       {listwise, listwise + " --block-rows 7", pairwise, pairwise + " --block-rows 7"}) {
+    const Outcome one = RunDescribe(how + " --threads 1");
     EXPECT_EQ(one.error, "");
     EXPECT_THAT(one.out, StartsWith("4000 cases read, "));
-    for (const char* const threads : {"2", "7", "0"}) {
-      EXPECT_TRUE(RunDescribe(how + threads).out == one.out) << threads;
+    const std::string saved = Contents("one");
+    for (const char* const threads : {"2", "3", "7", "0"}) {
+      EXPECT_TRUE(RunDescribe(how + " --threads " + threads).out == one.out) << threads;
+      EXPECT_TRUE(Contents("one") == saved) << threads;
     }
   }
-  Write("x.csv", text.str() + "1,2\n");
-  for (const char* const threads : {"1", "7"}) {
-    EXPECT_EQ(RunDescribe(arguments + threads).error,
-              "describe: x.csv:8002: expected 252 fields, as in the header, found 2\n");
+  Write("x.csv", text.str() + "1,2\n" + text.str() + "\n\"\n");
+  // The chunk after the first error begins with others, which are found sooner.
+  std::string digits = "a\n";
+  for (int row = 0; row < 300000; ++row) {
+    digits += row < 125000 ? "1\n" : ".\n";
+  }
+  Write("y.csv", digits);
+  for (const char* const threads : {"1", "2", "7"}) {
+    EXPECT_EQ(RunDescribe(listwise + " --threads " + threads).error,
+              "describe: x.csv:8574: expected 252 fields, as in the header, found 2\n");
+    EXPECT_EQ(RunDescribe(std::string("y.csv --variables a --threads ") + threads).error,
+              "describe: y.csv:125002: column 1 (a): \".\" is not a number\n");
+  }
+}
+
+std::string Lines(const std::string& text, std::size_t from, std::size_t to) {
+  std::istringstream stream(text);
+  std::string lines;
+  std::string line;
+  for (std::size_t number = 0; number < to && std::getline(stream, line); ++number) {
+    if (number >= from) {
+      lines.append(line).append("\n");
+    }
+  }
+  return lines;
+}
+
+// The parts are two blocks each, so that merging them makes the tree that all blocks make.
+TEST_F(Describe, LoadsWhatItSaved) {
+  const std::string text = Contents(EXAMPLE_DATA "/airquality.csv");
+  Write("all.csv", Lines(text, 0, 1 + 96));
+  for (std::size_t part = 0; part < 3; ++part) {
+    Write(std::to_string(part) + ".csv",
+          Lines(text, 0, 1) + Lines(text, 1 + 32 * part, 1 + 32 * (part + 1)));
+  }
+  for (const char* const how :
+       {"", "--missing pairwise", "--missing pairwise --weight month --variables ozone,solar_r",
+        "--weight day --regression-weight month --variables ozone,temp --with wind,solar_r"}) {
+    SCOPED_TRACE(how);
+    const auto describe = [how](const std::string& name) {
+      const std::string arguments =
+          ".csv --block-rows 16 --counts " + std::string(how) + " --save ";
+      return RunDescribe(name + arguments + name).out;
+    };
+    const std::string all = describe("all");
+    EXPECT_THAT(all, StartsWith("96 cases read, "));
+    EXPECT_EQ(RunDescribe("--load all --save again --counts").out, all);
+    EXPECT_TRUE(Contents("again") == Contents("all"));
+    for (const char* const part : {"0", "1", "2"}) {
+      describe(part);
+    }
+    EXPECT_EQ(RunDescribe("--counts --load 0 1 2 --save merged").out, all);
+    EXPECT_TRUE(Contents("merged") == Contents("all"));
+    EXPECT_EQ(RunDescribe("--load merged --covariance").out,
+              RunDescribe("all.csv --covariance " + std::string(how)).out);
+  }
+  // Names as they are found in files.
+  Write("x.csv", "\"b, \"\"c\"\"\n\n\",,NA\n1,2,1\n2,1,4\n");
+  const std::string tables = RunDescribe("x.csv --with '' --weight NA --save x").out;
+  EXPECT_THAT(tables, HasSubstr("\nb, \"c\"??  "));
+  EXPECT_EQ(RunDescribe("--load x").out, tables);
+}
+
+TEST_F(Describe, TrustsNoByteThatItLoads) {
+  Write("x.csv", "a,b,w\n1,2,1\n2,1,4\n");
+  RunDescribe("x.csv --weight w --save x");
+  const std::string saved = Contents("x");
+  ASSERT_EQ(study::Load({"x"}).counts.read, 2U);
+  EXPECT_FALSE(std::filesystem::exists("x.part"));
+  for (std::size_t at = 0; at < saved.size(); ++at) {
+    SCOPED_TRACE(at);
+    std::string changed = saved;
+    changed[at] = static_cast<char>(changed[at] ^ (at % 2 == 0 ? 1 : '\x10'));
+    for (const std::string& text :
+         {changed, saved.substr(0, at), saved + changed.substr(0, at + 1)}) {
+      Write("y", text);
+      EXPECT_THROW(study::Load({"y"}), csv::Error);
+    }
+  }
+}
+
+// A result that no file of cases gives, since cases without weight are left out.
+TEST_F(Describe, RefusesSumsWithoutWeight) {
+  const double weight = 0.;
+  const double value = 1.;
+  velmor::DataBatch batch(1, 1, &weight, nullptr, nullptr);
+  batch.AddRow(&value);
+  study::Result result{"", {{"a"}, 1, false, "w", std::nullopt}, {1, 0, 0}, nullptr};
+  result.sums = NewAccumulator(result.subject);
+  *result.sums += batch;
+  study::Save(result, "x");
+  EXPECT_EQ(RunDescribe("--load x").error,
+            "describe: x: the weights of the cases used add up to nothing\n");
+}
+
+TEST_F(Describe, SaysWhatCannotBeLoaded) {
+  Write("x.csv", "a,b,w\n1,2,1\n2,1,4\n,2,0\n");
+  RunDescribe("x.csv --variables a,b --save a");
+  const std::string saved = Contents("a");
+  const std::size_t sums = saved.find("\n\n") + 2;
+  const std::string whichChanged = "the lines at its beginning have been changed or cut";
+  const struct {
+    const char* how;   // makes b of x.csv,
+    std::string text;  // or else what is in b
+    std::string error;
+  } cases[] = {
+      {"", "a,b\n1,2\n", "b: this is not a result that --save of this version has written"},
+      {"", "", "b: this is not a result that --save of this version has written"},
+      {"", "describe 2" + saved.substr(10),
+       "b: this is not a result that --save of this version has written"},
+      {"", saved.substr(0, 40), "b: " + whichChanged},
+      {"", "describe 1\n\n" + saved.substr(11), "b: " + whichChanged},
+      {"", "describe 1\nvariables,\"", "b: " + whichChanged},
+      {"", saved.substr(0, saved.size() - 1), "b: "},
+      {"", saved.substr(0, sums), "b: "},
+      {"--variables a,b --missing pairwise", "",
+       "b: its treatment of missing values is pairwise, that of a is listwise"},
+      {"--variables a,b --weight w", "", "b: its column of case weights is w, that of a is none"},
+      {"--variables a,b --regression-weight w", "",
+       "b: its column of regression weights is w, that of a is none"},
+      {"--variables a,b,w", "", "b: its number of columns is 3, that of a is 2"},
+      {"--variables a --with b", "", "b: its number of variables is 1, that of a is 2"},
+      {"--variables a,w", "", "b: its column 2 is w, that of a is b"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.error);
+    Write("b", c.text);
+    if (*c.how != '\0') {
+      ASSERT_EQ(RunDescribe("x.csv --save b " + std::string(c.how)).error, "");
+    }
+    const Outcome outcome = RunDescribe("--load a b");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.error, StartsWith("describe: " + c.error));
+  }
+  // Lines before the sums of something else.
+  Write("y.csv", "a,b\n1,2\n2,1\n1,1\n");
+  for (const char* const other :
+       {"x.csv --variables a,b --missing pairwise", "x.csv --variables b,w --with a", "y.csv"}) {
+    RunDescribe(std::string(other) + " --save b");
+    const std::string text = Contents("b");
+    Write("b", saved.substr(0, sums) + text.substr(text.find("\n\n") + 2));
+    EXPECT_EQ(RunDescribe("--load b").error,
+              "describe: b: the lines at its beginning do not fit the sums behind them\n")
+        << other;
+  }
+}
+
+TEST_F(Describe, SavesAllOrNothing) {
+  Write("x.csv", "a\n1\n2\n");
+  Write("y.csv", "a\n1\n.\n");
+  Write("wide.csv", "a" + std::string(40, ',') + "\n1" + std::string(40, ',') + '\n');
+  Write("result", "as it was");
+  const struct {
+    const char* before;
+    const char* arguments;
+    const char* error;
+  } cases[] = {
+      {"trap '' XFSZ; ulimit -f 1; ", "wide.csv --missing pairwise --save result",
+       "cannot write result: File too large"},
+      {"", "y.csv --variables a --save result", "y.csv:3: column 1 (a): \".\" is not a number"},
+      {"", "x.csv --save no/result", "cannot open no/result.part: No such file or directory"},
+      {"", "x.csv --save /dev/full", "cannot write /dev/full: this is no ordinary file"},
+      {"", "x.csv --save .", "cannot write .: this is no ordinary file"},
+      {"", "--load result --save result",
+       "result: this is not a result that --save of this version has written"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = RunDescribe(c.arguments, c.before);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.error, "describe: " + std::string(c.error) + '\n');
+    EXPECT_EQ(Contents("result"), "as it was");
+    EXPECT_FALSE(std::filesystem::exists("result.part"));
   }
 }
 
@@ -380,8 +592,14 @@ TEST_F(Describe, SaysWhatIsWrong) {
        "x.csv:3: column 1 (a): the value -1.7976931348623157e308 can't be told from a missing one; "
        "if it stands for one, name it with --missing-code, otherwise rescale the column"},
       {"a,b\n1,2\n-1.7976931348623157e308,3\n", "--missing pairwise --missing-code 3",
+       "x.csv:3: column 1 (a): the value -1.7976931348623157e308 can't be told from a missing one; "
+       "if it stands for one, name it with --missing-code, otherwise rescale the column"},
+      {"a,b\n1,2\n-1.7976931348623157e308,3\n", "",
        "x.csv: the values of column a are too large or too close together to compute with; "
        "rescale them"},
+      {"a,b\n1,2\n", "--block-rows 4294967295",
+       "x.csv: blocks of 4294967295 rows and 2 columns take more than 1 GiB; --block-rows can be "
+       "67108864 at most"},
       {"a,b\n,\nNA,-99\n", "--missing pairwise --missing-code -99",
        "x.csv: no case to describe: 2 cases read, 0 used, 2 left out as empty"},
       {"a,b\n1,0\n2,\n,1\n", "--missing pairwise --weight b",
@@ -408,7 +626,10 @@ TEST_F(Describe, SaysWhatIsWrong) {
 TEST_F(Describe, LeavesUsageToTheOptionsParser) {
   for (const char* const arguments :
        {"", "x.csv --threads -1", "x.csv --varables a", "x.csv y.csv", "x.csv --missing both",
-        "x.csv --missing-code", "x.csv --missing-code NA", "x.csv --missing-code 0x1"}) {
+        "x.csv --missing-code", "x.csv --missing-code NA", "x.csv --missing-code 0x1",
+        "x.csv --block-rows 0", "x.csv --block-rows -1", "x.csv --block-rows 1.5",
+        "x.csv --block-rows 4294967296", "x.csv --save", "--load", "x.csv --load a",
+        "--load a --variables x", "--threads 2 --load a", "--save a"}) {
     const Outcome outcome = RunDescribe(arguments);
     EXPECT_GT(outcome.status, 1) << arguments;
     EXPECT_EQ(outcome.out, "") << arguments;
