@@ -13,8 +13,10 @@ import sys
 
 ENGINES = ["avx512", "avx2", "baseline"]
 
-# For each row of a table: the least ratio, whose rate, and what it is divided by. That is "plain" or
-# "BLAS" in the same row, or the same engine's rate in another row.
+OTHERS = ["plain", "numpy", "pandas"]
+
+# For each row of a table: the least ratio, whose rate, and what it is divided by. That is one of the
+# others or "BLAS" in the same row, or the same engine's rate in another row.
 AIMS = {
     "symmetric": {
         "SMatrixListwise/p:4": [(5, "avx512", "plain")],
@@ -43,8 +45,18 @@ AIMS = {
         }.items()
     },
     "merge": {"Merge/p:960": [(0.7, "avx512", "Bandwidth/cells:461280")]},
-    "driver": {"Driver/p:48/threads:2": [(1.9, "avx512", "Driver/p:48/threads:1")]},
+    "driver": {
+        "Driver/p:48/threads:2": [(1.9, "avx512", "Driver/p:48/threads:1")],
+        **{f"Table/p:48/forest/threads:{threads}":
+           [(0.95, "avx512", f"Table/p:48/driver/threads:{threads}")] for threads in (1, 2)},
+    },
     "fill": {f"AddColumns/p:{p}": [(1 / 1.5, "avx512", f"memcpy/p:{p}")] for p in (12, 48, 240)},
+    "covariance": {
+        "Weighted/p:12": [(3, "avx512", "numpy")],
+        "Weighted/p:50": [(8, "avx512", "numpy")],
+        "Pairwise/p:12": [(10, "avx512", "pandas")],
+        "Pairwise/p:50": [(10, "avx512", "pandas")],
+    },
 }
 
 
@@ -57,7 +69,7 @@ def read(path, tables):
         if run.get("aggregate_name") == "median":
             row, who = run["run_name"].removesuffix("/manual_time").rsplit("/", 1)
             rows.setdefault(row, {})[who] = run["cell_rows"]
-    return result["context"]["compiler"]
+    return result["context"].get("compiler")
 
 
 def best_blas(rates):
@@ -84,7 +96,7 @@ def compare(rows, row, aim):
 def format_table(name, rows, head):
     """The table's lines; prints what was missed."""
     has_blas = any(best_blas(rates)[0] for rates in rows.values())
-    columns = [who for who in (*ENGINES, "plain") if any(who in rates for rates in rows.values())]
+    columns = [who for who in (*ENGINES, *OTHERS) if any(who in rates for rates in rows.values())]
     titles = ["", *columns, *["BLAS"] * has_blas, "against the aim", "reached"]
     lines = [head, "", "| " + " | ".join(titles) + " |", "|---" * len(titles) + "|"]
     for row, rates in rows.items():
@@ -105,8 +117,8 @@ def format_table(name, rows, head):
 def main():
     document = pathlib.Path(sys.argv[1])
     tables = {}
-    for path in sys.argv[2:]:
-        compiler = read(pathlib.Path(path), tables)
+    compilers = [read(pathlib.Path(path), tables) for path in sys.argv[2:]]
+    compiler = next(filter(None, compilers))  # not of what has none
     processor = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())[1]
     text = document.read_text()
     for name, rows in tables.items():

@@ -59,5 +59,6 @@ need_for_tests() {
 }
 
 need_for_benchmarks() {
-  need g++ cmake ninja-build libxxhash-dev libbenchmark-dev libopenblas-dev python3
+  need g++ cmake ninja-build libxxhash-dev libbenchmark-dev libopenblas-dev python3 python3-numpy \
+    python3-pandas
 }
