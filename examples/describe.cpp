@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@ namespace {
 struct Options {
   std::string file;
   std::vector<std::string> load;
-  std::string save;
+  std::optional<std::string> save;
   study::Options study;
 };
 
@@ -82,8 +83,8 @@ study::Result ReadFile(const Options& options) {
 std::string Describe(const Options& options) {
   const study::Result result = options.load.empty() ? ReadFile(options) : study::Load(options.load);
   std::string tables = study::Report(result, options.study.report);
-  if (!options.save.empty()) {
-    study::Save(result, options.save);
+  if (options.save) {
+    study::Save(result, *options.save);
   }
   return tables;
 }

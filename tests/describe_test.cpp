@@ -419,9 +419,9 @@ TEST_F(Describe, LoadsWhatItSaved) {
         "--weight day --regression-weight month --variables ozone,temp --with wind,solar_r"}) {
     SCOPED_TRACE(how);
     const auto describe = [how](const std::string& name) {
-      const std::string arguments =
-          ".csv --block-rows 16 --counts " + std::string(how) + " --save ";
-      return RunDescribe(name + arguments + name).out;
+      std::ostringstream arguments;
+      arguments << name << ".csv --block-rows 16 --counts --save " << name << ' ' << how;
+      return RunDescribe(arguments.str()).out;
     };
     const std::string all = describe("all");
     EXPECT_THAT(all, StartsWith("96 cases read, "));
