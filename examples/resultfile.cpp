@@ -41,10 +41,11 @@ File Open(const std::string& path, const char* mode) {
   return file;
 }
 
-// A file that goes by another name until all of it is there, and is removed if it never is.
+// A file that goes by another name until all of it is there, and is removed if it never is. A file
+// that has that name already is not ours: it is left alone, and an error.
 class NewFile {
  public:
-  explicit NewFile(std::string path) : _path(std::move(path)), _file(Open(PartPath(), "wb")) {}
+  explicit NewFile(std::string path) : _path(std::move(path)), _file(Open(PartPath(), "wbx")) {}
 
   ~NewFile() {
     if (_isPart) {
@@ -264,7 +265,9 @@ void Save(const Result& result, const std::string& path) {
     throw csv::Error("cannot write " + path + ": this is no ordinary file");
   }
   const std::string head = Head(result.subject, result.counts);
-  NewFile file(path);
+  // Where a link leads to, so that it stays one.
+  NewFile file(std::filesystem::is_symlink(path) ? std::filesystem::canonical(path, error).string()
+                                                 : path);
   file.Write(std::as_bytes(std::span(head)));
   file.Write(velmor::Save(*result.sums));
   file.Finish();

@@ -52,7 +52,9 @@ TYPED_TEST_SUITE(AccumulateTest, Accumulators);
 TYPED_TEST(AccumulateTest, HasTheSameBytesOnAnyNumberOfThreads) {
   const Watchdog watchdog;
   constexpr std::uint64_t kBlockRows = 20;
-  const Table table(MixedCases(1010));
+  Cases cases = MixedCases(1010);
+  std::fill_n(cases.weights.begin() + 3 * kBlockRows, kBlockRows, 0.);
+  const Table table(cases);
   const auto shape = NewAccumulator<TypeParam>();
 
   BlockForest<TypeParam> expected(kBlockRows, *shape);
@@ -131,10 +133,12 @@ TEST(AccumulateErrors, NameWhatDoesNotFit) {
        std::make_unique<NSMatrixListwise>(2, 2, 4)},
       {begin + "no table has the accumulator's bounds", table.View(),
        std::make_unique<DiscriminantMatrix>()},
+      {begin + "it has 5 columns of values, not 8", table.View(),
+       std::make_unique<SMatrixPairwise>(kMissing, 7, 0)},
       {begin + "it has no column of groups", ungrouped,
        std::make_unique<DiscIndividualMatrix>(3, 5)},
-      {"rows 20 to 29: there is a group 3, and the accumulator has 3 groups, counted from 0",
-       table.View(), std::make_unique<DiscriminantMatrix>(3, 5)},
+      {"row 25, groups: 3 is no group number; groups are whole numbers below 3", table.View(),
+       std::make_unique<DiscriminantMatrix>(3, 5)},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(MessageOf<std::invalid_argument>([&] {

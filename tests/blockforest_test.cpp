@@ -60,6 +60,7 @@ TYPED_TEST(Forest, HasTheSameBytesInWhateverOrderBlocksCome) {
       forests[0].Merge(std::move(forests[1]));
       forests[2].Merge(std::move(forests[0]));
       EXPECT_EQ(forests[2].NBlocks(), blocks);
+      EXPECT_EQ(Save(forests[0]), Save(this->Empty()));
       EXPECT_EQ(Save(*forests[2].Result()), expected);
       EXPECT_EQ(Save(*forests[2].Result()), expected) << "the second time";
       std::shuffle(order.begin(), order.end(), random);
@@ -134,10 +135,11 @@ TEST(Forest, RefusesWhatDoesNotBelongIn) {
        [&] { forest.Add(0, ListwiseLeaf(3, 4, false)); }},
       {"block 0 has too many cases: 5, where a block has 4 rows",
        [&] { forest.Add(0, ListwiseLeaf(3, 5)); }},
-      {"the forests do not belong together: blocks of 4 rows, not of 5",
+      {"the forest does not belong to this one: it has blocks of 5 rows, not of 4",
        [&] { forest.Merge(forestWith(5, 0, ListwiseLeaf(3, 4))); }},
-      {"the forests do not belong together: columns from 0 to before 3, not columns from 0 to "
-       "before 4",
+      {"the forest does not belong to this one: it has columns from 0 to before 4, not columns "
+       "from "
+       "0 to before 3",
        [&] { forest.Merge(forestWith(4, 0, ListwiseLeaf(4, 4))); }},
       {"block 0 is missing", [&] { forest.Result(); }},
       {"block 2 is missing",
@@ -168,8 +170,8 @@ TEST(Forest, RefusesOtherAccumulators) {
   for (const auto& c : cases) {
     BlockForest<MatrixBase> forest(1, *NewAccumulator<MatrixBase>());
     BlockForest<MatrixBase> other(1, *c.leaf);
-    EXPECT_EQ(MessageOf<std::invalid_argument>([&] { other.Merge(std::move(forest)); }),
-              "the forests do not belong together: " + c.message);
+    EXPECT_EQ(MessageOf<std::invalid_argument>([&] { forest.Merge(std::move(other)); }),
+              "the forest does not belong to this one: it has " + c.message);
   }
 }
 
@@ -178,6 +180,8 @@ TEST(Forest, Asserts) {
   Listwise forest(1, SMatrixListwise());
   const Violation violations[] = {
       {"no rows", [] { Listwise(0, SMatrixListwise()); }, file, "BlockForest", "0 < blockRows"},
+      {"impossible bounds", [] { Listwise(1, SMatrixListwise(3, 3)); }, file, "BlockForest",
+       "empty.IsPossible()"},
       {"no leaf", [&] { forest.Add(0, nullptr); }, file, "Add", "leaf != nullptr"},
       {"a block too high", [&] { forest.Add(std::uint64_t{1} << 63U, forest.NewLeaf()); }, file,
        "Add", "block < kMostBlocks"},

@@ -554,6 +554,11 @@ TEST_F(Describe, SavesAllOrNothing) {
     EXPECT_EQ(Contents("result"), "as it was");
     EXPECT_FALSE(std::filesystem::exists("result.part"));
   }
+  // A file that is not ours.
+  Write("result.part", "mine");
+  EXPECT_EQ(RunDescribe("x.csv --save result").error,
+            "describe: cannot open result.part: File exists\n");
+  EXPECT_EQ(Contents("result.part"), "mine");
 }
 
 TEST_F(Describe, SaysWhatIsWrong) {

@@ -28,7 +28,7 @@ struct DiscIndividualMatrix::Data {
   static void Transfer(Record& my, const Shape& shape, State& state);
 
   // Items of a group: a triangle of products, a sum for each variable, the weight.
-  std::int64_t ProductItems() const { return MatrixRowCount(_nVar + 1); }
+  std::int64_t ProductItems() const { return MatrixRowCount(std::int64_t{_nVar} + 1); }
   std::int64_t Items() const { return ProductItems() + _nVar + 1; }
   std::size_t Cell(std::int64_t item, int group) const {
     return static_cast<std::size_t>(item) * static_cast<std::size_t>(_nGroup) +

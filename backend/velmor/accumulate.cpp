@@ -4,7 +4,7 @@
 #include <velmor/databatchbygroup.h>
 #include <velmor/driver.h>
 
-#include "stateof.h"
+#include "forest.h"
 
 #include <algorithm>
 #include <exception>
@@ -42,7 +42,9 @@ void CheckTable(const TableView& table, const Shape& shape) {
   }
   const bool takesAll =
       shape.IsByGroup() || shape.kind == Kind::MatrixListwise || shape.kind == Kind::MatrixPairwise;
-  const std::int64_t needed = shape.IsByGroup() ? shape.bounds[1] : shape.bounds[2];
+  const std::int64_t needed = shape.IsByGroup() ? shape.bounds[1]
+                              : shape.IsOpen()  ? std::int64_t{shape.bounds[0]} + 1
+                                                : shape.bounds[2];
   if (columns < needed || (takesAll && !shape.IsOpen() && columns != needed)) {
     refuse("it has " + std::to_string(columns) + " columns of values, not " +
            std::to_string(needed));
@@ -79,13 +81,8 @@ class Batch {
     }
     _batch->Clear();
     _batch->AddColumns(_table, from, to,
-                       _shape.IsPairwise() ? std::optional(_shape.missingCode) : std::nullopt);
-    if (_shape.IsByGroup() && _batch->NRows() != 0 && _batch->MaxGroupSeen() >= NGroups()) {
-      throw std::invalid_argument("rows " + std::to_string(from) + " to " + std::to_string(to - 1) +
-                                  ": there is a group " + std::to_string(_batch->MaxGroupSeen()) +
-                                  ", and the accumulator has " + std::to_string(NGroups()) +
-                                  " groups, counted from 0");
-    }
+                       _shape.IsPairwise() ? std::optional(_shape.missingCode) : std::nullopt,
+                       _shape.IsByGroup() ? NGroups() : DataBatch::kMostGroups);
     accumulator += *_batch;
   }
 
@@ -113,7 +110,7 @@ class Run : public ProblemBase {
         _forest(forest),
         _blockRows(forest.BlockRows()),
         _blocks(table.rows / _blockRows + (table.rows % _blockRows == 0 ? 0 : 1)) {
-    VELMOR_ASSERT(options.firstBlock + _blocks >= _blocks);
+    VELMOR_ASSERT(_blocks <= kMostBlocks && options.firstBlock <= kMostBlocks - _blocks);
     if (!shape.IsByGroup()) {
       _table.groups.reset();  // which it would not use
     }
@@ -217,7 +214,7 @@ class Run : public ProblemBase {
 template <class Accumulator>
 BlockForest<Accumulator> Accumulate(const TableView& table, const Accumulator& shape,
                                     const AccumulateOptions& options) {
-  const Shape shapeOfAll = StateOf<Accumulator>::GetShape(shape);
+  const Shape shapeOfAll = StateOf<Accumulator>::GetEmptyShape(shape);
   CheckTable(table, shapeOfAll);
   const std::uint64_t blockRows =
       options.blockRows != 0 ? options.blockRows : DefaultBlockRows(table.values.size());

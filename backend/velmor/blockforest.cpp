@@ -98,9 +98,9 @@ void BlockForest<Accumulator>::Data::GrowAll() {
 template <class Accumulator>
 BlockForest<Accumulator>::BlockForest(std::uint64_t blockRows, const Accumulator& shape) {
   VELMOR_ASSERT(0 < blockRows);
-  // Of an empty accumulator: what the given one holds does not matter.
-  const auto empty = StateOf<Accumulator>::Make(StateOf<Accumulator>::GetShape(shape));
-  _my = std::make_unique<Data>(blockRows, StateOf<Accumulator>::GetShape(*empty));
+  const Shape empty = StateOf<Accumulator>::GetEmptyShape(shape);
+  VELMOR_ASSERT(empty.IsPossible());
+  _my = std::make_unique<Data>(blockRows, empty);
 }
 
 template <class Accumulator>
@@ -129,13 +129,13 @@ void BlockForest<Accumulator>::Merge(BlockForest&& other) {
   VELMOR_ASSERT(_my != other._my);
   Data& from = *other._my;
   if (_my->blockRows != from.blockRows) {
-    throw std::invalid_argument("the forests do not belong together: blocks of " +
-                                std::to_string(_my->blockRows) + " rows, not of " +
-                                std::to_string(from.blockRows));
+    throw std::invalid_argument("the forest does not belong to this one: it has blocks of " +
+                                std::to_string(from.blockRows) + " rows, not of " +
+                                std::to_string(_my->blockRows));
   }
-  const std::string difference = Difference(_my->shape, from.shape);
+  const std::string difference = Difference(from.shape, _my->shape);
   if (!difference.empty()) {
-    throw std::invalid_argument("the forests do not belong together: " + difference);
+    throw std::invalid_argument("the forest does not belong to this one: it has " + difference);
   }
   for (const auto& [first, node] : from.nodes) {
     _my->CheckFits({first, node.level}, *node.value);
@@ -145,7 +145,7 @@ void BlockForest<Accumulator>::Merge(BlockForest&& other) {
                             std::to_string(_my->shape.MostRows()) + ", in both forests");
   }
   _my->nodes.merge(from.nodes);
-  _my->shape = Joined(_my->shape, from.shape);
+  _my->shape = Joined(_my->shape, std::exchange(from.shape, from.ownShape));
   _my->nBlocks += std::exchange(from.nBlocks, 0);
   _my->nRows += std::exchange(from.nRows, 0);
   try {

@@ -82,7 +82,7 @@ void ReadColumn(const ColumnView& column, RowRange rows, double* to) {
       to[i] = ToDouble(Load<T>(from + i * column.stride));
     }
   } else if constexpr (std::is_same_v<T, double>) {
-    std::memcpy(to, from, rows.count * sizeof(double));
+    ordered::Copy(from, rows.count, to);
   } else {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       to[i] = ToDouble(Load<T>(from + i * kSize));

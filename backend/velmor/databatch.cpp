@@ -70,12 +70,13 @@ void DataBatch::AddRow(const double* values) {
 }
 
 unsigned int DataBatch::AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to,
-                                   std::optional<double> missingCode) {
+                                   std::optional<double> missingCode, std::uint64_t nGroups) {
+  VELMOR_ASSERT(nGroups <= kMostGroups);
   Settle();
-  const auto added = static_cast<unsigned int>(
-      CopyRows(table, from, to,
-               {_columns, false, _nColumns, _maxRows, _nRows, _weights, _regWeights, _groups,
-                std::uint64_t{1} << 32U, missingCode}));
+  const auto added =
+      static_cast<unsigned int>(CopyRows(table, from, to,
+                                         {_columns, false, _nColumns, _maxRows, _nRows, _weights,
+                                          _regWeights, _groups, nGroups, missingCode}));
   for (unsigned int i = 0; _pGroup && i < added; ++i) {
     _maxGroupSeen = std::max(_maxGroupSeen, _groups[_nRows + i]);
   }

@@ -38,7 +38,7 @@ struct BlockForest<Accumulator>::Data {
   using Nodes = std::map<std::uint64_t, Node>;
 
   Data(std::uint64_t rowsOfBlock, const Shape& shapeOfAll)
-      : blockRows(rowsOfBlock), shape(shapeOfAll) {}
+      : blockRows(rowsOfBlock), ownShape(shapeOfAll), shape(shapeOfAll) {}
 
   // Throws what Add throws when the accumulator of these blocks can't be taken.
   void CheckFits(BlockRange blocks, const Accumulator& value) const;
@@ -52,9 +52,10 @@ struct BlockForest<Accumulator>::Data {
 
   mutable std::mutex mutex;  // around all below
   std::uint64_t blockRows;
-  Shape shape;  // as far as it is known
+  Shape ownShape;  // as it was given
+  Shape shape;     // as far as it is known
   std::uint64_t nBlocks = 0;
-  std::uint64_t nRows = 0;
+  std::uint64_t nRows = 0;  // of the blocks when they came: nodes drop cases that weigh nothing
   Nodes nodes;
 };
 

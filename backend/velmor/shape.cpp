@@ -67,8 +67,9 @@ std::int64_t Shape::Columns() const {
 bool Shape::IsPossible() const {
   const auto& [first, second, third] = bounds;
   if (IsOpen()) {
-    return !hasCases && (first == 0 || kind == Kind::SMatrixPairwise) && first >= 0 &&
-           first == second;
+    const bool hasRanges = kind == Kind::NSMatrixListwise || kind == Kind::NSMatrixPairwise;
+    const bool beginsAnywhere = kind == Kind::SMatrixPairwise && first >= 0;
+    return !hasCases && !hasRanges && first == second && (first == 0 || beginsAnywhere);
   }
   switch (kind) {
     case Kind::SMatrixListwise:

@@ -29,6 +29,7 @@ struct Head {
   std::uint64_t size = 0;  // of the state, in bytes
   Shape shape;
   std::uint64_t blockRows = 0;  // of a forest
+  std::uint64_t cases = 0;
   std::uint64_t nodes = 1;
 };
 
@@ -48,6 +49,7 @@ void Write(const Head& head, StateWriter& state) {
   }
   state.Number(shape.missingCode);
   state.Number(head.blockRows);
+  state.Number(head.cases);
   state.Number(head.nodes);
 }
 
@@ -108,6 +110,8 @@ Head ReadHead(StateReader& state, Content content, IsKind isKind) {
               "a missing code");
   state.Number(head.blockRows);
   state.Check((head.blockRows != 0) == (content == Content::Forest), "the rows of a block");
+  state.Count(head.cases, head.shape.MostRows());
+  state.Check((head.cases != 0) == head.shape.hasCases, "the number of cases");
   state.Number(head.nodes);
   return head;
 }
@@ -155,7 +159,7 @@ struct StateFormat {
     const Shape shape = StateOf<Accumulator>::GetShape(accumulator);
     VELMOR_ASSERT(shape.IsPossible());
     StateWriter state;
-    Write({Content::Accumulator, 0, shape}, state);
+    Write({Content::Accumulator, 0, shape, 0, accumulator.NRows()}, state);
     WriteNode({0, 0}, accumulator, state);
     return state.Finish(Head::kSizeAt);
   }
@@ -165,7 +169,7 @@ struct StateFormat {
     BlockRange blocks{};
     auto accumulator = ReadNode<Accumulator>(head.shape, state, blocks);
     state.Check(head.nodes == 1 && blocks.first == 0 && blocks.level == 0, "more than one node");
-    state.Check((accumulator->NRows() != 0) == head.shape.hasCases, "no cases");
+    state.Check(accumulator->NRows() == head.cases, "cases that are not there");
     return accumulator;
   }
 };
@@ -179,7 +183,7 @@ struct StateFormat<BlockForest<Accumulator>> {
     VELMOR_ASSERT(my.shape.IsPossible());
     my.GrowAll();
     StateWriter state;
-    Write({Content::Forest, 0, my.shape, my.blockRows, my.nodes.size()}, state);
+    Write({Content::Forest, 0, my.shape, my.blockRows, my.nRows, my.nodes.size()}, state);
     for (const auto& [first, node] : my.nodes) {
       WriteNode({first, node.level}, *node.value, state);
     }
@@ -203,7 +207,11 @@ struct StateFormat<BlockForest<Accumulator>> {
       }
       state.Check(my.nodes.size() == i + 1, "two nodes that should have been merged");
     }
-    state.Check(my.shape.hasCases == head.shape.hasCases, "no cases");
+    // Nodes hold fewer cases than have come where some weigh nothing.
+    state.Check(my.shape.hasCases == head.shape.hasCases && my.nRows <= head.cases &&
+                    (head.cases == 0 || (head.cases - 1) / head.blockRows < my.nBlocks),
+                "a number of cases that the blocks can't have");
+    my.nRows = head.cases;
     return forest;
   }
 };

@@ -3,9 +3,8 @@
 // StateOf for an accumulator whose record is known. A record has
 //   kKind                             the class, and
 //   GetShape()                        its shape
-//   Transfer(my, shape, state)        static: writes or reads all that a record of that shape
-//   holds,
-//                                     the state being a StateWriter or a StateReader
+//   Transfer(my, shape, state)        static: writes or reads all that such a record holds, the
+//                                     state being a StateWriter or a StateReader
 // To be included by the accumulator's source only, which also says how an empty one is made and
 // instantiates the class.
 

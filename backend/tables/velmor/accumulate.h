@@ -40,17 +40,23 @@ class Cancelled : public std::runtime_error {
 // a batch of its own and accumulates it. The bits of the result depend on the table, the block rows
 // and the accumulator's shape only.
 //
-//   shape  an accumulator of the class, bounds, groups and missing code wanted; it is only read.
-//   The
-//          listwise and the discriminant accumulators leave out cases with an absent value; the
-//          pairwise ones take it as their missing code. Cases with an absent weight or group are
-//          left out by all. The difference between the table's rows and the forest's NRows() is the
-//          number of cases left out.
+//   shape  an accumulator of the class, bounds, groups and missing code wanted. It is only read,
+//          and what it holds is not used.
 //
-// Memory: a batch of blockRows rows for each thread. Throws std::invalid_argument when the table
-// does not fit the shape or a value can't be taken (DataBatch::AddColumns), saying where;
-// Cancelled; std::runtime_error when the host's services ended the run before its last row; and
-// what Driver throws.
+// The listwise and the discriminant accumulators leave out cases with an absent value; the pairwise
+// ones take it as their missing code. Cases with an absent weight or group are left out by all. The
+// difference between the table's rows and the forest's NRows() is the number of cases left out.
+//
+// Cases of weight 0 are cases like others, but an accumulator drops a block in which all case
+// weights are 0 where others are there, and a block in which only the regression weights are makes
+// listwise means NaN. To leave such cases out, mark the weight as absent: absentCodes = {0.}.
+//
+// Memory: a batch of blockRows rows for each thread (two, by group), and the forest's nodes.
+// Asserts that blockRows is not too large and that all blocks are numbered below 2^63. Throws
+// std::invalid_argument when the table does not fit the shape or a value can't be taken
+// (DataBatch::AddColumns), saying where: the first such place in the table, whatever the number of
+// threads; Cancelled; std::runtime_error when the host's services ended the run before its last
+// row; and what BlockForest::Add and Driver throw.
 template <class Accumulator>
 [[gnu::visibility("default")]] BlockForest<Accumulator> Accumulate(
     const TableView& table, const Accumulator& shape, const AccumulateOptions& options = {});

@@ -41,8 +41,9 @@ class BlockForest {
   //              block of a run is shorter
   //   shape      an accumulator of the class, bounds, groups and missing code that all leaves have;
   //              what it holds is not used. Bounds that it leaves open, such as the columns of
-  //              SMatrixListwise(), are settled by the first leaf that holds a case.
-  // Asserts 0 < blockRows. Throws std::bad_alloc.
+  //              SMatrixListwise(), are settled by the first leaf that has them.
+  // Asserts 0 < blockRows and that there are batches that fit the shape. Throws std::bad_alloc, and
+  // std::invalid_argument when a MatrixBase is of a class that is not the library's.
   BlockForest(std::uint64_t blockRows, const Accumulator& shape);
   ~BlockForest();
   BlockForest(BlockForest&& other) noexcept;
@@ -71,7 +72,7 @@ class BlockForest {
 
   std::uint64_t BlockRows() const;
   std::uint64_t NBlocks() const;  // blocks added
-  std::uint64_t NRows() const;    // cases that they hold
+  std::uint64_t NRows() const;    // cases in them when they were added
   std::size_t NNodes() const;     // nodes that are kept
 
  private:

@@ -51,6 +51,7 @@ class DataBatch {
   // value may be equal to it. All other values become the doubles that are equal to them.
   //   missingCode  that of the pairwise accumulator that the batch is for; none for an accumulator
   //                of complete cases
+  //   nGroups      every group is below it
   // Returns the number of rows appended; the others were left out. O(rows * columns), at the speed
   // of memory for contiguous columns; doubles side by side in each row, as a table stored row by
   // row has them, are turned in blocks. Allocates only scratch memory, which the thread keeps.
@@ -59,11 +60,12 @@ class DataBatch {
   // that there is room for all of these rows.
   // Throws std::invalid_argument, which names the first such row and in it a column, when a present
   // value equals the missing code, when a value is absent and the missing code is NaN, which marks
-  // nothing, when no double is equal to a 64-bit integer, and when a group is no whole number from
-  // 0 to 2^32 - 1; std::bad_alloc. The batch is as it was then. A row that is left out is never
+  // nothing, when no double is equal to a 64-bit integer, and when a group is no whole number below
+  // nGroups; std::bad_alloc. The batch is as it was then. A row that is left out is never
   // refused.
   unsigned int AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to,
-                          std::optional<double> missingCode = std::nullopt);
+                          std::optional<double> missingCode = std::nullopt,
+                          std::uint64_t nGroups = kMostGroups);
 
   // Empties the batch for the next filling: no rows, no group seen. O(1), frees nothing.
   void Clear();
@@ -82,6 +84,9 @@ class DataBatch {
   double* Weights() { return _weights; }
   double* RegWeights() const { return _regWeights; }
   unsigned int* Groups() const { return _groups; }
+
+  // As many groups as can be told apart.
+  static constexpr std::uint64_t kMostGroups = std::uint64_t{1} << 32U;
 
   // The values of column colNum, one per case; NRows() entries are defined, and those of cases
   // added later show there as they are added. Asserts the bound.

@@ -24,14 +24,17 @@ class StateError : public std::runtime_error {
 };
 
 // The bytes of a state. O(their number), which is 64 for each pair, 56 for each variable that is
-// accumulated pairwise, 8 for each other number and some 100 besides. Throws std::bad_alloc.
+// accumulated pairwise, 8 for each other number and some 100 besides. Asserts that there are
+// batches that fit its shape. Throws std::bad_alloc, and std::invalid_argument when a MatrixBase is
+// of a class that is not the library's.
 template <class State>
 [[gnu::visibility("default")]] std::vector<std::byte> Save(const State& state);
 
 // The state whose bytes these are, all of them. They are not trusted: whatever they are, the memory
-// taken is no more than a small multiple of their number, and what is loaded can be used like any
-// other. Throws StateError when they are not a state of this type, or have been changed or cut;
-// std::bad_alloc.
+// taken is at most some twenty times their number (by empty nodes; by records twice), and what is
+// loaded can be used like any other. To merge loaded accumulators that one does not trust, add them
+// to a BlockForest, which checks that they can be merged and counted. Throws StateError when they
+// are not a state of this type, or have been changed or cut; std::bad_alloc.
 template <class State>
 [[gnu::visibility("default")]] std::unique_ptr<State> Load(const std::byte* bytes,
                                                            std::size_t size);

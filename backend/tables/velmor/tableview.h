@@ -74,7 +74,8 @@ struct ColumnView {
 
   bool nanIsAbsent = false;  // of doubles and floats
   // Values equal to one of these are absent; at most kMostAbsentCodes. Nothing is equal to NaN, and
-  // a 64-bit integer to which no double is equal is equal to no code.
+  // a 64-bit integer to which no double is equal is equal to no code. A Float is compared as the
+  // double that it is, so -99.9f is not -99.9.
   std::vector<double> absentCodes;
 
   static constexpr std::size_t kMostAbsentCodes = 8;

@@ -260,6 +260,8 @@ std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups
   return static_cast<std::size_t>(lastRow - triangle) + x.count - 1;
 }
 
+void Copy(const void* from, std::size_t count, double* to) { Active().Copy(from, count, to); }
+
 void Transpose(const double* const* rows, std::size_t count, Columns columns) {
   // So many columns of a page of rows at a time that the lines read stay in the first-level cache.
   constexpr std::size_t kRowsAtOnce = 64;

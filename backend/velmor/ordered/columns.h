@@ -59,6 +59,9 @@ std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups
 double* RectangularProducts(Columns x, Columns y, const double* means, Cases cases, double* squares,
                             double* rectangle);
 
+// to[i] = the i-th double from any address on, i < count.
+void Copy(const void* from, std::size_t count, double* to);
+
 // Row r of the columns gets the values at rows[r], one for each column.
 void Transpose(const double* const* rows, std::size_t count, Columns columns);
 

@@ -167,6 +167,8 @@ struct Engine {
   // the fields of PairStatData. Asks nothing of the counts: leave pairs without cases out.
   void (*MergePairs)(double* const* a, const double* const* b, std::size_t count);
 
+  // transposition.h. to[i] = the i-th double from any address on, i < count.
+  void (*Copy)(const void* from, std::size_t count, double* to);
   // transposition.h. to[c * stride + r] = from[r][c] for r < rows, c < columns.
   void (*Transpose)(const double* const* from, std::size_t rows, std::size_t columns,
                     std::size_t stride, double* to);

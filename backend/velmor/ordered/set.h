@@ -50,6 +50,7 @@ constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
           AddCells<Set>,
           MergeRow<Set>,
           MergePairs<Set>,
+          Copy<Set>,
           Transpose<Set>};
 }
 
