@@ -99,16 +99,4 @@ using Accumulators = testing::Types<MatrixListwise, SMatrixListwise, NSMatrixLis
                                     MatrixPairwise, SMatrixPairwise, NSMatrixPairwise,
                                     DiscriminantMatrix, DiscIndividualMatrix, MatrixBase>;
 
-// "block 3 is missing", the message of what the call throws.
-template <class Error, class Call>
-std::string MessageOf(Call call) {
-  try {
-    call();
-  } catch (const Error& error) {
-    return error.what();
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return {};
-}
-
 }  // namespace velmor::test

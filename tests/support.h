@@ -182,6 +182,18 @@ std::vector<double> PairFields(const Pair& p) {
           p.CSCP()};
 }
 
+// The message of what the call throws.
+template <class Error, class Call>
+std::string MessageOf(Call call) {
+  try {
+    call();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  ADD_FAILURE() << "nothing was thrown";
+  return {};
+}
+
 // A call that breaks a contract, and the line that it ends the process with.
 struct Violation {
   std::string what;
