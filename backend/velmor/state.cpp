@@ -1,4 +1,4 @@
-// state.cpp: accumulators and forests as bytes; start at Transfer, which is the format's head.
+// state.cpp: accumulators and forests as bytes; start at Head and StateFormat, the format.
 #include <velmor/state.h>
 
 #include "forest.h"
