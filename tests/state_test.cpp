@@ -165,6 +165,28 @@ TEST(StateErrors, SayWhatIsWrong) {
   }
 }
 
+TEST(StateErrors, LoadedForestsCountNoMoreThanTheyCan) {
+  const std::uint64_t most = 0x7FFF'FFFF;
+  const SMatrixPairwise shape(kMissing, 1, 5);
+  BlockForest<SMatrixPairwise> small(most, shape);
+  small.Add(0, Accumulated<SMatrixPairwise>(MixedCases(6)));
+  Bytes bytes = Save(small);
+  for (const std::size_t at : {56U, 88U}) {  // the cases of all and of the node
+    std::memcpy(&bytes[at], &most, sizeof most);
+  }
+  Rehash(bytes);
+  const auto full = Load<BlockForest<SMatrixPairwise>>(bytes);
+  BlockForest<SMatrixPairwise> next(most, shape);
+  next.Add(1, Accumulated<SMatrixPairwise>(MixedCases(6)));
+  const std::string message = "more cases than this accumulator can count, 2147483647";
+  EXPECT_EQ(MessageOf<std::length_error>([&] { full->Merge(std::move(next)); }), message);
+  EXPECT_EQ(MessageOf<std::length_error>(
+                [&] { full->Add(1, Accumulated<SMatrixPairwise>(MixedCases(6))); }),
+            message);
+  EXPECT_EQ(Save(*full), bytes);
+  EXPECT_EQ(next.NBlocks(), 1U);
+}
+
 // Files that were written by version 1 of the format, here. VELMOR_WRITE_GOLDEN writes those that
 // are not there.
 template <class Type>

@@ -25,7 +25,8 @@ std::uint64_t DefaultBlockRows(std::size_t columns) {
 
 namespace {
 
-// Throws std::invalid_argument unless an accumulator of the shape can take the table's columns.
+// Throws std::invalid_argument unless an empty accumulator of the shape can take the table's
+// columns.
 void CheckTable(const TableView& table, const Shape& shape) {
   const auto columns = static_cast<std::int64_t>(table.values.size());
   const auto refuse = [](const std::string& what) {
@@ -40,12 +41,10 @@ void CheckTable(const TableView& table, const Shape& shape) {
   if (shape.IsByGroup() && !table.groups) {
     refuse("it has no column of groups");
   }
-  const bool takesAll =
-      shape.IsByGroup() || shape.kind == Kind::MatrixListwise || shape.kind == Kind::MatrixPairwise;
   const std::int64_t needed = shape.IsByGroup() ? shape.bounds[1]
                               : shape.IsOpen()  ? std::int64_t{shape.bounds[0]} + 1
                                                 : shape.bounds[2];
-  if (columns < needed || (takesAll && !shape.IsOpen() && columns != needed)) {
+  if (columns < needed || (shape.IsByGroup() && columns != needed)) {
     refuse("it has " + std::to_string(columns) + " columns of values, not " +
            std::to_string(needed));
   }
@@ -214,7 +213,7 @@ class Run : public ProblemBase {
 template <class Accumulator>
 BlockForest<Accumulator> Accumulate(const TableView& table, const Accumulator& shape,
                                     const AccumulateOptions& options) {
-  const Shape shapeOfAll = StateOf<Accumulator>::GetEmptyShape(shape);
+  const Shape shapeOfAll = EmptyShapeOf(shape);
   CheckTable(table, shapeOfAll);
   const std::uint64_t blockRows =
       options.blockRows != 0 ? options.blockRows : DefaultBlockRows(table.values.size());

@@ -4,6 +4,7 @@
 #include "forest.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -12,28 +13,23 @@
 namespace velmor {
 
 template <class Accumulator>
-void BlockForest<Accumulator>::Data::CheckFits(BlockRange blocks, const Accumulator& value) const {
+void BlockForest<Accumulator>::Data::CheckFree(BlockRange blocks) const {
   const auto next = nodes.upper_bound(blocks.Last());
-  if (next != nodes.begin()) {
-    const auto& [first, node] = *std::prev(next);
-    if (BlockRange{first, node.level}.Last() >= blocks.first) {
-      throw std::invalid_argument("block " + std::to_string(std::max(first, blocks.first)) +
-                                  " is there already; each block is added once");
-    }
+  if (next == nodes.begin()) {
+    return;
   }
-  const std::string name = "block " + std::to_string(blocks.first);
-  const std::string difference = Difference(StateOf<Accumulator>::GetShape(value), shape);
-  if (!difference.empty()) {
-    throw std::invalid_argument(name + " does not belong to the others: it has " + difference);
+  const auto& [first, node] = *std::prev(next);
+  if (BlockRange{first, node.level}.Last() >= blocks.first) {
+    throw std::invalid_argument("block " + std::to_string(std::max(first, blocks.first)) +
+                                " is there already; each block is added once");
   }
-  const std::uint64_t rows = value.NRows();
-  if (rows != 0 && (rows - 1) / blocks.Count() >= blockRows) {
-    throw std::invalid_argument(name + " has too many cases: " + std::to_string(rows) +
-                                ", where a block has " + std::to_string(blockRows) + " rows");
-  }
+}
+
+template <class Accumulator>
+void BlockForest<Accumulator>::Data::CheckCount(std::uint64_t rows) const {
   if (rows > shape.MostRows() - nRows) {
     throw std::length_error("more cases than this accumulator can count, " +
-                            std::to_string(shape.MostRows()) + ", with " + name);
+                            std::to_string(shape.MostRows()));
   }
 }
 
@@ -42,7 +38,18 @@ void BlockForest<Accumulator>::Data::Insert(BlockRange blocks, std::unique_ptr<A
   const Shape shapeOfValue = StateOf<Accumulator>::GetShape(*value);
   const std::uint64_t rows = value->NRows();
   std::unique_lock lock(mutex);
-  CheckFits(blocks, *value);
+  CheckFree(blocks);
+  const std::string difference = Difference(shapeOfValue, shape);
+  if (!difference.empty()) {
+    throw std::invalid_argument("block " + std::to_string(blocks.first) +
+                                " does not belong to the others: it has " + difference);
+  }
+  if (rows != 0 && (rows - 1) / blocks.Count() >= blockRows) {
+    throw std::invalid_argument("block " + std::to_string(blocks.first) +
+                                " has too many cases: " + std::to_string(rows) +
+                                ", where a block has " + std::to_string(blockRows) + " rows");
+  }
+  CheckCount(rows);
   const auto node = nodes.emplace(blocks.first, Node{blocks.level, std::move(value)}).first;
   shape = Joined(shape, shapeOfValue);
   nBlocks += blocks.Count();
@@ -98,7 +105,7 @@ void BlockForest<Accumulator>::Data::GrowAll() {
 template <class Accumulator>
 BlockForest<Accumulator>::BlockForest(std::uint64_t blockRows, const Accumulator& shape) {
   VELMOR_ASSERT(0 < blockRows);
-  const Shape empty = StateOf<Accumulator>::GetEmptyShape(shape);
+  const Shape empty = EmptyShapeOf(shape);
   VELMOR_ASSERT(empty.IsPossible());
   _my = std::make_unique<Data>(blockRows, empty);
 }
@@ -137,13 +144,11 @@ void BlockForest<Accumulator>::Merge(BlockForest&& other) {
   if (!difference.empty()) {
     throw std::invalid_argument("the forest does not belong to this one: it has " + difference);
   }
+  // Their cases are no more than their blocks have rows, as both have blocks of one size.
   for (const auto& [first, node] : from.nodes) {
-    _my->CheckFits({first, node.level}, *node.value);
+    _my->CheckFree({first, node.level});
   }
-  if (from.nRows > _my->shape.MostRows() - _my->nRows) {
-    throw std::length_error("more cases than this accumulator can count, " +
-                            std::to_string(_my->shape.MostRows()) + ", in both forests");
-  }
+  _my->CheckCount(from.nRows);
   _my->nodes.merge(from.nodes);
   _my->shape = Joined(_my->shape, std::exchange(from.shape, from.ownShape));
   _my->nBlocks += std::exchange(from.nBlocks, 0);

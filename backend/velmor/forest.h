@@ -40,9 +40,11 @@ struct BlockForest<Accumulator>::Data {
   Data(std::uint64_t rowsOfBlock, const Shape& shapeOfAll)
       : blockRows(rowsOfBlock), ownShape(shapeOfAll), shape(shapeOfAll) {}
 
-  // Throws what Add throws when the accumulator of these blocks can't be taken.
-  void CheckFits(BlockRange blocks, const Accumulator& value) const;
-  // Takes it. The blocks are there only once.
+  // Throws std::invalid_argument when one of these blocks is there.
+  void CheckFree(BlockRange blocks) const;
+  // Throws std::length_error when so many cases more could not be counted.
+  void CheckCount(std::uint64_t rows) const;
+  // Takes the accumulator of these blocks, or throws what Add throws.
   void Insert(BlockRange blocks, std::unique_ptr<Accumulator> value);
   // Merges a node with its sibling, the result with its own and so on, as long as there are any.
   // Returns the node that it became. The lock is held, but for the merges.

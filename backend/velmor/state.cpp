@@ -6,8 +6,9 @@
 
 #include <array>
 #include <bit>
-#include <concepts>
+#include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace velmor {

@@ -20,11 +20,6 @@ struct StateOf {
 
   static Shape GetShape(const Accumulator& accumulator);
 
-  // What is left of the shape of an accumulator when it holds nothing.
-  static Shape GetEmptyShape(const Accumulator& accumulator) {
-    return GetShape(*Make(GetShape(accumulator)));
-  }
-
   // An empty accumulator of that shape.
   static std::unique_ptr<Accumulator> Make(const Shape& shape);
 
@@ -39,12 +34,16 @@ template <>
 struct StateOf<MatrixBase> {
   static bool Is(Kind kind);
   static Shape GetShape(const MatrixBase& accumulator);
-  static Shape GetEmptyShape(const MatrixBase& accumulator) {
-    return GetShape(*Make(GetShape(accumulator)));
-  }
   static std::unique_ptr<MatrixBase> Make(const Shape& shape);
   static void Write(const MatrixBase& accumulator, StateWriter& state);
   static std::unique_ptr<MatrixBase> Read(const Shape& shape, StateReader& state);
 };
+
+// What is left of the shape of an accumulator when it holds nothing.
+template <class Accumulator>
+Shape EmptyShapeOf(const Accumulator& accumulator) {
+  using State = StateOf<Accumulator>;
+  return State::GetShape(*State::Make(State::GetShape(accumulator)));
+}
 
 }  // namespace velmor

@@ -47,7 +47,6 @@ class StateWriter {
   void Flag(bool flag) { Number(flag ? std::uint64_t{1} : std::uint64_t{0}); }
   // An array whose length the reader knows.
   void Numbers(const double* numbers, std::size_t count) {
-    _bytes.reserve(_bytes.size() + count * sizeof(double));
     for (std::size_t i = 0; i < count; ++i) {
       Number(numbers[i]);
     }

@@ -10,6 +10,10 @@
 
 #include "stateof.h"
 
+#include <bit>
+#include <cstdint>
+#include <memory>
+
 namespace velmor {
 
 template <class Accumulator>
