@@ -3,6 +3,7 @@
 #include <velmor/velmor.h>
 
 #include "accumulators.h"
+#include "support.h"
 #include "watchdog.h"
 
 // The host's own service, so that a test can be a host that gives no threads.
@@ -47,7 +48,7 @@ class Table {
 
 template <class Accumulator>
 class AccumulateTest : public testing::Test {};
-TYPED_TEST_SUITE(AccumulateTest, Accumulators);
+TYPED_TEST_SUITE(AccumulateTest, TypesOf<Accumulators>::Each);
 
 TYPED_TEST(AccumulateTest, HasTheSameBytesOnAnyNumberOfThreads) {
   const Watchdog watchdog;

@@ -2,7 +2,10 @@
 
 // All accumulators over one kind of cases, for the tests of what works for each of them alike.
 
-#include "support.h"
+#include "cases.h"
+
+#include <tuple>
+#include <type_traits>
 
 namespace velmor::test {
 
@@ -95,8 +98,8 @@ std::unique_ptr<Accumulator> Accumulated(const Cases& cases) {
   return accumulator;
 }
 
-using Accumulators = testing::Types<MatrixListwise, SMatrixListwise, NSMatrixListwise,
-                                    MatrixPairwise, SMatrixPairwise, NSMatrixPairwise,
-                                    DiscriminantMatrix, DiscIndividualMatrix, MatrixBase>;
+using Accumulators =
+    std::tuple<MatrixListwise, SMatrixListwise, NSMatrixListwise, MatrixPairwise, SMatrixPairwise,
+               NSMatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix, MatrixBase>;
 
 }  // namespace velmor::test

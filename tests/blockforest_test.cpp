@@ -2,6 +2,7 @@
 #include <velmor/velmor.h>
 
 #include "accumulators.h"
+#include "support.h"
 #include "watchdog.h"
 
 #include <atomic>
@@ -42,7 +43,7 @@ class Forest : public testing::Test {
     return std::move(level[0]);
   }
 };
-TYPED_TEST_SUITE(Forest, Accumulators);
+TYPED_TEST_SUITE(Forest, TypesOf<Accumulators>::Each);
 
 TYPED_TEST(Forest, HasTheSameBytesInWhateverOrderBlocksCome) {
   std::mt19937 random(1);

@@ -5,7 +5,7 @@
 // A definition changes its batches as the accumulator does; Results() are what the accessors
 // return.
 
-#include "support.h"
+#include "cases.h"
 
 namespace velmor::test {
 

@@ -4,6 +4,7 @@
 
 #include "accumulators.h"
 #include "allocations.h"
+#include "support.h"
 
 namespace velmor::test {
 namespace {
@@ -33,7 +34,7 @@ void ExpectAllOrNothing(const char* what, Object& object, Operation operation) {
 
 template <class Accumulator>
 class Memory : public testing::Test {};
-TYPED_TEST_SUITE(Memory, Accumulators);
+TYPED_TEST_SUITE(Memory, TypesOf<Accumulators>::Each);
 
 TYPED_TEST(Memory, BatchesAndMergesAreAllOrNothing) {
   const Cases all = CasesFor<TypeParam>(MixedCases(40));

@@ -6,6 +6,7 @@
 #include <xxhash.h>
 
 #include "accumulators.h"
+#include "support.h"
 
 #include <cstring>
 #include <filesystem>
@@ -36,7 +37,7 @@ Cases CasesBeyondNumbers() {
 
 template <class Accumulator>
 class State : public testing::Test {};
-TYPED_TEST_SUITE(State, Accumulators);
+TYPED_TEST_SUITE(State, TypesOf<Accumulators>::Each);
 
 TYPED_TEST(State, IsLoadedAsItWasSaved) {
   for (const Cases& cases :
