@@ -1,0 +1,32 @@
+#pragma once
+
+// The golden table's lines: every result of every accumulator, record and kernel.
+
+#include "inputs.h"
+
+#include <string>
+#include <vector>
+
+namespace velmor::test {
+
+// One record's results, and where they are from: "03 SMatrixListwise column 2".
+struct Line {
+  std::string label;
+  std::vector<double> values;
+};
+using Lines = std::vector<Line>;
+
+// Of the accumulators and the records of present cases: the first two batches in one part, the
+// third in another, and the parts merged.
+Lines AccumulatorLines(const std::vector<Input>& inputs);
+
+// Of every form of every kernel, which compute in the caller's environment.
+Lines KernelLines(const std::vector<Input>& inputs);
+
+// Of the forests that Accumulate makes of a table on so many threads, and of their states' bytes.
+Lines ForestLines(const TypedTable& table, int threads);
+
+// As they stand in the table: exact, as hexadecimal floating-point numbers, and all NaN alike.
+std::string Text(const Line& line);
+
+}  // namespace velmor::test
