@@ -64,8 +64,9 @@ Lines Joined(Lines first, const Lines& second) {
 
 // The lines of the table.
 Lines WholeTable(const Inputs& inputs) {
-  return Joined(Joined(KernelLines(inputs.cases), AccumulatorLines(inputs.cases)),
-                ForestLines(inputs.table, 1));
+  const Run run = [](const auto& operation) { operation(); };
+  return Joined(Joined(KernelLines(inputs.cases), AccumulatorLines(inputs.cases, run)),
+                ForestLines(inputs.table, 1, run));
 }
 
 bool Rewrite(const char* path) {
@@ -89,19 +90,19 @@ std::vector<std::string> ReadTable(const char* path) {
 // Returns how many lines of the table that are.
 std::size_t CompareIn(const Environment& environment, const std::string& way, const Inputs& inputs,
                       std::size_t first, Comparison& comparison) {
-  const auto compare = [&](const std::string& how, std::size_t from, auto compute) {
-    Lines lines;
-    if (!RunIn(environment, [&] { lines = compute(); })) {
-      comparison.Fail(how + ": the environment is not as it was");
-    }
-    comparison.Compare(how, lines, from);
-    return from + lines.size();
-  };
-  const std::size_t forests = compare(way, first, [&] { return AccumulatorLines(inputs.cases); });
-  std::size_t end = 0;
+  bool isKept = true;
+  const Run run = [&](const auto& operation) { isKept &= RunIn(environment, operation); };
+  const Lines accumulators = AccumulatorLines(inputs.cases, run);
+  comparison.Compare(way, accumulators, first);
+  const std::size_t forests = first + accumulators.size();
+  std::size_t end = forests;
   for (const int threads : kThreads) {
-    end = compare(way + ", " + std::to_string(threads) + " threads", forests,
-                  [&] { return ForestLines(inputs.table, threads); });
+    const Lines lines = ForestLines(inputs.table, threads, run);
+    comparison.Compare(way + ", " + std::to_string(threads) + " threads", lines, forests);
+    end = forests + lines.size();
+  }
+  if (!isKept) {
+    comparison.Fail(way + ": the environment is not as it was");
   }
   return end;
 }

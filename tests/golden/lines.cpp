@@ -46,77 +46,108 @@ void AddHash(const std::string& label, const std::vector<std::byte>& state, Line
   lines.push_back(std::move(line));
 }
 
-std::unique_ptr<DataBatch> Batches(const Input& input, std::size_t i, const DataBatch* /*kind*/) {
-  return Batch(input.batches[i], static_cast<unsigned int>(input.columns));
-}
-std::unique_ptr<DataBatchByGroup> Batches(const Input& input, std::size_t i,
-                                          const DataBatchByGroup* /*kind*/) {
-  return GroupedBatch(input.batches[i], static_cast<unsigned int>(input.columns), kInputGroups);
-}
+// Writes the lines of an input's accumulators.
+class AccumulatorWriter {
+ public:
+  AccumulatorWriter(std::string number, const Input& input, const Run& run, Lines& lines)
+      : _number(std::move(number)), _input(input), _run(run), _lines(lines) {}
 
-template <class TheBatch = DataBatch, class Make, class Read>
-void AddAccumulator(const std::string& label, const Input& input, Make make, Read read,
-                    Lines& lines) {
-  const auto whole = make();
-  const auto part = make();
-  const auto add = [&input](auto& accumulator, std::size_t batch) {
-    accumulator += *Batches(input, batch, static_cast<const TheBatch*>(nullptr));
-  };
-  add(*whole, 0);
-  add(*whole, 1);
-  add(*part, 2);
-  *whole += *part;
-  AddHash(label, Save(*whole), lines);
-  // Where there are thousands of results, the hash stands for them.
-  if (input.columns <= kMostColumns) {
-    AddResults(label, read(*whole), lines);
+  void AddAll() {
+    constexpr int kGroups = kInputGroups;
+    AddFamily<MatrixListwise, SMatrixListwise, NSMatrixListwise>(
+        "Listwise", [](const auto& a, const Block& block) { return ReadListwise(a, block); });
+    AddFamily<MatrixPairwise, SMatrixPairwise, NSMatrixPairwise>(
+        "Pairwise", [](const auto& a, const Block& block) { return ReadPairwise(a, block); },
+        _input.missingCode);
+    Add<DataBatch>("DiscriminantMatrix", ReadSums<DiscriminantMatrix>,
+                   [this] { return DiscriminantMatrix(kGroups, _input.columns); });
+    Add<DataBatchByGroup>("DiscIndividualMatrix", ReadSums<DiscIndividualMatrix>,
+                          [this] { return DiscIndividualMatrix(kGroups, _input.columns); });
+    AddRecords();
   }
-}
 
-// The accumulators of one family: over all columns, over the last ones, and of the first ones with
-// the others. `code` is the missing code, where there is one.
-template <class Matrix, class Symmetric, class Rectangular, class Read, class... Code>
-void AddFamily(const std::string& number, const std::string& family, const Input& input, Read read,
-               Lines& lines, Code... code) {
-  const auto add = [&](const std::string& name, const Block& block, auto make) {
-    AddAccumulator(
-        number + ' ' + name + family, input, make,
-        [&](const auto& accumulator) { return read(accumulator, block); }, lines);
-  };
-  const int columns = input.columns;
-  const int middle = (columns + 1) / 3;
-  add("Matrix", {0, 0, columns}, [&] { return std::make_unique<Matrix>(code...); });
-  add("SMatrix", {middle, middle, columns},
-      [&] { return std::make_unique<Symmetric>(code..., middle, columns); });
-  if (middle > 0) {
-    add("NSMatrix", {0, middle, columns},
-        [&] { return std::make_unique<Rectangular>(code..., 0, middle, columns); });
+ private:
+  template <class Kind>
+  std::unique_ptr<Kind> MakeBatch(std::size_t i) const {
+    const auto columns = static_cast<unsigned int>(_input.columns);
+    if constexpr (std::is_same_v<Kind, DataBatch>) {
+      return Batch(_input.batches[i], columns);
+    } else {
+      return GroupedBatch(_input.batches[i], columns, kInputGroups);
+    }
   }
-}
 
-// The records of a host's own, over the first two batches.
-void AddRecords(const std::string& number, const Input& input, Lines& lines) {
-  WorkArea area;
-  area._missingCode = input.missingCode;
-  VarStat variable;
-  PairStat pair;
-  for (const std::size_t i : {0U, 1U}) {
-    const auto batch = Batches(input, i, static_cast<const DataBatch*>(nullptr));
-    const double* const x = batch->Column(0);
-    const double* const y = batch->Column(batch->NColumns() - 1);
-    const double* const w = batch->Weights();
-    const double* const r = batch->RegWeights();
-    const int rows = static_cast<int>(batch->NRows());
-    VarStat variablePart;
-    variablePart.Init(x, w, r, area, rows);
-    variable.Update(variablePart);
-    PairStat pairPart;
-    pairPart.Init(x, y, w, r, area, rows);
-    pair.Update(pairPart);
+  template <class Kind, class Make, class Read>
+  void Add(const std::string& name, Read read, Make make) {
+    auto whole = make();
+    auto part = make();
+    const std::unique_ptr<Kind> batches[] = {MakeBatch<Kind>(0), MakeBatch<Kind>(1),
+                                             MakeBatch<Kind>(2)};
+    std::vector<std::byte> state;
+    _run([&] {
+      whole += *batches[0];
+      whole += *batches[1];
+      part += *batches[2];
+      whole += part;
+      state = Save(whole);
+    });
+    const std::string label = _number + ' ' + name;
+    AddHash(label, state, _lines);
+    // Where there are thousands of results, the hash stands for them.
+    if (_input.columns <= kMostColumns) {
+      AddResults(label, read(whole), _lines);
+    }
   }
-  lines.push_back({number + " VarStat", Fields(variable)});
-  lines.push_back({number + " PairStat", PairFields(pair)});
-}
+
+  // The accumulators of one family: over all columns, over the last ones, and of the first ones
+  // with the others. `code` is the missing code, where there is one.
+  template <class Matrix, class Symmetric, class Rectangular, class Read, class... Code>
+  void AddFamily(const std::string& family, Read read, Code... code) {
+    const auto add = [&](const std::string& name, const Block& block, auto make) {
+      Add<DataBatch>(
+          name + family, [&](const auto& a) { return read(a, block); }, make);
+    };
+    const int columns = _input.columns;
+    const int middle = (columns + 1) / 3;
+    add("Matrix", {0, 0, columns}, [&] { return Matrix(code...); });
+    add("SMatrix", {middle, middle, columns}, [&] { return Symmetric(code..., middle, columns); });
+    if (middle > 0) {
+      add("NSMatrix", {0, middle, columns},
+          [&] { return Rectangular(code..., 0, middle, columns); });
+    }
+  }
+
+  // The records of a host's own, over the first two batches.
+  void AddRecords() {
+    WorkArea area;
+    area._missingCode = _input.missingCode;
+    VarStat variable;
+    PairStat pair;
+    for (const std::size_t i : {0U, 1U}) {
+      const auto batch = MakeBatch<DataBatch>(i);
+      const double* const x = batch->Column(0);
+      const double* const y = batch->Column(batch->NColumns() - 1);
+      const double* const w = batch->Weights();
+      const double* const r = batch->RegWeights();
+      const int rows = static_cast<int>(batch->NRows());
+      _run([&] {
+        VarStat variablePart;
+        variablePart.Init(x, w, r, area, rows);
+        variable.Update(variablePart);
+        PairStat pairPart;
+        pairPart.Init(x, y, w, r, area, rows);
+        pair.Update(pairPart);
+      });
+    }
+    _lines.push_back({_number + " VarStat", Fields(variable)});
+    _lines.push_back({_number + " PairStat", PairFields(pair)});
+  }
+
+  std::string _number;
+  const Input& _input;
+  const Run& _run;
+  Lines& _lines;
+};
 
 // The kernels' arguments, as arrays and as vectors.
 struct Columns {
@@ -239,27 +270,10 @@ class KernelWriter {
 
 }  // namespace
 
-Lines AccumulatorLines(const std::vector<Input>& inputs) {
-  const auto listwise = [](const auto& a, const Block& block) { return ReadListwise(a, block); };
-  const auto pairwise = [](const auto& a, const Block& block) { return ReadPairwise(a, block); };
-  constexpr int kGroups = kInputGroups;
+Lines AccumulatorLines(const std::vector<Input>& inputs, const Run& run) {
   Lines lines;
   for (std::size_t n = 0; n < inputs.size(); ++n) {
-    const std::string number = Number(n);
-    const Input& input = inputs[n];
-    AddFamily<MatrixListwise, SMatrixListwise, NSMatrixListwise>(number, "Listwise", input,
-                                                                 listwise, lines);
-    AddFamily<MatrixPairwise, SMatrixPairwise, NSMatrixPairwise>(
-        number, "Pairwise", input, pairwise, lines, input.missingCode);
-    AddAccumulator(
-        number + " DiscriminantMatrix", input,
-        [&] { return std::make_unique<DiscriminantMatrix>(kGroups, input.columns); },
-        ReadSums<DiscriminantMatrix>, lines);
-    AddAccumulator<DataBatchByGroup>(
-        number + " DiscIndividualMatrix", input,
-        [&] { return std::make_unique<DiscIndividualMatrix>(kGroups, input.columns); },
-        ReadSums<DiscIndividualMatrix>, lines);
-    AddRecords(number, input, lines);
+    AccumulatorWriter(Number(n), inputs[n], run, lines).AddAll();
   }
   return lines;
 }
@@ -272,7 +286,7 @@ Lines KernelLines(const std::vector<Input>& inputs) {
   return lines;
 }
 
-Lines ForestLines(const TypedTable& table, int threads) {
+Lines ForestLines(const TypedTable& table, int threads, const Run& run) {
   Lines lines;
   AccumulateOptions options;
   options.blockRows = TypedTable::kBlockRows;
@@ -280,10 +294,17 @@ Lines ForestLines(const TypedTable& table, int threads) {
   const TableView view = table.View();
   const int columns = static_cast<int>(view.values.size());
   const auto add = [&](const std::string& label, const auto& shape, auto read) {
-    const auto forest = Accumulate(view, shape, options);
-    AddHash("forest " + label + " forest's", Save(forest), lines);
-    const auto result = forest.Result();
-    AddHash("forest " + label, Save(*result), lines);
+    decltype(Accumulate(view, shape, options).Result()) result;
+    std::vector<std::byte> forestState;
+    std::vector<std::byte> state;
+    run([&] {
+      const auto forest = Accumulate(view, shape, options);
+      forestState = Save(forest);
+      result = forest.Result();
+      state = Save(*result);
+    });
+    AddHash("forest " + label + " forest's", forestState, lines);
+    AddHash("forest " + label, state, lines);
     AddResults("forest " + label, read(*result), lines);
   };
   const auto listwise = [](const Block& block) {
