@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 
 namespace csv {
 
@@ -33,9 +34,13 @@ void CheckColumns(const Source& source, const std::vector<std::size_t>& columns,
                 " columns are too many; choose " + std::to_string(kMostColumns) +
                 " of them or fewer with --variables");
   }
-  std::set<std::size_t> seen;
+  std::map<std::string_view, std::size_t> seen;
   for (const std::size_t column : columns) {
-    if (!seen.insert(column).second) {
+    const auto [place, isNew] = seen.emplace(source.columns[column], column);
+    if (!isNew && place->second != column) {
+      throw SameName(source, place->second, column);
+    }
+    if (!isNew) {
       throw Error("column " + Printable(source.columns[column]) + " is named twice in " + options);
     }
   }
@@ -88,6 +93,18 @@ void Progress::Show(std::uint64_t bytesRead) {
     const std::uint64_t percent = 100 * (_readBefore + bytesRead) / (_fileSize * _passes);
     std::fprintf(stderr, "\r%3d %%", static_cast<int>(percent));
     _shown = now;
+  }
+}
+
+void FirstError::Merge(const FirstError& other) {
+  if (other.IsAny() && (!IsAny() || other._batch < _batch)) {
+    *this = other;
+  }
+}
+
+void FirstError::Rethrow() const {
+  if (IsAny()) {
+    std::rethrow_exception(_error);
   }
 }
 

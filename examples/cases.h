@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <limits>
 #include <optional>
 #include <set>
@@ -38,7 +39,8 @@ constexpr double kMissingCode = std::numeric_limits<double>::lowest();
 std::vector<std::size_t> ListedColumns(const Source& source,
                                        const std::optional<std::string>& names,
                                        const std::set<std::optional<std::size_t>>& taken);
-// Throws Error when there are more columns than a velmor accumulator can hold or one comes twice.
+// Throws Error when there are more columns than a velmor accumulator can hold, one comes twice, or
+// two have one name.
 //   options  what the columns were named in, for the message
 void CheckColumns(const Source& source, const std::vector<std::size_t>& columns,
                   const std::string& options);
@@ -91,6 +93,34 @@ class Progress {
   std::uint64_t _readBefore = 0;
   unsigned int _passes;
   std::chrono::steady_clock::time_point _shown;
+};
+
+// Of the batches that several threads claim one after the other, the first that has an error. Each
+// thread keeps that of its own batches, and claims no more after one; what others claimed before is
+// then still looked through, so that the error is the same however many threads there are.
+class FirstError {
+ public:
+  bool IsAny() const { return _error != nullptr; }
+
+  // Calls `action`, which is about the batch of this number, and keeps the Error that it throws.
+  template <class Action>
+  void Try(std::uint64_t batch, const Action& action) {
+    try {
+      action();
+    } catch (const Error&) {
+      _error = std::current_exception();
+      _batch = batch;
+    }
+  }
+
+  void Merge(const FirstError& other);
+
+  // Throws the error if there is one.
+  void Rethrow() const;
+
+ private:
+  std::exception_ptr _error;
+  std::uint64_t _batch = 0;  // that it is about
 };
 
 // One thread's way through the cases of a file that is shared by several.

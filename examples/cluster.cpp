@@ -54,9 +54,7 @@ struct Share {
 };
 
 Share Read(const cluster::Ranks& ranks, const Options& options) {
-  if (options.file == "-") {
-    throw csv::Error("standard input can't be shared among ranks; name a file");
-  }
+  csv::CheckIsFile(options.file, "shared among ranks");
   csv::Reader file(options.file);
   const study::Study study = study::Prepare(file.GetSource(), options.study);
   csv::Progress progress(options.file);

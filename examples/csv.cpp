@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -81,6 +83,34 @@ struct Records {
   std::size_t end;  // where the last of them ends, after its line end
 };
 
+std::string AtLine(const Source& source, std::uint64_t line) {
+  return source.name + ':' + std::to_string(line) + ": ";
+}
+
+// Reads all of the text as a number, which may be infinite or none. Fails with result_out_of_range
+// when no double is near it.
+std::errc ReadNumber(std::string_view text, double& number) {
+  if (text.starts_with('+') && !text.starts_with("+-")) {
+    text.remove_prefix(1);  // from_chars knows no plus sign
+  }
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return stop == end ? error : std::errc::invalid_argument;
+}
+
+// Whether a record has numbers and nothing else.
+bool IsOfNumbers(const Parser& record) {
+  std::size_t numbers = 0;
+  std::size_t missing = 0;
+  for (std::size_t column = 0; column < record.NFields(); ++column) {
+    double number = 0.;
+    const std::errc error = ReadNumber(record.Text(column), number);
+    numbers += error != std::errc::invalid_argument ? 1U : 0U;
+    missing += record.IsMissing(column) ? 1U : 0U;
+  }
+  return numbers != 0 && numbers + missing == record.NFields();
+}
+
 // The first records in the text, no more than `most`.
 Records FirstRecords(std::string_view text, std::uint64_t most) {
   Records records{0, 0};
@@ -124,10 +154,17 @@ void Reader::ReadHeader() {
   if (!hasHeader) {
     throw Error(_source.name + " has no header; its first line should name the columns");
   }
+  const std::size_t end = chunk.text.size() - parser.Rest().size();
+  if (IsOfNumbers(parser) && chunk.text.find('"') >= end) {
+    throw Error(AtLine(_source, parser.Line()) +
+                "only numbers, where the columns should be named; if they are names, put them in "
+                "quotes");
+  }
   for (std::size_t column = 0; column < parser.NFields(); ++column) {
     _source.columns.emplace_back(parser.Text(column));
   }
-  PutBackRecords(chunk, chunk.text.size() - parser.Rest().size());
+  _source.headerLine = parser.Line();
+  PutBackRecords(chunk, end);
 }
 
 bool Reader::Claim(Chunk& chunk) {
@@ -229,7 +266,7 @@ bool Parser::Next() {
   Parse(WithoutLineEnd(record));
   const std::size_t expected = _source.columns.size();
   if (expected != 0 && _ends.size() != expected) {
-    throw Error(PlaceOf(_line) + "expected " + std::to_string(expected) +
+    throw Error(AtLine(_source, _line) + "expected " + std::to_string(expected) +
                 " fields, as in the header, found " + std::to_string(_ends.size()));
   }
   return true;
@@ -263,11 +300,11 @@ void Parser::Parse(std::string_view record) {
                 "; put the whole field in quotes and double the quotes in it");
   }
   if (_hasStrayReturn) {
-    throw Error(PlaceOf(_line) +
+    throw Error(AtLine(_source, _line) +
                 "a carriage return within the line; lines should end in LF or CRLF");
   }
   if (_isCut) {
-    throw Error(PlaceOf(_line) +
+    throw Error(AtLine(_source, _line) +
                 "the record that begins here does not end within 16 MiB; is a line end or a "
                 "closing quote missing?");
   }
@@ -301,11 +338,17 @@ std::optional<double> Parser::Number(std::size_t column) const {
   if (IsMissing(column)) {
     return std::nullopt;
   }
-  const std::optional<double> number = ParseNumber(Text(column));
-  if (!number) {
-    throw NotANumber(Place(column) + Quoted(Text(column)) + " is not a number");
+  double number = 0.;
+  const std::errc error = ReadNumber(Text(column), number);
+  if (error == std::errc() && std::isfinite(number)) {
+    return number;
   }
-  return number;
+  const std::string what = Place(column) + Quoted(Text(column)) + " is ";
+  if (error == std::errc::result_out_of_range) {
+    const double nearest = std::strtod(std::string(Text(column)).c_str(), nullptr);
+    throw Error(what + (std::isinf(nearest) ? "too large" : "too close to zero") + " for a double");
+  }
+  throw NotANumber(what + (error == std::errc() ? "not a finite number" : "not a number"));
 }
 
 std::string Parser::Place(std::size_t column) const { return PlaceOf(Line(column), column); }
@@ -314,14 +357,25 @@ std::uint64_t Parser::Line(std::size_t column) const {
   return _line + Count(std::string_view(_text).substr(0, Begin(column)), '\n');
 }
 
-std::string Parser::PlaceOf(std::uint64_t line) const {
-  return _source.name + ':' + std::to_string(line) + ": ";
-}
-
 std::string Parser::PlaceOf(std::uint64_t line, std::size_t column) const {
   const bool hasName = column < _source.columns.size();
-  return PlaceOf(line) + "column " + std::to_string(column + 1) +
+  return AtLine(_source, line) + "column " + std::to_string(column + 1) +
          (hasName ? " (" + Printable(_source.columns[column]) + "): " : ": ");
+}
+
+void CheckIsFile(const std::string& path, const std::string& use) {
+  std::error_code error;
+  if (path == "-" || std::filesystem::is_other(path, error)) {
+    throw Error((path == "-" ? "standard input" : path) + " can't be " + use +
+                "; write the data to a file first");
+  }
+}
+
+Error SameName(const Source& source, std::size_t first, std::size_t second) {
+  return Error(AtLine(source, source.headerLine) + "columns " + std::to_string(first + 1) +
+               " and " + std::to_string(second + 1) + " are both named " +
+               Quoted(source.columns[first]) +
+               "; rename one of them in the header, or use neither");
 }
 
 std::size_t FindColumn(const Source& source, std::string_view name) {
@@ -337,9 +391,8 @@ std::size_t FindColumn(const Source& source, std::string_view name) {
   }
   const auto again = std::find(found + 1, end, name);
   if (again != end) {
-    throw Error(source.name + ": columns " + std::to_string(found - begin + 1) + " and " +
-                std::to_string(again - begin + 1) + " are both named " + Quoted(name) +
-                "; rename one of them in the header");
+    throw SameName(source, static_cast<std::size_t>(found - begin),
+                   static_cast<std::size_t>(again - begin));
   }
   return static_cast<std::size_t>(found - begin);
 }
@@ -359,16 +412,9 @@ std::vector<std::size_t> FindColumns(const Source& source, const std::string& na
 }
 
 std::optional<double> ParseNumber(std::string_view text) {
-  if (text.starts_with('+') && !text.starts_with("+-")) {
-    text.remove_prefix(1);  // from_chars knows no plus sign
-  }
   double number = 0.;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end || !std::isfinite(number)) {
-    return std::nullopt;
-  }
-  return number;
+  const std::errc error = ReadNumber(text, number);
+  return error == std::errc() && std::isfinite(number) ? std::optional(number) : std::nullopt;
 }
 
 std::string Printable(std::string_view text) {

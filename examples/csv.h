@@ -7,7 +7,8 @@
 // A file begins with a header, the names of its columns. Fields are separated by commas and may
 // stand in quotes; a quoted field may hold commas, line ends and doubled quotes. Lines end in LF
 // or CRLF, the last one may lack its end. Blank lines, a UTF-8 byte order mark and blanks around
-// a field do not count. A field that is empty or NA is missing.
+// a field do not count. A field that is empty or NA is missing. A first line of numbers, none of
+// them in quotes, is taken for a header that was forgotten.
 
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,7 @@ class NotANumber : public Error {
 struct Source {
   std::string name;
   std::vector<std::string> columns;  // empty: not known, records have any number of fields
+  std::uint64_t headerLine = 1;      // the line on which these names begin
 };
 
 // Whole records, as they stand in the file.
@@ -112,10 +114,12 @@ class Parser {
   std::size_t NFields() const { return _ends.size(); }
   std::string_view Text(std::size_t column) const;
   bool IsMissing(std::size_t column) const;
-  // The field as a finite number, nothing when it is missing. Throws NotANumber.
+  // The field as a finite number, nothing when it is missing. Throws NotANumber, or Error when it
+  // is a number beyond the range of a double.
   std::optional<double> Number(std::size_t column) const;
   // "file:line: column 5 (species): ": the place of a field, its line being the one it begins on.
   std::string Place(std::size_t column) const;
+  std::uint64_t Line() const { return _line; }  // on which the record begins
 
   // What Next() has not come to yet, in the chunk's text.
   std::string_view Rest() const { return _rest; }
@@ -131,7 +135,6 @@ class Parser {
   void Parse(std::string_view record);
   std::size_t Begin(std::size_t column) const { return column == 0 ? 0 : _ends[column - 1]; }
   std::uint64_t Line(std::size_t column) const;
-  std::string PlaceOf(std::uint64_t line) const;
   std::string PlaceOf(std::uint64_t line, std::size_t column) const;
 
   const Source& _source;
@@ -147,6 +150,13 @@ class Parser {
 
 // What the system says is wrong: "cannot open iris.csv: No such file or directory".
 Error SystemError(const std::string& what, const std::string& name);
+
+// Throws Error when what the path names can be read only once, as standard input, "-", and pipes.
+//   use  what it can't be, such as "read three times"
+void CheckIsFile(const std::string& path, const std::string& use);
+
+// That two columns have one name, so that it does not tell which of them is meant.
+Error SameName(const Source& source, std::size_t first, std::size_t second);
 
 // The column of that name. Throws Error when there is none or more than one.
 std::size_t FindColumn(const Source& source, std::string_view name);

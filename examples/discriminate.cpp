@@ -12,14 +12,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <limits>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -128,11 +126,7 @@ struct Study {
 };
 
 Study Prepare(const Options& options) {
-  std::error_code error;
-  if (options.file == "-" || std::filesystem::is_other(options.file, error)) {
-    throw csv::Error((options.file == "-" ? "standard input" : options.file) +
-                     " can't be read three times; write the data to a file first");
-  }
+  csv::CheckIsFile(options.file, "read three times");
   Study study{options, csv::Reader(options.file).GetSource(), {}, {}, {}, {}, {}, {}};
   csv::CaseColumns& columns = study.columns;
   columns.group = csv::FindColumn(study.source, options.group);

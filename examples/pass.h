@@ -4,6 +4,8 @@
 
 #include <velmor/driver.h>
 
+#include <cstdint>
+
 #include "cases.h"
 #include "csv.h"
 
@@ -27,7 +29,11 @@ class Pass : public velmor::ProblemBase {
 
   velmor::ProblemPartBase* CreatePart() override { return new Part(*this); }
 
-  const CaseCounts& Counts() const { return _counts; }
+  // The counts of all cases, after the pass. Throws the first error in the file if there is one.
+  const CaseCounts& Counts() const {
+    _error.Rethrow();
+    return _counts;
+  }
 
  private:
   class Part : public velmor::ProblemPartBase {
@@ -38,23 +44,37 @@ class Pass : public velmor::ProblemBase {
           _share(pass._input, pass._cacheSize) {}
 
     // Only claims cases: while a thread is here, the others wait.
-    bool ReadBatch() override { return _cases.Claim(); }
+    bool ReadBatch() override {
+      bool isAny = false;
+      if (!_error.IsAny()) {
+        _batch = _pass._batches++;
+        _error.Try(_batch, [&] { isAny = _cases.Claim(); });
+      }
+      return isAny;
+    }
 
     void AccumulateBatch() override {
-      while (_cases.Next()) {
-        _share.Add(_cases.Current());
-      }
+      _error.Try(_batch, [this] {
+        while (_cases.Next()) {
+          _share.Add(_cases.Current());
+        }
+      });
     }
 
     void MergeResult() override {
-      _share.MergeInto(_pass._result);
-      _pass._counts += _cases.Counts();
+      _pass._error.Merge(_error);
+      if (!_pass._error.IsAny()) {
+        _share.MergeInto(_pass._result);
+        _pass._counts += _cases.Counts();
+      }
     }
 
    private:
     Pass& _pass;
     CaseReader _cases;
     Share _share;
+    std::uint64_t _batch = 0;  // the one claimed last
+    FirstError _error;
   };
 
   Reader& _file;
@@ -63,6 +83,8 @@ class Pass : public velmor::ProblemBase {
   const Input& _input;
   Result& _result;
   CaseCounts _counts;
+  std::uint64_t _batches = 0;  // claimed
+  FirstError _error;
 };
 
 }  // namespace csv

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iostream>
 #include <iterator>
 #include <new>
 #include <system_error>
@@ -79,7 +80,8 @@ void Print(const std::string& text) {
 
 int Run(const char* program, const std::function<int()>& body) {
   try {
-    return body();
+    const int status = body();
+    return std::cout.flush() ? status : Fail(program, "cannot write to standard output");
   } catch (const std::bad_alloc&) {
     return Fail(program, "out of memory");
   } catch (const std::exception& error) {

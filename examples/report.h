@@ -35,7 +35,8 @@ class Table {
 void Print(const std::string& text);
 
 // Runs a program's body and returns its exit status: what the body returns; or 1, after
-// "program: what is wrong" on standard error, when it throws.
+// "program: what is wrong" on standard error, when it throws or has not been able to write to
+// std::cout, as a parser of options does for --help.
 int Run(const char* program, const std::function<int()>& body);
 
 }  // namespace report

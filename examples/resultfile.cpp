@@ -167,16 +167,19 @@ bool HasSumsOf(const Result& result) {
   return result.sums->NRows() == (hasAll ? read : result.counts.Used());
 }
 
+// Reads a file: all of a result, and of another as much as shows that it is none, since that may
+// have no end.
 std::string ReadAll(const std::string& path) {
   const File file = Open(path, "rb");
   std::string text;
   constexpr std::size_t kBlockSize = std::size_t{1} << 16U;
-  for (std::size_t got = kBlockSize; got == kBlockSize;) {
+  std::size_t got = 0;
+  do {
     const std::size_t before = text.size();
     text.resize(before + kBlockSize);
     got = std::fread(text.data() + before, 1, kBlockSize, file.get());
     text.resize(before + got);
-  }
+  } while (got == kBlockSize && text.starts_with(kFormatLine));
   if (std::ferror(file.get()) != 0) {
     throw csv::SystemError("read", path);
   }
@@ -266,8 +269,12 @@ void Save(const Result& result, const std::string& path) {
   }
   const std::string head = Head(result.subject, result.counts);
   // Where a link leads to, so that it stays one.
-  NewFile file(std::filesystem::is_symlink(path) ? std::filesystem::canonical(path, error).string()
-                                                 : path);
+  const bool isLink = std::filesystem::is_symlink(path);
+  const std::string place = isLink ? std::filesystem::canonical(path, error).string() : path;
+  if (isLink && error) {
+    throw csv::Error("cannot write " + path + ": " + error.message());
+  }
+  NewFile file(place);
   file.Write(std::as_bytes(std::span(head)));
   file.Write(velmor::Save(*result.sums));
   file.Finish();

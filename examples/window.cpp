@@ -4,7 +4,6 @@
 #include <velmor/driver.h>
 
 #include <algorithm>
-#include <exception>
 #include <limits>
 
 namespace csv {
@@ -22,9 +21,7 @@ class Window::Filling : public velmor::ProblemBase {
 
   // The counts of all, or the first record's error.
   const CaseCounts& Counts() const {
-    if (_error) {
-      std::rethrow_exception(_error);
-    }
+    _error.Rethrow();
     return _counts;
   }
 
@@ -36,8 +33,7 @@ class Window::Filling : public velmor::ProblemBase {
   Progress& _progress;
   std::uint64_t _rows = 0;  // claimed
   CaseCounts _counts;
-  std::exception_ptr _error;    // if there is one,
-  std::uint64_t _errorRow = 0;  // about a record of the claim that begins at this row
+  FirstError _error;  // batches go by their first rows
 };
 
 class Window::Part : public velmor::ProblemPartBase {
@@ -45,36 +41,24 @@ class Window::Part : public velmor::ProblemPartBase {
   explicit Part(Filling& filling)
       : _filling(filling), _cases(filling._file, filling._window._columns, filling._progress) {}
 
-  // After an error nobody claims more. What was claimed before is parsed all the same, as an error
-  // in it comes first.
   bool ReadBatch() override {
-    if (_error) {
+    if (_error.IsAny()) {
       return false;
     }
     _firstRow = _filling._rows;
-    try {
-      _filling._rows += _cases.Claim(_filling._window._mostRows - _firstRow);
-    } catch (const Error&) {
-      _error = std::current_exception();
-    }
+    _error.Try(_firstRow,
+               [this] { _filling._rows += _cases.Claim(_filling._window._mostRows - _firstRow); });
     _endRow = _filling._rows;
     return _firstRow < _endRow;
   }
 
   void AccumulateBatch() override {
-    try {
-      Parse();
-    } catch (const Error&) {
-      _error = std::current_exception();
-    }
+    _error.Try(_firstRow, [this] { Parse(); });
   }
 
   void MergeResult() override {
     _filling._counts += _cases.Counts();
-    if (_error && (!_filling._error || _firstRow < _filling._errorRow)) {
-      _filling._error = _error;
-      _filling._errorRow = _firstRow;
-    }
+    _filling._error.Merge(_error);
   }
 
  private:
@@ -94,7 +78,7 @@ class Window::Part : public velmor::ProblemPartBase {
   CaseReader _cases;
   std::uint64_t _firstRow = 0;  // of the records claimed last
   std::uint64_t _endRow = 0;
-  std::exception_ptr _error;
+  FirstError _error;
 };
 
 velmor::ProblemPartBase* Window::Filling::CreatePart() { return new Part(*this); }

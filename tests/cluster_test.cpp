@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <random>
 #include <sstream>
 #include <string>
@@ -76,6 +77,12 @@ TEST_F(Cluster, EndsWithTheErrorOfOneRankOnAll) {
     at = text.find('\n', at) + 1;
   }
   Write("wrong.csv", text.substr(0, at) + "1,1,1,z,1,1\n" + text.substr(at));
+  Write("same.csv", "a,a\n1,2\n");
+  text = "a,b\n";
+  for (int row = 0; row < 64; ++row) {  // as many as a window has with blocks of one row
+    text += "1,2\n";
+  }
+  Write("cut.csv", text + "1,\"2");
   const std::string other = " : -n 1 '" CLUSTER_PROGRAM "' ";  // and its arguments follow
   const struct {
     int ranks;
@@ -89,7 +96,16 @@ TEST_F(Cluster, EndsWithTheErrorOfOneRankOnAll) {
        "rank 1: wrong.csv:600: column 4 (x1): \"z\" is not a number"},
       {4, "x.csv --save nowhere/state", "rank 0: cannot open nowhere/state"},
       {2, "x.csv --variables y", "rank 0: x.csv: no column is named \"y\"; "},
-      {2, "-", "rank 0: standard input can't be shared among ranks; name a file\n"},
+      {2, "-",
+       "rank 0: standard input can't be shared among ranks; write the data to a file first\n"},
+      {2, "/dev/stdin",
+       "rank 0: /dev/stdin can't be shared among ranks; write the data to a file first\n"},
+      {2, ".", "rank 0: cannot read .: Is a directory\n"},
+      {2, "same.csv",
+       "rank 0: same.csv:1: columns 1 and 2 are both named \"a\"; rename one of them in the "
+       "header, or use neither\n"},
+      {2, "cut.csv --block-rows 1",
+       "rank 1: cut.csv:66: column 2 (b): the quoted field that begins here never ends\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -101,6 +117,12 @@ TEST_F(Cluster, EndsWithTheErrorOfOneRankOnAll) {
     const std::string program = "cluster: ";
     EXPECT_EQ(outcome.error.find(program), outcome.error.rfind(program));
   }
+  // mpirun writes the tables of its ranks by itself.
+  const Outcome alone =
+      RunProgram(CLUSTER_PROGRAM, "x.csv > /dev/full", "ASAN_OPTIONS=detect_leaks=0 ");
+  EXPECT_EQ(alone.status, 1);
+  EXPECT_EQ(alone.error, "cluster: rank 0: cannot write the tables: No space left on device\n");
+  CountBadInput(std::size(cases) + 1);
 }
 
 TEST_F(Cluster, ReducesOrFailsOnAllRanksAlike) {

@@ -6,7 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <random>
@@ -77,6 +79,11 @@ TEST_F(Csv, ReadsRecordsWhateverTheBlockSize) {
       {"not ASCII", "\xC3\xA4,b\n\xE2\x82\xAC,\xFF\n", "2|\xE2\x82\xAC|\xFF\n"},
       {"empty", "", "x.csv has no header; its first line should name the columns"},
       {"blank", "\n\n", "x.csv has no header; its first line should name the columns"},
+      {"numbers first", "\n1,NA,+1e999,\n\"2\",3,4,5\n",
+       "x.csv:2: only numbers, where the columns should be named; if they are names, put them in "
+       "quotes"},
+      {"names of numbers", "1,\"2\"\n3,4\n", "2|3|4\n"},
+      {"one name", "1,b\n3,4\n", "2|3|4\n"},
       {"too few", "a,b\n1,2\n\n3\n",
        "2|1|2\nx.csv:4: expected 2 fields, as in the header, found 1"},
       {"too many", "a\n1,\n", "x.csv:2: expected 1 fields, as in the header, found 2"},
@@ -105,6 +112,7 @@ TEST_F(Csv, ReadsRecordsWhateverTheBlockSize) {
       }
     }
   }
+  CountBadInput(std::size(cases));
 }
 
 TEST_F(Csv, SkipsRecords) {
@@ -165,6 +173,15 @@ TEST(CsvNumber, IsDecimalAndFinite) {
                                  "-inf", "nan", "1e999", "1e", "1\n"}) {
     EXPECT_EQ(csv::ParseNumber(text), std::nullopt) << text;
   }
+}
+
+// x0,x1,...
+std::string ColumnNames(int number) {
+  std::string names = "x0";
+  for (int column = 1; column < number; ++column) {
+    names += ",x" + std::to_string(column);
+  }
+  return names;
 }
 
 Outcome RunDescribe(const std::string& arguments, const std::string& before = "") {
@@ -349,10 +366,7 @@ TEST_F(Describe, ReadsStandardInput) {
 // are small. The first of several errors is the one that is reported.
 TEST_F(Describe, GivesTheSameResultForAnyNumberOfThreads) {
   constexpr int kColumns = 250;
-  std::string names = "x0";
-  for (int column = 1; column < kColumns; ++column) {
-    names += ",x" + std::to_string(column);
-  }
+  const std::string names = ColumnNames(kColumns);
   std::mt19937 random(1);
   std::ostringstream text;
   text << "text,w," << names << '\n';
@@ -474,6 +488,17 @@ TEST_F(Describe, RefusesSumsWithoutWeight) {
             "describe: x: the weights of the cases used add up to nothing\n");
 }
 
+TEST_F(Describe, ReadsNoMoreOfWhatIsNoResult) {
+  // What writes it ends by SIGPIPE.
+  const Outcome outcome =
+      RunDescribe("--load pipe || wait $!",
+                  "mkfifo pipe; env --default-signal=PIPE head -c 10000000 /dev/zero >pipe & ");
+  EXPECT_EQ(outcome.error,
+            "describe: pipe: this is not a result that --save of this version has written\n");
+  EXPECT_EQ(outcome.status, 128 + SIGPIPE);
+  CountBadInput(1);
+}
+
 TEST_F(Describe, SaysWhatCannotBeLoaded) {
   Write("x.csv", "a,b,w\n1,2,1\n2,1,4\n,2,0\n");
   RunDescribe("x.csv --variables a,b --save a");
@@ -525,12 +550,13 @@ TEST_F(Describe, SaysWhatCannotBeLoaded) {
               "describe: b: the lines at its beginning do not fit the sums behind them\n")
         << other;
   }
+  CountBadInput(std::size(cases) + 3);
 }
 
 TEST_F(Describe, SavesAllOrNothing) {
   Write("x.csv", "a\n1\n2\n");
   Write("y.csv", "a\n1\n.\n");
-  Write("wide.csv", "a" + std::string(40, ',') + "\n1" + std::string(40, ',') + '\n');
+  Write("wide.csv", ColumnNames(40) + "\n1" + std::string(39, ',') + '\n');
   Write("result", "as it was");
   const struct {
     const char* before;
@@ -543,6 +569,9 @@ TEST_F(Describe, SavesAllOrNothing) {
       {"", "x.csv --save no/result", "cannot open no/result.part: No such file or directory"},
       {"", "x.csv --save /dev/full", "cannot write /dev/full: this is no ordinary file"},
       {"", "x.csv --save .", "cannot write .: this is no ordinary file"},
+      {"ln -s nowhere link; ", "x.csv --save link", "cannot write link: No such file or directory"},
+      {"", "--load . --save result", "cannot read .: Is a directory"},
+      {"", "--load no --save result", "cannot open no: No such file or directory"},
       {"", "--load result --save result",
        "result: this is not a result that --save of this version has written"},
   };
@@ -559,6 +588,37 @@ TEST_F(Describe, SavesAllOrNothing) {
   EXPECT_EQ(RunDescribe("x.csv --save result").error,
             "describe: cannot open result.part: File exists\n");
   EXPECT_EQ(Contents("result.part"), "mine");
+  CountBadInput(std::size(cases) + 1);
+}
+
+TEST_F(Describe, FailsWithoutAReader) {
+  Write("x.csv", ColumnNames(200) + "\n1" + std::string(199, ',') + '\n');
+  ExpectFailureWithoutAReader(DESCRIBE_PROGRAM, "x.csv --missing pairwise");
+}
+
+TEST_F(Describe, EndsWhenInterrupted) {
+  std::string text = "a,b\n";
+  for (int row = 0; row < 100000; ++row) {
+    text += "1234.5,678.9\n";
+  }
+  Write("x.csv", text);
+  const struct {
+    const char* name;
+    int number;
+  } signals[] = {{"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}};
+  for (const auto& signal : signals) {
+    for (const std::string threads : {"1", "4"}) {
+      SCOPED_TRACE(signal.name + (" with threads: " + threads));
+      const Outcome outcome = RunInterrupted(
+          DESCRIBE_PROGRAM, "pipe --save result --block-rows 100 --threads " + threads, "x.csv",
+          signal.name);
+      EXPECT_EQ(outcome.status, 128 + signal.number);
+      EXPECT_EQ(outcome.out, "");
+      EXPECT_FALSE(std::filesystem::exists("result"));
+      EXPECT_FALSE(std::filesystem::exists("result.part"));
+    }
+  }
+  CountBadInput(2 * std::size(signals));
 }
 
 TEST_F(Describe, SaysWhatIsWrong) {
@@ -571,14 +631,35 @@ TEST_F(Describe, SaysWhatIsWrong) {
        "x.csv:3: column 1 (a): \"x?y\" is not a number; name the columns to describe with "
        "--variables"},
       {"a,b\n\n\"x\ny\",z\n", "--variables b", "x.csv:4: column 2 (b): \"z\" is not a number"},
-      {"a,b\nNA,1e999\n", "--weight b", "x.csv:2: column 2 (b): \"1e999\" is not a number"},
+      {"1,2\n3,4\n", "",
+       "x.csv:1: only numbers, where the columns should be named; if they are names, put them in "
+       "quotes"},
+      {"a,b\n1,2\n3", "", "x.csv:3: expected 2 fields, as in the header, found 1"},
+      {"a,b\n1,2\n3,\"4", "",
+       "x.csv:3: column 2 (b): the quoted field that begins here never ends"},
+      {"a,b\nNA,1e999\n", "--weight b",
+       "x.csv:2: column 2 (b): \"1e999\" is too large for a double"},
+      {"a,b\n1,-1e999\n", "", "x.csv:2: column 2 (b): \"-1e999\" is too large for a double"},
+      {"a,b\n1,-1e-999\n", "",
+       "x.csv:2: column 2 (b): \"-1e-999\" is too close to zero for a double"},
+      {"a,b\n1,2\n,z\n", "--weight b", "x.csv:3: column 2 (b): \"z\" is not a number"},
+      {"a,b\n1,2\n1,inf\n", "--weight b", "x.csv:3: column 2 (b): \"inf\" is not a finite number"},
+      {"a,b\n1,2\n1,NaN\n", "--regression-weight b --missing pairwise",
+       "x.csv:3: column 2 (b): \"NaN\" is not a finite number"},
       {"a,b\n1,2\n1,-2\n", "--weight b", "x.csv:3: column 2 (b): the weight -2 is negative"},
       {"a,b\n1,2\nNA,-2\n", "--regression-weight b --threads 7",
        "x.csv:3: column 2 (b): the weight -2 is negative"},
       {"a,b\n1,2\n", "--variables a,c", "x.csv: no column is named \"c\"; there are a, b"},
       {"a,b\n1,2\n", "--weight A", "x.csv: no column is named \"A\"; there are a, b"},
-      {"a,b,a\n1,2,3\n", "--variables a",
-       "x.csv: columns 1 and 3 are both named \"a\"; rename one of them in the header"},
+      {"\na,b,a\n1,2,3\n", "--variables a",
+       "x.csv:2: columns 1 and 3 are both named \"a\"; rename one of them in the header, or use "
+       "neither"},
+      {"b,a,a\n1,2,3\n", "",
+       "x.csv:1: columns 2 and 3 are both named \"a\"; rename one of them in the header, or use "
+       "neither"},
+      {"a,,\n1,2,\n", "--weight a",
+       "x.csv:1: columns 2 and 3 are both named \"\"; rename one of them in the header, or use "
+       "neither"},
       {"a,b\n1,2\n", "--variables a --with b,a",
        "column a is named twice in --variables and --with"},
       {"a,b\n1,2\n", "--weight a --with b", "x.csv: no column is left to describe"},
@@ -615,6 +696,8 @@ TEST_F(Describe, SaysWhatIsWrong) {
       {"a,b,c\n,1,1e308\n2,,1e308\n", "--missing pairwise --weight c",
        "x.csv: the weights are too large to be added up; rescale them"},
       {"a\n1\n2\n", "> /dev/full", "cannot write the tables: No space left on device"},
+      {"a\n1\n2\n", ">&-", "cannot write the tables: Bad file descriptor"},
+      {"", "--help > /dev/full", "cannot write to standard output"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -626,6 +709,12 @@ TEST_F(Describe, SaysWhatIsWrong) {
   }
   EXPECT_EQ(RunDescribe("y.csv").error, "describe: cannot open y.csv: No such file or directory\n");
   EXPECT_EQ(RunDescribe(".").error, "describe: cannot read .: Is a directory\n");
+  EXPECT_EQ(RunDescribe("/proc/self/mem").error,
+            "describe: cannot read /proc/self/mem: Input/output error\n");
+  // Of two columns of one name that are not used, nothing is wrong.
+  Write("x.csv", "a,b,b\n1,2,x\n");
+  EXPECT_EQ(RunDescribe("x.csv --variables a").error, "");
+  CountBadInput(std::size(cases) + 4);
 }
 
 TEST_F(Describe, LeavesUsageToTheOptionsParser) {

@@ -2,7 +2,9 @@
 // DISCRIMINATE_PROGRAM, EXAMPLE_DATA.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <iterator>
 #include <random>
 #include <sstream>
 #include <string>
@@ -262,6 +264,17 @@ TEST_F(Discriminate, GivesTheSameTablesForAnyNumberOfThreads) {
   for (const char* const threads : {"2", "7", "0"}) {
     EXPECT_EQ(RunDiscriminate(arguments + threads).out, one.out) << threads;
   }
+  // The chunk after the first error begins with others, which are found sooner.
+  std::string digits = "g,v\n";
+  for (int row = 0; row < 300000; ++row) {
+    digits += row < 125000 ? "a,1\n" : "b,.\n";
+  }
+  Write("x.csv", digits);
+  for (const char* const threads : {"1", "2", "7"}) {
+    EXPECT_EQ(
+        RunDiscriminate(std::string("x.csv --group g --variables v --threads ") + threads).error,
+        "discriminate: x.csv:125002: column 2 (v): \".\" is not a number\n");
+  }
 }
 
 TEST_F(Discriminate, SaysWhatIsWrong) {
@@ -285,8 +298,29 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
        "--variables"},
       {"g,v\na,1\nNA,x\n", "--group g --variables v",
        "x.csv:3: column 2 (v): \"x\" is not a number"},
+      {"", "--group g", "x.csv has no header; its first line should name the columns"},
+      {"\n \n\n", "--group g", "x.csv has no header; its first line should name the columns"},
+      {"1,2\n1,3\n2,4\n2,6\n", "--group 1",
+       "x.csv:1: only numbers, where the columns should be named; if they are names, put them in "
+       "quotes"},
+      {"g,v\na,1\na,2\nb", "--group g", "x.csv:4: expected 2 fields, as in the header, found 1"},
+      {"g,v\na,1\na,2\nb,\"3", "--group g",
+       "x.csv:4: column 2 (v): the quoted field that begins here never ends"},
+      {"g,v,v\na,1,2\n", "--group g",
+       "x.csv:1: columns 2 and 3 are both named \"v\"; rename one of them in the header, or use "
+       "neither"},
+      {"g,v,g\na,1,b\n", "--group g",
+       "x.csv:1: columns 1 and 3 are both named \"g\"; rename one of them in the header, or use "
+       "neither"},
+      {"g,v\na,1e999\n", "--group g", "x.csv:2: column 2 (v): \"1e999\" is too large for a double"},
       {"g,v,w\na,1,-1\n", "--group g --weight w",
        "x.csv:2: column 3 (w): the weight -1 is negative"},
+      {"g,v,w\na,1,\na,1,x\n", "--group g --weight w",
+       "x.csv:3: column 3 (w): \"x\" is not a number"},
+      {"g,v,w\na,1,-inf\n", "--group g --weight w",
+       "x.csv:2: column 3 (w): \"-inf\" is not a finite number"},
+      {"g,v,w\n,,nan\n", "--group g --weight w",
+       "x.csv:2: column 3 (w): \"nan\" is not a finite number"},
       {"g,v\n,1\na,\n", "--group g",
        "x.csv: no case to analyse: 2 cases read, 0 used, 2 left out as incomplete"},
       {"g,v,w\na,1,1\na,2,1\nb,1,0\nc,NA,1\n", "--group g --weight w",
@@ -312,6 +346,7 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
        "x.csv: the weights are too large to be added up; rescale them"},
       {"g,v\na,1\na,2\nb,1\n", "--group g > /dev/full",
        "cannot write the tables: No space left on device"},
+      {"", "--help > /dev/full", "cannot write to standard output"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.error);
@@ -321,6 +356,20 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.error, "discriminate: " + std::string(c.error) + '\n');
   }
+  CountBadInput(std::size(cases));
+}
+
+TEST_F(Discriminate, FailsWithoutAReader) {
+  std::string text = "g,a,b,c,d\n";
+  for (int row = 0; row < 1000; ++row) {
+    text += std::to_string(row / 4);
+    for (int column = 0; column < 4; ++column) {
+      text += ',' + std::to_string(row * (row + column) % (7 + column));
+    }
+    text += '\n';
+  }
+  Write("x.csv", text);
+  ExpectFailureWithoutAReader(DISCRIMINATE_PROGRAM, "x.csv --group g --threads 2");
 }
 
 TEST_F(Discriminate, NeedsAFileThatCanBeReadAgain) {
@@ -336,14 +385,17 @@ TEST_F(Discriminate, NeedsAFileThatCanBeReadAgain) {
       {"/dev/stdin --group g",
        "/dev/stdin can't be read three times; write the data to a file first"},
       {"y.csv --group g", "cannot open y.csv: No such file or directory"},
+      {"pipe --group g", "pipe can't be read three times; write the data to a file first"},
       {". --group g", "cannot read .: Is a directory"},
   };
+  ASSERT_EQ(mkfifo("pipe", S_IRUSR | S_IWUSR), 0);
   for (const auto& c : cases) {
     const Outcome outcome = RunDiscriminate(c.arguments, "cat x.csv | ");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.error, "discriminate: " + std::string(c.error) + '\n');
   }
+  CountBadInput(std::size(cases));
 }
 
 TEST_F(Discriminate, LeavesUsageToTheOptionsParser) {
