@@ -120,6 +120,8 @@ TEST(AccumulateErrors, NameWhatDoesNotFit) {
   narrow.values.pop_back();
   TableView ungrouped = table.View();
   ungrouped.groups.reset();
+  TableView empty = table.View();
+  empty.values.clear();
   const std::string begin = "the table does not fit the accumulator: ";
   const struct {
     std::string message;
@@ -128,8 +130,11 @@ TEST(AccumulateErrors, NameWhatDoesNotFit) {
   } cases[] = {
       {begin + "it has 4 columns of values, not 5", narrow,
        std::make_unique<SMatrixListwise>(0, 5)},
+      {begin + "it has 0 columns of values", empty, std::make_unique<SMatrixListwise>()},
       {begin + "it has 5 columns of values, not 6", table.View(),
        std::make_unique<DiscriminantMatrix>(3, 6)},
+      {begin + "it has 5 columns of values, not 4", table.View(),
+       std::make_unique<DiscIndividualMatrix>(3, 4)},
       {begin + "no table has the accumulator's bounds", table.View(),
        std::make_unique<NSMatrixListwise>(2, 2, 4)},
       {begin + "no table has the accumulator's bounds", table.View(),
@@ -151,6 +156,26 @@ TEST(AccumulateErrors, NameWhatDoesNotFit) {
   EXPECT_EQ(MessageOf<std::runtime_error>([&] { Accumulate(table.View(), SMatrixListwise()); }),
             "the host ended the run after 0 of 1 blocks");
   threadsOfHost = 3;
+}
+
+TEST(AccumulateDeathTest, RefusesWhatCannotBeNumbered) {
+  const Table table(MixedCases(3));
+  const auto accumulate = [&](std::uint64_t blockRows, std::uint64_t firstBlock) {
+    return [&table, blockRows, firstBlock] {
+      Accumulate(table.View(), SMatrixListwise(), {blockRows, firstBlock, 1, {}});
+    };
+  };
+  const std::string file = "velmor/accumulate.cpp";
+  const Violation violations[] = {
+      {"no columns", [] { DefaultBlockRows(0); }, file, "DefaultBlockRows", "0 < columns"},
+      {"rows of a block", accumulate(std::uint64_t{1} << 32U, 0), file, "Accumulate",
+       "blockRows <= std::numeric_limits<unsigned int>::max()"},
+      {"last block", accumulate(1, (std::uint64_t{1} << 63U) - 2), file, "Run",
+       "_blocks <= kMostBlocks && options.firstBlock <= kMostBlocks - _blocks"},
+  };
+  for (const Violation& v : violations) {
+    ExpectAbort(v);
+  }
 }
 
 TEST(AccumulateProgress, CountsRowsAndCancels) {

@@ -3,6 +3,7 @@
 
 #include <malloc.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -13,44 +14,48 @@ Allocations allocations;
 using velmor::test::Allocations;
 using velmor::test::allocations;
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is new and delete
 namespace {
+
+bool IsToFail() {
+  const std::atomic_ref toGo(allocations.failAfter);
+  return toGo != Allocations::kNever && toGo-- == 0;
+}
 
 // What malloc gives, unless it is this allocation's turn to fail.
 template <class Malloc>
 void* Allocate(Malloc malloc) {
-  if (allocations.failAfter != Allocations::kNever && allocations.failAfter-- == 0) {
-    throw std::bad_alloc();
-  }
-  void* const memory = malloc();
+  void* const memory = IsToFail() ? nullptr : malloc();
   if (!memory) {
     throw std::bad_alloc();
   }
+  ++std::atomic_ref(allocations.alive);
   return memory;
+}
+
+void Free(void* memory) noexcept {
+  if (memory) {
+    --std::atomic_ref(allocations.alive);
+    std::free(memory);
+  }
 }
 
 }  // namespace
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is new and delete
 void* operator new(std::size_t size) {
   void* const memory = Allocate([size] { return std::malloc(size); });
-  ++allocations.count;
-  ++allocations.alive;
-  allocations.bytes += malloc_usable_size(memory) + sizeof(std::size_t);
+  ++std::atomic_ref(allocations.count);
+  std::atomic_ref(allocations.bytes) += malloc_usable_size(memory) + sizeof(std::size_t);
   return memory;
 }
-void operator delete(void* memory) noexcept {
-  if (memory) {
-    --allocations.alive;
-    std::free(memory);
-  }
-}
+void operator delete(void* memory) noexcept { Free(memory); }
 
 // What a thread keeps for its next operation.
 void* operator new(std::size_t size, std::align_val_t alignment) {
   const auto step = static_cast<std::size_t>(alignment);
   void* const memory =
       Allocate([=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
-  ++allocations.scratch;
+  ++std::atomic_ref(allocations.scratch);
   return memory;
 }
 void* operator new(std::size_t size, std::align_val_t alignment,
@@ -61,7 +66,7 @@ void* operator new(std::size_t size, std::align_val_t alignment,
     return nullptr;
   }
 }
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { Free(memory); }
 // NOLINTEND(cppcoreguidelines-no-malloc)
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 

@@ -63,7 +63,8 @@ TYPED_TEST(Forest, HasTheSameBytesInWhateverOrderBlocksCome) {
       EXPECT_EQ(forests[2].NBlocks(), blocks);
       EXPECT_EQ(Save(forests[0]), Save(this->Empty()));
       EXPECT_EQ(Save(*forests[2].Result()), expected);
-      EXPECT_EQ(Save(*forests[2].Result()), expected) << "the second time";
+      forests[0] = std::move(forests[2]);
+      EXPECT_EQ(Save(*forests[0].Result()), expected) << "the second time";
       std::shuffle(order.begin(), order.end(), random);
     }
   }
@@ -134,6 +135,13 @@ TEST(Forest, RefusesWhatDoesNotBelongIn) {
        [&] { forest.Add(0, ListwiseLeaf(4, 4)); }},
       {"block 0 does not belong to the others: it has no regression weights, not some",
        [&] { forest.Add(0, ListwiseLeaf(3, 4, false)); }},
+      {"block 0 does not belong to the others: no batch fits its bounds",
+       [] { Listwise(4, SMatrixListwise()).Add(0, std::make_unique<SMatrixListwise>(0, -1)); }},
+      {"block 0 does not belong to the others: it has regression weights, not none",
+       [&] {
+         Listwise other = forestWith(4, 1, ListwiseLeaf(3, 4, false));
+         other.Add(0, ListwiseLeaf(3, 4));
+       }},
       {"block 0 has too many cases: 5, where a block has 4 rows",
        [&] { forest.Add(0, ListwiseLeaf(3, 5)); }},
       {"the forest does not belong to this one: it has blocks of 5 rows, not of 4",
@@ -158,25 +166,57 @@ TEST(Forest, RefusesWhatDoesNotBelongIn) {
   }
 }
 
+TEST(Forest, TakesTheGroupsOverFromWhatComes) {
+  BlockForest<MatrixBase> open(1, DiscriminantMatrix());
+  BlockForest<MatrixBase> known(1, DiscriminantMatrix(3, 5));
+  known.Merge(BlockForest<MatrixBase>(1, DiscriminantMatrix()));
+  open.Merge(std::move(known));
+  EXPECT_THROW(open.Merge(BlockForest<MatrixBase>(1, DiscriminantMatrix(2, 5))),
+               std::invalid_argument);
+}
+
+// An accumulator that a host made up.
+class ForeignMatrix : public MatrixBase {
+ public:
+  unsigned int NRows() const override { return 0; }
+  MatrixBase& operator+=(DataBatch& /*data*/) override { return *this; }
+  MatrixBase& operator+=(MatrixBase& /*other*/) override { return *this; }
+};
+
 TEST(Forest, RefusesOtherAccumulators) {
   const struct {
     std::string message;
     std::unique_ptr<MatrixBase> leaf;
+    std::unique_ptr<MatrixBase> shape = NewAccumulator<MatrixBase>();
   } cases[] = {
       {"a SMatrixListwise, not a SMatrixPairwise", std::make_unique<SMatrixListwise>(1, 5)},
       {"columns from 0 to before 5, not columns from 1 to before 5",
        std::make_unique<SMatrixPairwise>(kMissing, 0, 5)},
+      {"columns from 2 on, not columns from 1 to before 5",
+       std::make_unique<SMatrixPairwise>(kMissing, 2, 0)},
       {"missing code -9, not -999", std::make_unique<SMatrixPairwise>(-9., 1, 5)},
+      {"missing code nan, not -999", std::make_unique<SMatrixPairwise>(kNaN, 1, 5)},
+      {"a NSMatrixPairwise, not a SMatrixPairwise",
+       std::make_unique<NSMatrixPairwise>(kMissing, 1, 2, 5)},
+      {"a DiscriminantMatrix, not a SMatrixPairwise", std::make_unique<DiscriminantMatrix>(3, 5)},
+      {"a DiscIndividualMatrix, not a SMatrixPairwise",
+       std::make_unique<DiscIndividualMatrix>(3, 5)},
+      {"3 groups and 5 variables, not 2 groups and 5 variables",
+       std::make_unique<DiscriminantMatrix>(3, 5), std::make_unique<DiscriminantMatrix>(2, 5)},
+      {"columns from 0 and from 1 to before 3, not columns from 0 and from 2 to before 3",
+       std::make_unique<NSMatrixListwise>(0, 1, 3), std::make_unique<NSMatrixListwise>(0, 2, 3)},
   };
   for (const auto& c : cases) {
-    BlockForest<MatrixBase> forest(1, *NewAccumulator<MatrixBase>());
+    BlockForest<MatrixBase> forest(1, *c.shape);
     BlockForest<MatrixBase> other(1, *c.leaf);
     EXPECT_EQ(MessageOf<std::invalid_argument>([&] { forest.Merge(std::move(other)); }),
               "the forest does not belong to this one: it has " + c.message);
   }
+  EXPECT_EQ(MessageOf<std::invalid_argument>([] { BlockForest<MatrixBase>(1, ForeignMatrix()); }),
+            "an accumulator of a class that is not the library's");
 }
 
-TEST(Forest, Asserts) {
+TEST(ForestDeathTest, RefusesWhatNoForestTakes) {
   const std::string file = "velmor/blockforest.cpp";
   Listwise forest(1, SMatrixListwise());
   const Violation violations[] = {

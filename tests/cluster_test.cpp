@@ -125,6 +125,22 @@ TEST_F(Cluster, EndsWithTheErrorOfOneRankOnAll) {
   CountBadInput(std::size(cases) + 1);
 }
 
+TEST_F(Cluster, LeavesUsageToTheOptionsParserOfOneRank) {
+  const struct {
+    const char* arguments;
+    bool isWrong;
+    std::string text;
+  } cases[] = {{"x.csv --varables a", true, "--varables"}, {"--help", false, "Usage: cluster"}};
+  for (const auto& c : cases) {
+    const Outcome outcome = RunProgram(CLUSTER_PROGRAM, c.arguments, OnRanks(3));
+    EXPECT_EQ(outcome.status != 0, c.isWrong);
+    const std::string& said = c.isWrong ? outcome.error : outcome.out;
+    EXPECT_THAT(said, HasSubstr(c.text));
+    EXPECT_EQ(said.find(c.text), said.rfind(c.text));
+  }
+  CountBadInput(1);
+}
+
 TEST_F(Cluster, ReducesOrFailsOnAllRanksAlike) {
   for (const int ranks : {1, 2, 3, 7}) {
     SCOPED_TRACE(ranks);

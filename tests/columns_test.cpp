@@ -4,6 +4,7 @@
 #include <velmor/databatchbygroup.h>
 
 #include "ordered/engine.h"
+#include "ordered/workspace.h"
 #include "support.h"
 
 #include <cstring>
@@ -556,6 +557,19 @@ TEST(RefusedColumnsDeathTest, OfAnotherShape) {
   TableView empty = PlainTable();
   empty.values[0].data = nullptr;
   EXPECT_EQ(batch.AddColumns(empty, 3, 3), 0U);
+}
+
+TEST(Workspace, AnInnerOneLeavesTheOuterOnesArrays) {
+  constexpr std::size_t kCount = 5000;  // more than the first block has left, after that one
+  ordered::Workspace outer;
+  auto* const first = outer.Take<double>(100);
+  std::fill_n(first, 100, 1.);
+  for (int repeat = 0; repeat < 2; ++repeat) {
+    ordered::Workspace inner;
+    std::fill_n(inner.Take<double>(kCount), kCount, 2.);
+  }
+  std::fill_n(outer.Take<double>(kCount), kCount, 3.);
+  EXPECT_EQ(std::count(first, first + 100, 1.), 100);
 }
 
 #ifdef __SSE2__

@@ -96,6 +96,9 @@ TEST(DataBatchDeathTest, RefusesWhatItCannotHold) {
       {"no rows", [] { DataBatch(1, 0, nullptr, nullptr, nullptr); }, source, "DataBatch",
        "0 < nRows"},
       {"full", [&] { full.AddRow(&value); }, source, "AddRow", "_nRows < _maxRows"},
+      {"groups beyond any group number",
+       [&] { full.AddColumns(TableView(), 0, 0, {}, DataBatch::kMostGroups + 1); }, source,
+       "AddColumns", "nGroups <= kMostGroups"},
       {"column", [&] { full.Column(1); }, "tables/velmor/databatch.h", "Column",
        "colNum < _nColumns"},
   };
@@ -174,6 +177,39 @@ TEST(DataBatchByGroup, WithoutWeightsSortsTheValues) {
   EXPECT_FALSE(batch.HasWeights());
   EXPECT_EQ(batch.Weights(), nullptr);
   EXPECT_THAT(First(batch.Column(0), 2), ElementsAre(20., 10.));
+}
+
+TEST(DataBatchByGroup, IsNoLongerSortedOnceColumnsAreAdded) {
+  Host host{0., 0., 1};
+  DataBatchByGroup batch(1, 3, nullptr, nullptr, &host.group, 2);
+  const GroupedCase first[] = {{1, 10, 0}};
+  Fill(batch, host, first);
+  batch.SortByGroup();
+  const double values[] = {20., 30.};
+  const unsigned int groups[] = {1, 0};
+  TableView table;
+  table.rows = 2;
+  table.values.emplace_back(&values[0]);
+  table.groups.emplace(&groups[0]);
+  batch.AddColumns(table, 0, 0);
+  EXPECT_TRUE(batch.IsSorted());
+  batch.AddColumns(table, 0, 2);
+  EXPECT_FALSE(batch.IsSorted());
+  batch.SortByGroup();
+  EXPECT_THAT(First(batch.Column(0), 3), ElementsAre(30., 10., 20.));
+}
+
+TEST(DataBatchByGroup, WithoutGroupsTakesCasesAllTheSame) {
+  DataBatchByGroup batch(1, 2, nullptr, nullptr, nullptr, 2);
+  const double value = 1.;
+  *batch.NextRow() = value;
+  batch.AddRow();
+  TableView table;
+  table.rows = 1;
+  table.values.emplace_back(&value);
+  EXPECT_EQ(batch.AddColumns(table, 0, 1), 1U);
+  EXPECT_EQ(batch.NRows(), 2U);
+  EXPECT_FALSE(batch.IsSorted());
 }
 
 TEST(DataBatchByGroupDeathTest, RefusesWhatItCannotSort) {

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <velmor/state.h>
 
 #include <csignal>
 #include <filesystem>
@@ -148,6 +149,10 @@ TEST_F(Csv, LimitsTheLengthOfARecord) {
                 "2|0\n3|" + longest + '\n' + std::to_string(longest.size() + 4) + "|1\n");
     Write("x.csv", "a\n0\n\"" + longest + ".\"\n1\n");
     EXPECT_EQ(Records(blockSize), "2|0\n" + tooLong);
+    Write("x.csv",
+          "a\n0\n" + std::string(longest.size() + 4, ' '));  // which is none, but who knows
+    EXPECT_EQ(Records(blockSize), "2|0\n" + tooLong);
+    Write("x.csv", "a\n0\n\"" + longest + ".\"\n1\n");
     csv::Reader reader("x.csv", blockSize);
     csv::Chunk chunk;
     while (reader.Claim(chunk) && !chunk.isCut) {
@@ -430,6 +435,7 @@ TEST_F(Describe, LoadsWhatItSaved) {
   }
   for (const char* const how :
        {"", "--missing pairwise", "--missing pairwise --weight month --variables ozone,solar_r",
+        "--missing pairwise --regression-weight day --variables ozone,solar_r",
         "--weight day --regression-weight month --variables ozone,temp --with wind,solar_r"}) {
     SCOPED_TRACE(how);
     const auto describe = [how](const std::string& name) {
@@ -449,6 +455,11 @@ TEST_F(Describe, LoadsWhatItSaved) {
     EXPECT_EQ(RunDescribe("--load merged --covariance").out,
               RunDescribe("all.csv --covariance " + std::string(how)).out);
   }
+  // More than is read at a time.
+  Write("wide.csv", ColumnNames(60) + "\n1" + std::string(59, ',') + '\n');
+  const std::string wide = RunDescribe("wide.csv --missing pairwise --save wide").out;
+  EXPECT_GT(Contents("wide").size(), std::size_t{1} << 16U);
+  EXPECT_EQ(RunDescribe("--load wide").out, wide);
   // Names as they are found in files.
   Write("x.csv", "\"b, \"\"c\"\"\n\n\",,NA\n1,2,1\n2,1,4\n");
   const std::string tables = RunDescribe("x.csv --with '' --weight NA --save x").out;
@@ -474,18 +485,46 @@ TEST_F(Describe, TrustsNoByteThatItLoads) {
   }
 }
 
-// A result that no file of cases gives, since cases without weight are left out.
-TEST_F(Describe, RefusesSumsWithoutWeight) {
-  const double weight = 0.;
+// A result of one case of one column.
+study::Result ResultOfOne(const study::Subject& subject, double weight) {
   const double value = 1.;
   velmor::DataBatch batch(1, 1, &weight, nullptr, nullptr);
   batch.AddRow(&value);
-  study::Result result{"", {{"a"}, 1, false, "w", std::nullopt}, {1, 0, 0}, nullptr};
-  result.sums = NewAccumulator(result.subject);
+  study::Result result{"", subject, {1, 0, 0}, NewAccumulator(subject)};
   *result.sums += batch;
+  return result;
+}
+
+// Results that no file of cases gives: cases without weight are left out of it, for example.
+TEST_F(Describe, RefusesResultsThatCannotBe) {
+  study::Result result = ResultOfOne({{"a"}, 1, false, "w", std::nullopt}, 0.);
   study::Save(result, "x");
   EXPECT_EQ(RunDescribe("--load x").error,
             "describe: x: the weights of the cases used add up to nothing\n");
+  const struct {
+    std::size_t variables;
+    csv::CaseCounts counts;
+  } cases[] = {{0, {1, 0, 0}}, {1, {1, 2, 0}}, {1, {2, 1, 2}}, {1, {2, 0, 0}}};
+  for (const auto& c : cases) {
+    result.subject.variables = c.variables;
+    result.counts = c.counts;
+    study::Save(result, "x");
+    EXPECT_EQ(RunDescribe("--load x").error,
+              "describe: x: the lines at its beginning do not fit the sums behind them\n");
+  }
+  CountBadInput(1 + std::size(cases));
+}
+
+TEST_F(Describe, RefusesMoreCasesThanAreCounted) {
+  study::Result result = ResultOfOne({{"a"}, 1, true, "w", std::nullopt}, 1.);
+  for (; result.counts.read < std::uint64_t{1} << 30U; result.counts.read *= 2) {
+    *result.sums += *velmor::Load<velmor::MatrixBase>(velmor::Save(*result.sums));
+  }
+  study::Save(result, "x");
+  EXPECT_THAT(RunDescribe("--load x").out, StartsWith("1073741824 cases read, "));
+  EXPECT_EQ(RunDescribe("--load x x").error,
+            "describe: x: more cases than this accumulator can count, 2147483647\n");
+  CountBadInput(1);
 }
 
 TEST_F(Describe, ReadsNoMoreOfWhatIsNoResult) {
@@ -583,6 +622,11 @@ TEST_F(Describe, SavesAllOrNothing) {
     EXPECT_EQ(Contents("result"), "as it was");
     EXPECT_FALSE(std::filesystem::exists("result.part"));
   }
+  // What a link leads to is replaced, not the link.
+  EXPECT_EQ(RunDescribe("x.csv --save to", "ln -s result to; ").error, "");
+  EXPECT_TRUE(std::filesystem::is_symlink("to"));
+  EXPECT_EQ(RunDescribe("--load result").out, RunDescribe("x.csv").out);
+  Write("result", "as it was");
   // A file that is not ours.
   Write("result.part", "mine");
   EXPECT_EQ(RunDescribe("x.csv --save result").error,
@@ -695,6 +739,13 @@ TEST_F(Describe, SaysWhatIsWrong) {
        "x.csv:2: column 2 (b): the weight -99 is negative"},
       {"a,b,c\n,1,1e308\n2,,1e308\n", "--missing pairwise --weight c",
        "x.csv: the weights are too large to be added up; rescale them"},
+      {"a,b,c\n1,1e200,1e200\n2,1,1\n", "--weight b --regression-weight c",
+       "x.csv: the weights are too large to be added up; rescale them"},
+      {ColumnNames(46341) + '\n', "",
+       "x.csv: 46341 columns are too many; choose 46340 of them or fewer with --variables"},
+      {"a,b\n1,\n,1\n", "--regression-weight b",
+       "x.csv: no case to describe: 2 cases read, 0 used, 2 left out as incomplete, 0 left out for "
+       "a weight of 0"},
       {"a\n1\n2\n", "> /dev/full", "cannot write the tables: No space left on device"},
       {"a\n1\n2\n", ">&-", "cannot write the tables: Bad file descriptor"},
       {"", "--help > /dev/full", "cannot write to standard output"},
@@ -715,6 +766,19 @@ TEST_F(Describe, SaysWhatIsWrong) {
   Write("x.csv", "a,b,b\n1,2,x\n");
   EXPECT_EQ(RunDescribe("x.csv --variables a").error, "");
   CountBadInput(std::size(cases) + 4);
+}
+
+TEST_F(Describe, SaysThatMemoryRanOut) {
+  const std::string limit = "ulimit -v 1000000; ";  // in KiB, a block has more
+  if (RunDescribe("--help", limit).status != 0) {
+    GTEST_SKIP() << "the program itself needs more, as with a sanitizer";
+  }
+  Write("x.csv", "a,b\n1,2\n");
+  const Outcome outcome = RunDescribe("x.csv --threads 1 --block-rows 67108864", limit);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.error, "describe: out of memory\n");
+  CountBadInput(1);
 }
 
 TEST_F(Describe, LeavesUsageToTheOptionsParser) {

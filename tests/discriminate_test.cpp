@@ -342,6 +342,10 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
        "out or rescale it"},
       {"g,v\na,0\na,1e200\nb,1\n", "--group g",
        "x.csv: the values of column v are too large to compute with; rescale them"},
+      {"g,v\na,0\na,1e-150\nb,1e10\n", "--group g",
+       "x.csv: the means are too large, in standard deviations, to compute with"},
+      {"g,v\na,0\na,1e-150\nb,1e6\n", "--group g",  // they are not, but their squares are
+       "x.csv: the means are too large, in standard deviations, to compute with"},
       {"g,v,w\na,0,1e308\na,1,1e308\nb,1,1\n", "--group g --weight w",
        "x.csv: the weights are too large to be added up; rescale them"},
       {"g,v\na,1\na,2\nb,1\n", "--group g > /dev/full",

@@ -390,7 +390,9 @@ TEST_F(DriverTest, PartsAccumulateAtTheSameTimeAndWhileOthersAreMade) {
   }
 }
 
-TEST_F(DriverTest, RefusesNoProblemAndNoPart) {
+using DriverDeathTest = DriverTest;
+
+TEST_F(DriverDeathTest, RefusesNoProblemAndNoPart) {
   class NoPart : public ProblemBase {
    public:
     ProblemPartBase* CreatePart() override { return nullptr; }

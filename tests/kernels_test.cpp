@@ -1,6 +1,7 @@
 // The kernels: the order of their operations, their rules for runs, ties, NaN and absent arrays.
 #include <velmor/auto_array.h>
 #include <velmor/kernels.h>
+#include <velmor/owned_array.h>
 
 #include "support.h"
 
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
+#include <new>
 
 namespace velmor::test {
 namespace {
@@ -55,6 +58,7 @@ TEST(Kernels, WeightIsAppliedToTheFirstOperand) {
   EXPECT_EQ(CrossProduct(Doubles{1e200}, Doubles{1e-200}, Doubles{1e-200}), 1e-200);
   const double x = 1e200;
   const double w = 1e-200;
+  EXPECT_EQ(ProductSum(&w, &w, &x, 1), 0.);
   const unsigned int group = 0;
   Doubles sums{0.};
   Doubles squares{0.};
@@ -222,6 +226,17 @@ TEST(AutoArray, KeepsAShortArrayInside) {
     const std::less<> before;
     EXPECT_EQ(!before(begin, &array) && before(begin, &array + 1), length <= 1);
   }
+  unsigned long tooLong = std::numeric_limits<unsigned long>::max();
+  EXPECT_THROW((auto_array<double, 1>(tooLong)), std::bad_alloc);
+}
+
+TEST(OwnedArray, ACopyOfNoneIsNone) {
+  const OwnedArray<double> none;
+  const OwnedArray<double> empty(0);
+  OwnedArray<double> copy(empty);
+  EXPECT_NE(static_cast<double*>(copy), nullptr);
+  copy = none;
+  EXPECT_EQ(static_cast<double*>(copy), nullptr);
 }
 
 }  // namespace

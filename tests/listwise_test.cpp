@@ -210,7 +210,10 @@ TEST(Listwise, AFirstMergeCopiesToTheBitAndForGood) {
     EXPECT_EQ(Bits(SquaresAndRectangle(rectangular)), Bits(g.rectangle));
     EXPECT_EQ(symmetric.Col2(), 3);
     EXPECT_EQ(rectangular.Col0(), 0);
+    EXPECT_EQ(rectangular.Col1(), 1);
+    EXPECT_EQ(rectangular.Col2(), 3);
     EXPECT_EQ(symmetric.HasRegWeights(), g.regWeighted);
+    EXPECT_EQ(rectangular.HasRegWeights(), g.regWeighted);
     EXPECT_EQ(matrix.NRows(), 7U);
   }
 }

@@ -172,7 +172,9 @@ TEST(Pairwise, SumsAndMergesToTheBit) {
     matrix += *Batch(cases);
     ExpectGolden(g, symmetricCopy, rectangularCopy, matrixCopy);
     EXPECT_EQ(symmetricCopy.MissingCode(), kMissing);
+    EXPECT_EQ(rectangularCopy.MissingCode(), kMissing);
     EXPECT_EQ(matrixCopy.MissingCode(), kMissing);
+    EXPECT_EQ(symmetricCopy.Col1(), 0);
     EXPECT_EQ(symmetricCopy.Col2(), 3);
     EXPECT_EQ(rectangularCopy.Col1(), 2);
   }

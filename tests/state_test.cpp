@@ -51,6 +51,14 @@ TYPED_TEST(State, IsLoadedAsItWasSaved) {
       *each += *Accumulated<TypeParam>(MixedCases(9, 3));
     }
     EXPECT_EQ(Save(*loaded), Save(*accumulator));
+    // By those who know it only as a MatrixBase, too.
+    if constexpr (std::is_base_of_v<MatrixBase, TypeParam>) {
+      const MatrixBase& base = *accumulator;
+      EXPECT_EQ(Save(base), Save(*accumulator));
+      EXPECT_EQ(Save(*Load<MatrixBase>(Save(base))), Save(base));
+      const BlockForest<MatrixBase> empty(6, *NewAccumulator<TypeParam>());
+      EXPECT_EQ(Save(*Load<BlockForest<MatrixBase>>(Save(empty))), Save(empty));
+    }
   }
 }
 
@@ -127,6 +135,10 @@ void TryBytesLike(const Bytes& valid) {
   }
 }
 
+TEST(StateOfNoGroups, TakesNoBytesOnTrust) {
+  TryBytesLike<DiscriminantMatrix>(Save(DiscriminantMatrix()));
+}
+
 TYPED_TEST(State, TakesNoBytesOnTrust) {
   TryBytesLike<TypeParam>(Save(*Accumulated<TypeParam>(MixedCases(20))));
   TryBytesLike<BlockForest<TypeParam>>(Save(SomeForest<TypeParam>()));
@@ -166,6 +178,69 @@ TEST(StateErrors, SayWhatIsWrong) {
   }
 }
 
+TEST(StateErrors, SayWhichShapeIsNone) {
+  const std::string bounds = "the state is wrong before byte 40: bounds that no accumulator has";
+  const struct {
+    std::unique_ptr<MatrixBase> accumulator;
+    std::vector<std::size_t> at;
+    unsigned char value;
+    std::string message;
+  } cases[] = {
+      {NewAccumulator<SMatrixListwise>(), {14}, 2, bounds},  // two ranges, but not known which
+      {NewAccumulator<SMatrixListwise>(), {32}, 1, bounds},
+      {NewAccumulator<NSMatrixPairwise>(), {28, 32, 36}, 2, bounds},  // no column
+      {Accumulated<DiscriminantMatrix>(MixedCases(6)),
+       {24},
+       3,
+       "the state is wrong before byte 28: unknown flags"},  // regression weights
+      {NewAccumulator<SMatrixListwise>(),
+       {14},
+       99,
+       "the state is wrong before byte 24: this is the state of an accumulator of another class"},
+  };
+  for (const auto& c : cases) {
+    Bytes bytes = Save(*c.accumulator);
+    for (const std::size_t at : c.at) {
+      bytes[at] = std::byte{c.value};
+    }
+    Rehash(bytes);
+    EXPECT_EQ(MessageOf<StateError>([&] { Load<MatrixBase>(bytes); }), c.message);
+  }
+}
+
+// Of the first two columns, the first is never present. The state's records are those of these
+// columns and of their pair, from byte 112 on.
+template <class Matrix>
+void TryFieldsOfEmptyRecords(Matrix matrix, std::size_t variableSize) {
+  Cases cases = MixedCases(3);
+  for (auto& row : cases.rows) {
+    row = {kMissing, 1.};
+  }
+  matrix += *Batch(cases);
+  const Bytes valid = Save(matrix);
+  const auto tryFields = [&valid](std::size_t record, std::size_t size) {
+    for (std::size_t at = record + 8; at < record + size; at += 8) {
+      for (const double value : {1., -1., kNaN}) {
+        SCOPED_TRACE(testing::Message() << "byte " << at << ": " << value);
+        Bytes bytes = valid;
+        std::memcpy(&bytes[at], &value, sizeof value);
+        Rehash(bytes);
+        EXPECT_THAT(MessageOf<StateError>([&] { Load<Matrix>(bytes); }),
+                    testing::EndsWith(": a record of no cases that is not empty"));
+      }
+    }
+  };
+  constexpr std::size_t kRecords = 112;
+  tryFields(kRecords, variableSize);
+  tryFields(kRecords + 2 * variableSize, 64);
+}
+
+TEST(StateErrors, ARecordOfNoCasesIsEmptyInEachField) {
+  TryFieldsOfEmptyRecords(MatrixPairwise(kMissing), 40);
+  TryFieldsOfEmptyRecords(SMatrixPairwise(kMissing, 0, 2), 56);
+  TryFieldsOfEmptyRecords(NSMatrixPairwise(kMissing, 0, 1, 2), 56);
+}
+
 TEST(StateErrors, LoadedForestsCountNoMoreThanTheyCan) {
   const std::uint64_t most = 0x7FFF'FFFF;
   const SMatrixPairwise shape(kMissing, 1, 5);
@@ -186,6 +261,11 @@ TEST(StateErrors, LoadedForestsCountNoMoreThanTheyCan) {
             message);
   EXPECT_EQ(Save(*full), bytes);
   EXPECT_EQ(next.NBlocks(), 1U);
+}
+
+TEST(StateDeathTest, RefusesWhatNoBatchFits) {
+  ExpectAbort({"no column", [] { Save(SMatrixListwise(3, 3)); }, "velmor/state.cpp", "Save",
+               "shape.IsPossible()"});
 }
 
 // Files that were written by version 1 of the format, here. VELMOR_WRITE_GOLDEN writes those that

@@ -3,6 +3,7 @@
 // What several tests share: cases, and calls that fail.
 
 #include "cases.h"
+#include "proof.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,12 +43,20 @@ struct Violation {
   std::string condition;
 };
 
+// Tells tests/assertion_cases which assertion ended a process: the file and line number with which
+// its message begins.
+inline bool NoteAssertion(const std::string& message) {
+  const std::size_t from = std::string("velmor: ").size();
+  return AppendLine("VELMOR_ASSERTIONS", message.substr(from, message.find(": ", from) - from));
+}
+
+// Belongs in test suites that are called ...DeathTest: tests/assertion_cases runs those.
 inline void ExpectAbort(const Violation& v) {
   SCOPED_TRACE(v.what);
-  EXPECT_DEATH(v.call(),
-               testing::AllOf(testing::StartsWith("velmor: backend/" + v.file + ":"),
-                              testing::EndsWith(": " + v.function +
-                                                ": assertion failed: " + v.condition + "\n")));
+  const std::string end = ": " + v.function + ": assertion failed: " + v.condition + "\n";
+  // The line is the child process's, but it is matched, so noted, in this one.
+  EXPECT_DEATH(v.call(), testing::AllOf(testing::StartsWith("velmor: backend/" + v.file + ":"),
+                                        testing::EndsWith(end), testing::Truly(NoteAssertion)));
 }
 
 }  // namespace velmor::test

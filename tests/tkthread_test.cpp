@@ -4,10 +4,14 @@
 #include "support.h"
 #include "watchdog.h"
 
+#include <pthread.h>
+
 #include <atomic>
+#include <chrono>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -166,6 +170,36 @@ TEST(ThreadPool, WithoutThreadsHasNothingToWaitFor) {
   tkThreadPool negative(-1, 0);
   EXPECT_THROW(negative.init(), std::invalid_argument);
 }
+
+TEST(ThreadPool, WaitsForOtherThreadsWithoutAPool) {
+  const Watchdog watchdog;
+  tkCompleteTask complete(1);
+  std::thread other([&complete] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // most often it waits by then
+    complete.completeOperation();
+  });
+  complete.waitAll();
+  other.join();
+}
+
+#ifdef __GLIBC__
+// Threads are to have a stack that no address space has room for.
+TEST(ThreadPool, SaysWhichThreadCannotBeStarted) {
+  pthread_attr_t usual;
+  ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+  pthread_attr_t huge;
+  pthread_attr_init(&huge);
+  pthread_attr_setstacksize(&huge, std::size_t{1} << 60U);
+  ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+  tkThreadPool pool(2, 0);
+  pool.init();
+  EXPECT_EQ(velmor::test::MessageOf<std::system_error>([&pool] { pool.startAll(); }),
+            "tkThreadPool: can't start thread 1 of 2: Resource temporarily unavailable");
+  pthread_setattr_default_np(&usual);
+  pthread_attr_destroy(&huge);
+  pthread_attr_destroy(&usual);
+}
+#endif
 
 TEST(CallBackObject, CarriesItsPointers) {
   Trace trace;

@@ -5,8 +5,19 @@
 #include "ordered/columns.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace velmor {
+
+// A bound of a block of columns, kept as its class got it. The difference of two has 64 bits, so
+// that a product of differences, the number of cells of a rectangle, does not overflow.
+struct Bound {
+  int column;
+
+  // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): it is one
+  operator int() const { return column; }
+  friend std::int64_t operator-(Bound a, Bound b) { return std::int64_t{a.column} - b.column; }
+};
 
 // The columns of a batch for the library itself, which keeps no address: the batch may go on
 // staging rows afterwards.

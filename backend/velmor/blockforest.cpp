@@ -49,6 +49,10 @@ void BlockForest<Accumulator>::Data::Insert(BlockRange blocks, std::unique_ptr<A
                                 " has too many cases: " + std::to_string(rows) +
                                 ", where a block has " + std::to_string(blockRows) + " rows");
   }
+  if (!shapeOfValue.IsPossible()) {
+    throw std::invalid_argument("block " + std::to_string(blocks.first) +
+                                " does not belong to the others: no batch fits its bounds");
+  }
   CheckCount(rows);
   const auto node = nodes.emplace(blocks.first, Node{blocks.level, std::move(value)}).first;
   shape = Joined(shape, shapeOfValue);

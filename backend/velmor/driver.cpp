@@ -56,8 +56,8 @@ class ProblemTask : public CallBackObject {
 
 ProblemTask::~ProblemTask() {
   if (!_isComplete) {
-    // Its part could not be made, or an exception left callback: Driver's caller gets to know, and
-    // the other tasks need not read the rest of the data first.
+    // An exception left callback: Driver's caller gets to know, and the other tasks need not read
+    // the rest of the data first.
     _shared->_error = true;
   }
   const tkGuard guard(_shared->_readLock, LockType::exclusive);
@@ -119,11 +119,16 @@ void RunOnPool(ProblemBase& problem, std::uint32_t threads) {
   tkThreadPool pool(static_cast<int>(threads), 0);
   pool.init();
   pool.startAll();
-  for (std::uint32_t i = 0; i < threads; ++i) {
-    auto task = std::make_unique<ProblemTask>();
-    task->Init(&shared, &problem, static_cast<int>(i));
-    pool.invoke(task.get(), nullptr, ThreadScope::owned);
-    static_cast<void>(task.release());  // the pool's from here on
+  try {
+    for (std::uint32_t i = 0; i < threads; ++i) {
+      auto task = std::make_unique<ProblemTask>();
+      task->Init(&shared, &problem, static_cast<int>(i));
+      pool.invoke(task.get(), nullptr, ThreadScope::owned);
+      static_cast<void>(task.release());  // the pool's from here on
+    }
+  } catch (...) {
+    shared._error = true;  // the tasks that run need not read the rest of the data first
+    throw;
   }
   shared._complete.waitAll();
   if (shared._error) {

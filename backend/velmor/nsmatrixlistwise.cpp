@@ -11,7 +11,7 @@ namespace velmor {
 
 struct NSMatrixListwise::Data {
   static constexpr Kind kKind = Kind::NSMatrixListwise;
-  Data(int col0, int col1, int col2) : _col0(col0), _col1(col1), _col2(col2) {}
+  Data(int col0, int col1, int col2) : _col0{col0}, _col1{col1}, _col2{col2} {}
   Data Fresh() const { return {_col0, _col1, _col2}; }
   bool IsEmpty() const { return _xp == nullptr; }
   void Init(DataBatch& data);
@@ -28,9 +28,9 @@ struct NSMatrixListwise::Data {
   std::vector<double> _means;
   std::vector<double> _mins;
   std::vector<double> _maxs;
-  int _col0;
-  int _col1;
-  int _col2;
+  Bound _col0;
+  Bound _col1;
+  Bound _col2;
   // Row r, column c of the rectangle at r * (_col2 - _col1) + c; null while empty.
   OwnedArray<double> _xp;
   bool _hasRegWeights = false;
@@ -80,7 +80,6 @@ void NSMatrixListwise::Data::Update(const Data& d) {
     xpindex += _col2 - _col1;
     VELMOR_ASSERT(xpindex == (row+1)*(_col2-_col1));
   }
-  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   means.Finish(*this, d);
 }
@@ -152,7 +151,7 @@ double NSMatrixListwise::CCP(int row, int col) const {
     std::swap(row, col);
   }
   VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
-  return _my->_xp[std::int64_t{row - _my->_col0} * (_my->_col2 - _my->_col1) + col - _my->_col1];
+  return _my->_xp[(row - _my->_col0) * (_my->_col2 - _my->_col1) + col - _my->_col1];
 }
 
 template <class Record, class State>

@@ -25,7 +25,7 @@ void NSMatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   VELMOR_ASSERT(0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2);
   Block(data, _col0, _col2);  // asserts that the batch has them
-  MakeRecords(_col2 - _col0, std::int64_t{_col1 - _col0} * (_col2 - _col1));
+  MakeRecords(_col2 - _col0, (_col1 - _col0) * (_col2 - _col1));
   _hasRegWeights = data.HasRegWeights();
   Update(data);
 }
@@ -41,7 +41,6 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
                return first * columns + second - rows;
              });
   const auto xpi = static_cast<std::int64_t>(_xp.size());
-  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpi == (_col1-_col0)*(_col2-_col1));
 }
 
@@ -54,7 +53,6 @@ void NSMatrixPairwise::Data::Update(const Data& d) {
     return;
   }
   const auto xpindex = static_cast<std::int64_t>(MergeRecords(*this, d));
-  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): stable text
   VELMOR_ASSERT(xpindex == (_col1-_col0)*(_col2-_col1));
   MergeTotals(*this, d);
 }
@@ -112,7 +110,7 @@ void NSMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& sta
     const std::int64_t pairs =
         std::int64_t{shape.bounds[1] - shape.bounds[0]} * (shape.bounds[2] - shape.bounds[1]);
     ExpectRecords(state, shape.Columns(), pairs);
-    my.MakeRecords(static_cast<int>(shape.Columns()), pairs);
+    my.MakeRecords(shape.Columns(), pairs);
   }
   TransferRecords(my, shape, state);
 }

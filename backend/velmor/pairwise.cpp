@@ -25,7 +25,7 @@ PairwiseBlock::PairwiseBlock(const PairwiseBlock& d)
   }
 }
 
-void PairwiseBlock::MakeRecords(int columns, std::int64_t pairs) {
+void PairwiseBlock::MakeRecords(std::int64_t columns, std::int64_t pairs) {
   _varStats.resize(static_cast<std::size_t>(columns));
   std::generate(_varStats.begin(), _varStats.end(), std::make_unique<VarStat>);
   _xp.resize(static_cast<std::size_t>(pairs));

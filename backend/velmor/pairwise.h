@@ -215,7 +215,7 @@ void TransferRecords(Data& my, const Shape& shape, State& state) {
 // What a block keeps. The blocks' records add the walk over their pairs.
 struct PairwiseBlock {
   PairwiseBlock(double missingCode, int col0, int col1, int col2)
-      : _work(missingCode), _col0(col0), _col1(col1), _col2(col2) {}
+      : _work(missingCode), _col0{col0}, _col1{col1}, _col2{col2} {}
   // Deep copies.
   PairwiseBlock(const PairwiseBlock& d);
   PairwiseBlock& operator=(const PairwiseBlock&) = delete;  // a copy is built aside and moved in
@@ -224,7 +224,7 @@ struct PairwiseBlock {
   ~PairwiseBlock() = default;
 
   // Makes the block's records, all of them fresh.
-  void MakeRecords(int columns, std::int64_t pairs);
+  void MakeRecords(std::int64_t columns, std::int64_t pairs);
 
   bool IsEmpty() const { return _varStats.empty(); }
   Shape GetShape(Kind kind) const {
@@ -238,9 +238,9 @@ struct PairwiseBlock {
   std::vector<std::unique_ptr<PairStat>> _xp;
   Scratch _work;
   bool _hasRegWeights = false;
-  int _col0;
-  int _col1;
-  int _col2;
+  Bound _col0;
+  Bound _col1;
+  Bound _col2;
 };
 
 }  // namespace velmor

@@ -69,7 +69,8 @@ bool Shape::IsPossible() const {
   if (IsOpen()) {
     const bool hasRanges = kind == Kind::NSMatrixListwise || kind == Kind::NSMatrixPairwise;
     const bool beginsAnywhere = kind == Kind::SMatrixPairwise && first >= 0;
-    return !hasCases && !hasRanges && first == second && (first == 0 || beginsAnywhere);
+    return !hasCases && !hasRanges && first == second && third == 0 &&
+           (first == 0 || beginsAnywhere);
   }
   switch (kind) {
     case Kind::SMatrixListwise:

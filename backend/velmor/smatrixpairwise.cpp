@@ -25,7 +25,7 @@ struct SMatrixPairwise::Data : PairwiseBlock {
 void SMatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   if (_col2 == 0) {
-    _col2 = static_cast<int>(data.NColumns());
+    _col2 = {static_cast<int>(data.NColumns())};
   }
   VELMOR_ASSERT(0 <= _col0 && _col0 < _col2);
   Block(data, _col0, _col2);  // asserts that the batch has them
@@ -49,7 +49,7 @@ void SMatrixPairwise::Data::Update(const Data& d) {
   if (d._weightSum == 0.) {
     return;
   }
-  const int nCols = _col2 - _col0;
+  const std::int64_t nCols = _col2 - _col0;
   const auto xpindex = static_cast<std::int64_t>(MergeRecords(*this, d));
   VELMOR_ASSERT(xpindex == MatrixRowCount(nCols));
   MergeTotals(*this, d);
@@ -106,7 +106,7 @@ void SMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& stat
   if constexpr (!std::is_const_v<Record>) {
     const std::int64_t pairs = MatrixRowCount(shape.Columns());
     ExpectRecords(state, shape.Columns(), pairs);
-    my.MakeRecords(static_cast<int>(shape.Columns()), pairs);
+    my.MakeRecords(shape.Columns(), pairs);
   }
   TransferRecords(my, shape, state);
 }

@@ -181,7 +181,6 @@ struct StateFormat<BlockForest<Accumulator>> {
 
   static std::vector<std::byte> Save(const Forest& forest) {
     auto& my = ForestAccess<Accumulator>::Get(forest);
-    VELMOR_ASSERT(my.shape.IsPossible());
     my.GrowAll();
     StateWriter state;
     Write({Content::Forest, 0, my.shape, my.blockRows, my.nRows, my.nodes.size()}, state);

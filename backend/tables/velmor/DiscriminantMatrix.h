@@ -52,8 +52,7 @@ class DiscriminantMatrix : public MatrixBase {
   double TSSP(int row, int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<DiscriminantMatrix>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -56,8 +56,7 @@ class DiscIndividualMatrix : public MatrixBase {
   double TSSP(int row, int col, int groupVal) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<DiscIndividualMatrix>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -5,6 +5,11 @@
 #include <cstdint>
 #include <memory>
 
+namespace velmor {
+template <class Accumulator>
+struct StateOf;  // the library's own, hidden
+}
+
 #pragma GCC visibility push(default)
 namespace velmor {
 
@@ -53,8 +58,7 @@ class MatrixListwise {
   double CCP(unsigned int row, unsigned int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<MatrixListwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

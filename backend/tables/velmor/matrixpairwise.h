@@ -5,6 +5,11 @@
 #include <cstdint>
 #include <memory>
 
+namespace velmor {
+template <class Accumulator>
+struct StateOf;  // the library's own, hidden
+}
+
 #pragma GCC visibility push(default)
 namespace velmor {
 
@@ -84,8 +89,7 @@ class MatrixPairwise {
   PairStats Pair(unsigned int row, unsigned int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<MatrixPairwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -53,8 +53,7 @@ class NSMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<NSMatrixListwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -52,8 +52,7 @@ class NSMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<NSMatrixPairwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -66,8 +66,7 @@ class SMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<SMatrixListwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

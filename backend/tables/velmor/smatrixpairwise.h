@@ -62,8 +62,7 @@ class SMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
-  template <class Accumulator>
-  friend struct StateOf;  // the library's own
+  friend struct StateOf<SMatrixPairwise>;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;
