@@ -55,10 +55,29 @@ need_for_cluster() {
 }
 
 need_for_tests() {
-  need_for_cluster clang pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+  need_for_cluster abigail-tools clang pkg-config python3 libgtest-dev libgmock-dev \
+    libbenchmark-dev
+}
+
+need_for_coverage() {
+  need_for_tests
+  need gcovr
+}
+
+need_for_proofs() {
+  need_for_tests
+  need g++-aarch64-linux-gnu qemu-user valgrind
 }
 
 need_for_benchmarks() {
   need g++ cmake ninja-build libxxhash-dev libbenchmark-dev libopenblas-dev python3 python3-numpy \
     python3-pandas
 }
+
+# Words before a program with ThreadSanitizer, which ends at once where the kernel puts libraries at
+# addresses of more than 28 random bits. Not every container may switch that off; most machines need
+# not.
+fixed_addresses=(setarch --addr-no-randomize)
+if ! "${fixed_addresses[@]}" true 2>/dev/null; then
+  fixed_addresses=()
+fi

@@ -188,6 +188,7 @@ TEST(StateErrors, SayWhichShapeIsNone) {
   } cases[] = {
       {NewAccumulator<SMatrixListwise>(), {14}, 2, bounds},  // two ranges, but not known which
       {NewAccumulator<SMatrixListwise>(), {32}, 1, bounds},
+      {std::make_unique<DiscriminantMatrix>(), {36}, 1, bounds},
       {NewAccumulator<NSMatrixPairwise>(), {28, 32, 36}, 2, bounds},  // no column
       {Accumulated<DiscriminantMatrix>(MixedCases(6)),
        {24},
