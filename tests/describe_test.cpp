@@ -149,8 +149,7 @@ TEST_F(Csv, LimitsTheLengthOfARecord) {
                 "2|0\n3|" + longest + '\n' + std::to_string(longest.size() + 4) + "|1\n");
     Write("x.csv", "a\n0\n\"" + longest + ".\"\n1\n");
     EXPECT_EQ(Records(blockSize), "2|0\n" + tooLong);
-    Write("x.csv",
-          "a\n0\n" + std::string(longest.size() + 4, ' '));  // which is none, but who knows
+    Write("x.csv", "a\n0\n" + std::string(longest.size() + 4, ' '));  // and then perhaps a value
     EXPECT_EQ(Records(blockSize), "2|0\n" + tooLong);
     Write("x.csv", "a\n0\n\"" + longest + ".\"\n1\n");
     csv::Reader reader("x.csv", blockSize);
@@ -502,7 +501,7 @@ TEST_F(Describe, RefusesResultsThatCannotBe) {
   EXPECT_EQ(RunDescribe("--load x").error,
             "describe: x: the weights of the cases used add up to nothing\n");
   const struct {
-    std::size_t variables;
+    std::size_t variables = 0;
     csv::CaseCounts counts;
   } cases[] = {{0, {1, 0, 0}}, {1, {1, 2, 0}}, {1, {2, 1, 2}}, {1, {2, 0, 0}}};
   for (const auto& c : cases) {

@@ -233,10 +233,8 @@ TEST(AutoArray, KeepsAShortArrayInside) {
 TEST(OwnedArray, ACopyOfNoneIsNone) {
   const OwnedArray<double> none;
   const OwnedArray<double> empty(0);
-  OwnedArray<double> copy(empty);
-  EXPECT_NE(static_cast<double*>(copy), nullptr);
-  copy = none;
-  EXPECT_EQ(static_cast<double*>(copy), nullptr);
+  EXPECT_EQ(static_cast<double*>(OwnedArray<double>(none)), nullptr);
+  EXPECT_NE(static_cast<double*>(OwnedArray<double>(empty)), nullptr);
 }
 
 }  // namespace

@@ -22,7 +22,9 @@ class OwnedArray {
   }
   OwnedArray(OwnedArray&&) noexcept = default;
   OwnedArray& operator=(const OwnedArray& other) {
-    *this = OwnedArray(other);
+    if (this != &other) {
+      *this = OwnedArray(other);
+    }
     return *this;
   }
   OwnedArray& operator=(OwnedArray&&) noexcept = default;

@@ -81,17 +81,17 @@ std::size_t CountBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_
   return count;
 }
 
-// Which of two equal extremes came first shows only in a zero's sign.
+// Which of two equal extremes came first shows only in a zero's sign. An extreme is the value of
+// some row, so a zero is found; where zeros are absent, no extreme is one.
 template <class Set>
-double FirstOfEqual(const double* x, std::size_t rows, double missingCode, double extreme) {
-  if (extreme == 0.) {
-    for (std::size_t row = 0; row < rows; ++row) {
-      if (x[row] == 0. && x[row] != missingCode) {
-        return x[row];
-      }
-    }
+double FirstOfEqual(const double* x, double extreme) {
+  if (extreme != 0.) {
+    return extreme;
   }
-  return extreme;
+  while (*x != 0.) {
+    ++x;
+  }
+  return *x;
 }
 
 template <class Set>
@@ -124,8 +124,8 @@ void PresentExtremes(const double* x, std::size_t rows, double missingCode, doub
       take(x[row], x[row]);
     }
   }
-  *min = FirstOfEqual<Set>(x, rows, missingCode, lowest);
-  *max = FirstOfEqual<Set>(x, rows, missingCode, highest);
+  *min = FirstOfEqual<Set>(x, lowest);
+  *max = FirstOfEqual<Set>(x, highest);
 }
 
 }  // namespace velmor::ordered
