@@ -35,7 +35,7 @@ struct Exact {
   }
   double MeanBoundX(const Split& split) const { return MeanBound(split, mostX, rangeX); }
   double ProductBound(const Split& split) const {
-    const double h = static_cast<double>(split.merges);
+    const auto h = static_cast<double>(split.merges);
     const double ex = MeanBound(split, mostX, rangeX);
     const double ey = MeanBound(split, mostY, rangeY);
     return static_cast<double>(moments.weightSum) *
@@ -96,6 +96,7 @@ Cases BadlyScaled(std::size_t rows, bool hasMissing, std::mt19937& random) {
   return cases;
 }
 
+// NOLINTBEGIN(misc-no-recursion): a tree
 // Accumulates cases [from, to) as a tree of parts that chance shapes, each of some batches.
 template <class Accumulator, class Make>
 Split AccumulateTree(const Cases& cases, std::size_t from, std::size_t to, std::size_t batchRows,
@@ -114,6 +115,8 @@ Split AccumulateTree(const Cases& cases, std::size_t from, std::size_t to, std::
   }
   return split;
 }
+
+// NOLINTEND(misc-no-recursion)
 
 TableView View(const Cases& cases, std::vector<double>& values) {
   values.clear();
@@ -154,13 +157,13 @@ class SplitTest : public testing::Test {
 
   // Of errors over bounds; at most 1.
   static void Check(double error, double bound) {
-    ++_figures;
+    ++figures;
     EXPECT_LE(std::fabs(error), bound);
   }
-  static void TearDownTestSuite() { CountCases("accuracy: splits within their bounds", _figures); }
+  static void TearDownTestSuite() { CountCases("accuracy: splits within their bounds", figures); }
 
  private:
-  static inline std::size_t _figures = 0;
+  static inline std::size_t figures = 0;
 };
 
 double Difference(double value, long double exact) {

@@ -29,8 +29,9 @@ class Comparison {
       const std::string text = Text(lines[i]);
       const bool isThere = first + i < _expected.size();
       if (!isThere || text != _expected[first + i]) {
-        Fail(way + ":\n  got      " + text + "\n  expected " +
-             (isThere ? _expected[first + i] : "the table's end"));
+        std::string message = way;
+        message.append(":\n  got      ").append(text).append("\n  expected ");
+        Fail(message.append(isThere ? _expected[first + i] : "the table's end"));
       }
       _results += lines[i].values.size();
     }

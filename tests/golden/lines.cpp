@@ -151,17 +151,19 @@ class AccumulatorWriter {
 
 // The kernels' arguments, as arrays and as vectors.
 struct Columns {
-  Columns(const Input& input, std::size_t mostRows) : missingCode(input.missingCode) {
-    const Cases& all = input.batches[0];
-    const Cases cases = all.Slice(0, std::min(all.rows.size(), mostRows));
+  Columns(const Input& input, std::size_t mostRows)
+      : Columns(input,
+                input.batches[0].Slice(0, std::min(input.batches[0].rows.size(), mostRows))) {}
+  Columns(const Input& input, const Cases& cases)
+      : w(cases.weights),
+        r(cases.regWeights),
+        groups(cases.groups),
+        missingCode(input.missingCode),
+        count(static_cast<int>(cases.rows.size())) {
     for (const auto& row : cases.rows) {
       x.push_back(row.front());
       y.push_back(row.back());
     }
-    w = cases.weights;
-    r = cases.regWeights;
-    groups = cases.groups;
-    count = static_cast<int>(x.size());
   }
   const double* W() const { return w.empty() ? nullptr : w.data(); }
   const double* R() const { return r.empty() ? nullptr : r.data(); }
