@@ -218,8 +218,9 @@ TEST(Kernels, PackedRowsWrapLikeTheirOffsets) {
 }
 
 TEST(AutoArray, KeepsAShortArrayInside) {
+  using Short = auto_array<double, 1>;
   for (const unsigned long length : {0UL, 1UL, 2UL, 100UL}) {
-    auto_array<double, 1> array(length);
+    Short array(length);
     std::fill(array.begin(), array.end(), 1.);
     EXPECT_EQ(array.end() - array.begin(), static_cast<std::ptrdiff_t>(length));
     const void* const begin = array.begin();
@@ -229,7 +230,7 @@ TEST(AutoArray, KeepsAShortArrayInside) {
   unsigned long tooLong = std::numeric_limits<unsigned long>::max();
   EXPECT_THROW(
       {
-        auto_array<double, 1> array(tooLong);
+        Short array(tooLong);
         ADD_FAILURE() << array.begin();  // an array that nobody sees need not be allocated
       },
       std::bad_alloc);
