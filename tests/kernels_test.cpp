@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <limits>
 #include <new>
 
 namespace velmor::test {
