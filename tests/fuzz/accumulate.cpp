@@ -70,6 +70,8 @@ std::unique_ptr<DataBatch> Filled(const Cases& cases, unsigned int columns, unsi
   return batch;
 }
 
+}  // namespace
+
 void Run(Input& input) {
   constexpr unsigned int kMostColumns[] = {4, 9, 9, 17, 40};
   constexpr double kCodes[] = {-99., kNaN, kInf, 0., -kInf, 1., 5e-324};
@@ -102,11 +104,4 @@ void Run(Input& input) {
   }
 }
 
-}  // namespace
 }  // namespace velmor::test
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  velmor::test::Input input(bytes, size);
-  velmor::test::Run(input);
-  return 0;
-}

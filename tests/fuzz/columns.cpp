@@ -399,6 +399,8 @@ void Compare(Input& input, const TableView& table, const Terms& terms, Groups...
   RequireSameContents(*batch, *plain);
 }
 
+}  // namespace
+
 void Run(Input& input) {
   constexpr double kCodes[] = {-99., kNaN, kInf, 0., 1., 127.};
   ordered::Use(
@@ -418,11 +420,4 @@ void Run(Input& input) {
   }
 }
 
-}  // namespace
 }  // namespace velmor::test
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  velmor::test::Input input(bytes, size);
-  velmor::test::Run(input);
-  return 0;
-}

@@ -326,6 +326,8 @@ class PlainReading {
   Outcome _outcome;
 };
 
+}  // namespace
+
 void Run(Input& input) {
   static const File file;
   const Choice choice(input);
@@ -346,16 +348,9 @@ void Run(Input& input) {
   }
 }
 
-}  // namespace
 }  // namespace velmor::test
 
 // Instead of libcsv's, so that a parser's buffer grows from the little that it has if it is not
 // told: with a megabyte for each, all time would go into mapping memory.
 // NOLINTNEXTLINE(*-reserved-identifier,readability-identifier-naming): the linker's name for it
 extern "C" void __wrap_csv_set_blk_size(csv_parser* /*parser*/, std::size_t /*size*/) {}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  velmor::test::Input input(bytes, size);
-  velmor::test::Run(input);
-  return 0;
-}

@@ -66,6 +66,8 @@ std::unique_ptr<DataBatchByGroup> Filled(const Cases& cases, unsigned int column
   return batch;
 }
 
+}  // namespace
+
 void Run(Input& input) {
   constexpr unsigned int kMostColumns[] = {4, 9, 9, 17, 40};
   constexpr unsigned int kRoom[] = {0, 1, 7, 200};
@@ -88,11 +90,4 @@ void Run(Input& input) {
       ReadSums<DiscIndividualMatrix>);
 }
 
-}  // namespace
 }  // namespace velmor::test
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  velmor::test::Input input(bytes, size);
-  velmor::test::Run(input);
-  return 0;
-}

@@ -229,4 +229,7 @@ class HostsRounding {
   int _mode;
 };
 
+// What a fuzzer does with an input; each defines its own.
+void Run(Input& input);
+
 }  // namespace velmor::test
