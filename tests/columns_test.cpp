@@ -551,7 +551,8 @@ TEST(RefusedColumnsDeathTest, OfAnotherShape) {
     }
     const bool isOfColumn = c.condition.find("column.") != std::string::npos;
     ExpectAbort({c.condition, [&] { batch.AddColumns(table, c.from, c.to); },
-                 "velmor/tablecopy.cpp", isOfColumn ? "AssertFits" : "CopyRows", c.condition});
+                 "velmor/table/tablecopy.cpp", isOfColumn ? "AssertFits" : "CopyRows",
+                 c.condition});
   }
   // Without rows, nothing is read.
   TableView empty = PlainTable();

@@ -274,7 +274,8 @@ TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
       {"group too large", [&] { DiscriminantMatrix(1, 2) += *Batch(cases); }, tFile, "Init",
        "batch.MaxGroupSeen() < Groups()"},
       {"other shape", [&] { t += otherT; }, tFile, "Update", sameShape},
-      {"other class", [&] { t += i; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
+      {"other class", [&] { t += i; }, "velmor/record/protocol.h", "SameClass",
+       "sameClass != nullptr"},
 
       {"item", [&] { i.TSSP(6, 0); }, iFile, "TSSP", "0 <= tsspIndex && tsspIndex < countMatrix"},
       {"item's group", [&] { i.TSSP(0, 2); }, iFile, "TSSP", groupVal},
@@ -295,7 +296,8 @@ TEST(DiscriminantDeathTest, RefusesWhatDoesNotFit) {
       {"too many groups", [&] { i += *GroupedBatch(cases, 2, 3); }, iFile, "Init",
        "batch.NGroups() <= static_cast<unsigned int>(_nGroup)"},
       {"other shape", [&] { i += otherI; }, iFile, "Update", sameShape},
-      {"other class", [&] { i += t; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
+      {"other class", [&] { i += t; }, "velmor/record/protocol.h", "SameClass",
+       "sameClass != nullptr"},
   };
   for (const Violation& v : violations) {
     ExpectAbort(v);

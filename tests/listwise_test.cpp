@@ -520,7 +520,7 @@ TEST(ListwiseDeathTest, RefusesWhatDoesNotFit) {
       {"other width", [&] { base += zeroSymmetric; }, s, "Update",
        "_means.size() == d._means.size()"},
       {"other block", [&] { base += otherBlock; }, s, "Update", sameBlock},
-      {"other class", [&] { base += rectangularBase; }, "velmor/protocol.h", "SameClass",
+      {"other class", [&] { base += rectangularBase; }, "velmor/record/protocol.h", "SameClass",
        "sameClass != nullptr"},
 
       {"no first range", [&] { NSMatrixListwise(1, 1, 3) += *Batch(plain); }, ns, "Init",
@@ -546,7 +546,7 @@ TEST(ListwiseDeathTest, RefusesWhatDoesNotFit) {
       {"other width", [&] { rectangularBase += narrower; }, ns, "Update",
        "_means.size() == d._means.size()"},
       {"other ranges", [&] { rectangularBase += otherRanges; }, ns, "Update", sameBlock},
-      {"other class", [&] { rectangularBase += base; }, "velmor/protocol.h", "SameClass",
+      {"other class", [&] { rectangularBase += base; }, "velmor/record/protocol.h", "SameClass",
        "sameClass != nullptr"},
   };
   for (const Violation& v : violations) {

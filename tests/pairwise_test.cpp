@@ -497,7 +497,8 @@ TEST(PairwiseDeathTest, RefusesWhatDoesNotFit) {
       {"other block", [&] { s += shifted; }, sFile, "Update",
        "_col0 == d._col0 && _col2 == d._col2"},
       {"other code", [&] { s += otherCode; }, sFile, "Update", sameCode},
-      {"other class", [&] { s += ns; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
+      {"other class", [&] { s += ns; }, "velmor/record/protocol.h", "SameClass",
+       "sameClass != nullptr"},
 
       {"variable", [&] { ns.Var(3); }, nsFile, "Var", inBlock},
       {"variable of nothing", [&] { zeroNs.Var(0); }, nsFile, "Var", weighs},
@@ -520,7 +521,8 @@ TEST(PairwiseDeathTest, RefusesWhatDoesNotFit) {
       {"other ranges", [&] { ns += otherRanges; }, nsFile, "Update",
        "_col0 == d._col0 && _col1 == d._col1 && _col2 == d._col2"},
       {"other code", [&] { ns += otherNsCode; }, nsFile, "Update", sameCode},
-      {"other class", [&] { ns += s; }, "velmor/protocol.h", "SameClass", "sameClass != nullptr"},
+      {"other class", [&] { ns += s; }, "velmor/record/protocol.h", "SameClass",
+       "sameClass != nullptr"},
 
       {"variable", [&] { m.Var(3); }, mFile, "Var", "col < NColumns()"},
       {"variable of nothing", [&] { zeroM.Var(0); }, mFile, "Var", weighs},

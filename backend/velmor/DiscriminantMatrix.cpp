@@ -1,11 +1,13 @@
 // DiscriminantMatrix.cpp: sums by group and total products; start at Data::Init(DataBatch&).
 #include <velmor/DiscriminantMatrix.h>
 
-#include "block.h"
 #include "ordered/chains.h"
-#include "packed.h"
-#include "protocol.h"
-#include "transfer.h"
+#include "ordered/groupsums.h"
+#include "ordered/merges.h"
+#include "record/block.h"
+#include "record/packed.h"
+#include "record/protocol.h"
+#include "record/transfer.h"
 
 #include <algorithm>
 #include <utility>

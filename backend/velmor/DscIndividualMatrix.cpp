@@ -3,10 +3,11 @@
 #include <velmor/DscIndividualMatrix.h>
 
 #include "ordered/chains.h"
-#include "ordered/columns.h"
-#include "packed.h"
-#include "protocol.h"
-#include "transfer.h"
+#include "ordered/merges.h"
+#include "ordered/productmatrix.h"
+#include "record/packed.h"
+#include "record/protocol.h"
+#include "record/transfer.h"
 
 #include <algorithm>
 #include <utility>

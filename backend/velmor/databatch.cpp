@@ -1,8 +1,8 @@
 // databatch.cpp: the batch of cases; start at AddRow.
 #include <velmor/databatch.h>
 
-#include "ordered/columns.h"
-#include "tablecopy.h"
+#include "ordered/fill.h"
+#include "table/tablecopy.h"
 
 #include <algorithm>
 #include <array>

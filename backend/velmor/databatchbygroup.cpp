@@ -2,9 +2,9 @@
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
 
-#include "ordered/columns.h"
+#include "ordered/fill.h"
 #include "ordered/workspace.h"
-#include "tablecopy.h"
+#include "table/tablecopy.h"
 
 #include <algorithm>
 #include <numeric>

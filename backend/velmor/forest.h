@@ -4,7 +4,7 @@
 
 #include <velmor/blockforest.h>
 
-#include "stateof.h"
+#include "record/stateof.h"
 
 #include <cstdint>
 #include <map>

@@ -7,8 +7,8 @@
 
 namespace velmor {
 
-const double minvalue = -1.79e+308;
-const double maxvalue = 1.79e+308;
+const double minvalue = ordered::kNoMaximum;
+const double maxvalue = ordered::kNoMinimum;
 
 namespace {
 std::size_t Size(int count) { return static_cast<std::size_t>(count); }

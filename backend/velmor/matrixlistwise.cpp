@@ -1,8 +1,8 @@
 // matrixlistwise.cpp: the whole listwise matrix; start at Data::Init(DataBatch&).
 #include <velmor/matrixlistwise.h>
 
-#include "listwise.h"
-#include "protocol.h"
+#include "record/listwise.h"
+#include "record/protocol.h"
 
 #include <utility>
 #include <vector>

@@ -1,8 +1,8 @@
 // matrixpairwise.cpp: the whole pairwise matrix; start at Data::Update(DataBatch&).
 #include <velmor/matrixpairwise.h>
 
-#include "pairwise.h"
-#include "protocol.h"
+#include "record/pairwise.h"
+#include "record/protocol.h"
 
 #include <utility>
 

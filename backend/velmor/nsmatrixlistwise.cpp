@@ -1,8 +1,8 @@
 // nsmatrixlistwise.cpp: the rectangular listwise block; start at Data::Init(DataBatch&).
 #include <velmor/nsmatrixlistwise.h>
 
-#include "listwise.h"
-#include "protocol.h"
+#include "record/listwise.h"
+#include "record/protocol.h"
 
 #include <utility>
 #include <vector>

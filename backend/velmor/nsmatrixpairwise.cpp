@@ -1,8 +1,8 @@
 // nsmatrixpairwise.cpp: the rectangular pairwise block; start at Data::Update(DataBatch&).
 #include <velmor/nsmatrixpairwise.h>
 
-#include "pairwise.h"
-#include "protocol.h"
+#include "record/pairwise.h"
+#include "record/protocol.h"
 
 #include <utility>
 

@@ -1,9 +1,9 @@
 // smatrixlistwise.cpp: the symmetric listwise block; start at Data::Init(DataBatch&).
 #include <velmor/smatrixlistwise.h>
 
-#include "listwise.h"
-#include "packed.h"
-#include "protocol.h"
+#include "record/listwise.h"
+#include "record/packed.h"
+#include "record/protocol.h"
 
 #include <utility>
 #include <vector>

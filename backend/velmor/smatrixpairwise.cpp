@@ -1,9 +1,9 @@
 // smatrixpairwise.cpp: the symmetric pairwise block; start at Data::Update(DataBatch&).
 #include <velmor/smatrixpairwise.h>
 
-#include "packed.h"
-#include "pairwise.h"
-#include "protocol.h"
+#include "record/packed.h"
+#include "record/pairwise.h"
+#include "record/protocol.h"
 
 #include <utility>
 

@@ -2,7 +2,7 @@
 #include <velmor/state.h>
 
 #include "forest.h"
-#include "stateof.h"
+#include "record/stateof.h"
 
 #include <array>
 #include <bit>

@@ -1,5 +1,5 @@
 // stateof.cpp: an accumulator that is known only as a MatrixBase; each call goes to its own class.
-#include "stateof.h"
+#include "record/stateof.h"
 
 #include <velmor/DiscriminantMatrix.h>
 #include <velmor/DscIndividualMatrix.h>

@@ -3,8 +3,8 @@
 #include <velmor/kernels.h>
 #include <velmor/statistics.h>
 
-#include "float_environment.h"
-#include "presentcases.h"
+#include "ordered/floatenvironment.h"
+#include "record/presentcases.h"
 
 namespace velmor {
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <velmor/blockforest.h>
+#include <velmor/stateerror.h>
 
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
 #include <vector>
 
 #pragma GCC visibility push(default)
@@ -16,12 +16,6 @@ namespace velmor {
 //
 // State is one of the eight accumulators, MatrixBase, or a BlockForest of one of these. A
 // MatrixBase has the bytes of its own class, and so has a forest of them.
-
-// What is wrong with bytes that should be a state, and at which of them.
-class StateError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // The bytes of a state. O(their number), which is 64 for each pair, 56 for each variable that is
 // accumulated pairwise, 8 for each other number and some 100 besides. Asserts that there are

@@ -1,8 +1,6 @@
 // chains.cpp: the plain loops. They define what every result is, to the last bit.
 #include "ordered/chains.h"
 
-#include <velmor/kernels.h>
-
 #include <cfloat>
 #include <limits>
 
@@ -71,7 +69,7 @@ double WeightedMean(const double* x, const double* weights, double weightSum, st
 
 double Maxs(const double* x, std::size_t count) {
   if (count == 0) {
-    return minvalue;
+    return kNoMaximum;
   }
   double best = x[0];
   for (std::size_t i = 1; i < count; ++i) {
@@ -82,7 +80,7 @@ double Maxs(const double* x, std::size_t count) {
 
 double Mins(const double* x, std::size_t count) {
   if (count == 0) {
-    return maxvalue;
+    return kNoMinimum;
   }
   double best = x[0];
   for (std::size_t i = 1; i < count; ++i) {

@@ -9,6 +9,10 @@
 
 namespace velmor::ordered {
 
+// The extremes of no values: Maxs and Mins of an empty array.
+constexpr double kNoMaximum = -1.79e+308;
+constexpr double kNoMinimum = 1.79e+308;
+
 double Sum(const double* x, std::size_t count);
 double WeightedSum(const double* weights, std::size_t count);
 double ProductSum(const double* a, const double* b, std::size_t count);

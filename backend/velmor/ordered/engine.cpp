@@ -1,7 +1,7 @@
 // engine.cpp: the choice of the instruction set.
 #include "ordered/engine.h"
 
-#include "ordered/sets.h"
+#include "ordered/kernels/sets.h"
 
 namespace velmor::ordered {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// Which engine is used: a table of kernels for one instruction set (kernels.h).
+// Which engine is used: a table of kernels for one instruction set (kernels/contract.h).
 
-#include "ordered/kernels.h"
+#include "ordered/kernels/contract.h"
 
 #include <vector>
 

@@ -2,7 +2,7 @@
 
 // Columns in panels, as the operations over blocks of columns prepare them for the kernels.
 
-#include "ordered/columns.h"
+#include "ordered/cases.h"
 #include "ordered/engine.h"
 #include "ordered/workspace.h"
 

@@ -1,0 +1,25 @@
+// avx512.cpp: vectors of eight doubles in 32 registers.
+#include "ordered/kernels/makeengine.h"
+#include "ordered/kernels/sets.h"
+
+namespace velmor::ordered {
+namespace {
+
+struct Avx512 {
+  static constexpr const char* kName = "avx512";
+  static constexpr unsigned kLanes = 8;
+  static constexpr unsigned kPanel = 8;
+  static constexpr unsigned kTilePanels = 3;
+  static constexpr unsigned kDiagonalLanes = 4;
+  static constexpr unsigned kMomentPanels = 2;
+  static constexpr unsigned kPairPanels = 2;
+  static constexpr bool kMasksAdditions = true;
+  static constexpr bool kFoldsBroadcasts = true;
+};
+
+}  // namespace
+
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): only its address is taken
+constinit const Engine kAvx512 = MakeEngine<Avx512>(&kAvx2);
+
+}  // namespace velmor::ordered

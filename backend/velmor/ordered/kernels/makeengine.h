@@ -1,0 +1,57 @@
+#pragma once
+
+// All kernels of one instruction set. A file that compiles this for its Set, with the compiler's
+// options for it, makes a set; the Set says
+//   kName           the engine's name
+//   kLanes          lanes of a register
+//   kPanel          columns of a panel
+//   kTilePanels     panels of a product tile, kPanel rows of which fit into the registers
+//   kDiagonalLanes  the narrowest vectors that a diagonal tile takes
+//   kMomentPanels, kPairPanels  panels taken at once where each lane has a chain or more of its
+//                   own: as many as hide an addition's latency and still fit into the registers
+//   kMasksAdditions   whether an addition can leave lanes as they are
+//   kFoldsBroadcasts  whether a multiplication can broadcast its operand from memory
+
+#include "ordered/kernels/contract.h"
+#include "ordered/kernels/groups.h"
+#include "ordered/kernels/merging.h"
+#include "ordered/kernels/moments.h"
+#include "ordered/kernels/packing.h"
+#include "ordered/kernels/pairs.h"
+#include "ordered/kernels/presence.h"
+#include "ordered/kernels/products.h"
+#include "ordered/kernels/transposition.h"
+
+namespace velmor::ordered {
+
+template <class Set>
+constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
+  static_assert(Set::kPanel <= kMaxPanel && Set::kTilePanels <= 3);
+  return {Set::kName,
+          Set::kPanel,
+          Set::kTilePanels,
+          Set::kDiagonalLanes < Set::kPanel,
+          narrower,
+          Pack<Set>,
+          CenterColumns<Set>,
+          Center<Set>,
+          ColumnMoments<Set>,
+          PanelMoments<Set>,
+          Products<Set>,
+          DiagonalProducts<Set>,
+          GroupSums<Set>,
+          Presence<Set>,
+          CountBoth<Set>,
+          MarkEqual<Set>,
+          PresentExtremes<Set>,
+          PairSums<Set>,
+          PairMeans<Set>,
+          PairProducts<Set>,
+          AddCells<Set>,
+          MergeRow<Set>,
+          MergePairs<Set>,
+          Copy<Set>,
+          Transpose<Set>};
+}
+
+}  // namespace velmor::ordered

@@ -1,0 +1,250 @@
+#pragma once
+
+// Statistics of pairs over the cases in which both variables are present: one variable's rows by
+// the columns of panels. A lane is a pair, and selects its rows by a mask; a term that it leaves
+// out is selected away, since its product with zero is not zero where it is infinite or not a
+// number. Contract: contract.h.
+
+#include "ordered/kernels/contract.h"
+#include "ordered/kernels/vectors.h"
+
+namespace velmor::ordered {
+
+// The fields of one vector of pairs.
+template <class Set>
+struct PairVector {
+  double* fields;
+
+  double* At(unsigned field) const { return fields + field * Set::kPanel; }
+  Vector<Set> Get(unsigned field) const { return Load<Set>(At(field)); }
+  void Put(unsigned field, Vector<Set> v) const { Store<Set>(v, At(field)); }
+  Mask<Set> GetMask(unsigned field) const { return LoadMask<Set>(At(field)); }
+  void PutMask(unsigned field, Mask<Set> m) const { StoreMask<Set>(m, At(field)); }
+};
+
+// A row of values x, a weight at a time, by vector v of the panels.
+template <class Set>
+struct PairPanels {
+  static constexpr unsigned kParts = Set::kPanel / Set::kLanes;
+  const double* panels;
+  std::size_t stride;
+  double* pairs;
+
+  Vector<Set> Values(std::size_t row, unsigned v) const {
+    return Load<Set>(panels + v / kParts * stride + row * Set::kPanel + v % kParts * Set::kLanes);
+  }
+  PairVector<Set> Pairs(unsigned v) const {
+    return {pairs + v / kParts * kPairFields * Set::kPanel + v % kParts * Set::kLanes};
+  }
+};
+
+// Whether both means of every lane have left their leading runs.
+template <class Set, unsigned kVectors>
+bool RunsHaveEnded(PairPanels<Set> y) {
+  Mask<Set> ended = ~Mask<Set>{};
+  for (unsigned v = 0; v < kVectors; ++v) {
+    ended = ended & y.Pairs(v).GetMask(kPairEnded0) & y.Pairs(v).GetMask(kPairEnded1);
+  }
+  return HoldsEverywhere<Set>(ended);
+}
+
+// One row while a lane may still be in a leading run.
+template <class Set>
+void TakeRow(PairVector<Set> pair, double x, double weight, Vector<Set> y, Mask<Set> isPresent) {
+  const Vector<Set> x0 = Broadcast<Set>(x);
+  const Vector<Set> u = Broadcast<Set>(weight);
+  const Mask<Set> starts = isPresent & ~pair.GetMask(kPairStarted);
+  const Vector<Set> first0 = starts ? x0 : pair.Get(kPairRunValue0);
+  const Vector<Set> first1 = starts ? y : pair.Get(kPairRunValue1);
+  const Mask<Set> ended0 = pair.GetMask(kPairEnded0) | (isPresent & ~(x0 == first0));
+  const Mask<Set> ended1 = pair.GetMask(kPairEnded1) | (isPresent & ~(y == first1));
+  pair.Put(kPairRunValue0, first0);
+  pair.Put(kPairRunValue1, first1);
+  pair.PutMask(kPairStarted, pair.GetMask(kPairStarted) | starts);
+  pair.PutMask(kPairEnded0, ended0);
+  pair.PutMask(kPairEnded1, ended1);
+  const auto add = [pair](Mask<Set> mask, Vector<Set> term, PairField field) {
+    pair.Put(field, AddWhere<Set>(mask, term, pair.Get(field)));
+  };
+  add(isPresent & ~ended0, u, kPairRunWeight0);
+  add(isPresent & ~ended1, u, kPairRunWeight1);
+  add(isPresent & ended0, u * x0, kPairSum0);
+  add(isPresent & ended1, u * y, kPairSum1);
+  add(isPresent, u, kPairWeightSum);
+}
+
+// kIsComplete: the panels' columns lack none of the rows, so that all lanes have x's cases, and
+// what is the same in all of them is summed once.
+template <class Set, unsigned kPanels, bool kIsComplete, bool kTwoWeights>
+void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
+  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
+  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  if constexpr (kTwoWeights) {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const PairVector<Set> pair = y.Pairs(v);
+      Vector<Set> sum = pair.Get(kPairCaseWeightSum);
+      for (std::size_t i = 0; i < x.rows.count; ++i) {
+        const std::size_t row = RowAt<Set>(x.rows, i);
+        sum = AddWhere<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row]), sum);
+      }
+      pair.Put(kPairCaseWeightSum, sum);
+    }
+  }
+  std::size_t i = 0;
+  for (; i < x.rows.count && !(i % 4 == 0 && RunsHaveEnded<Set, kVectors>(y)); ++i) {
+    const std::size_t row = RowAt<Set>(x.rows, i);
+    for (unsigned v = 0; v < kVectors; ++v) {
+      TakeRow<Set>(y.Pairs(v), x.values[row], x.weights[row], y.Values(row, v),
+                   y.Values(row, v) != missing);
+    }
+  }
+  Vector<Set> weightSum[kVectors];
+  Vector<Set> sum0[kVectors];
+  Vector<Set> sum1[kVectors];
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    weightSum[v] = y.Pairs(v).Get(kPairWeightSum);
+    sum0[v] = y.Pairs(v).Get(kPairSum0);
+    sum1[v] = y.Pairs(v).Get(kPairSum1);
+  }
+  for (; i < x.rows.count; ++i) {
+    const std::size_t row = RowAt<Set>(x.rows, i);
+    const double weight = x.weights[row];
+    const Vector<Set> weighted = Broadcast<Set>(weight * x.values[row]);
+    if constexpr (kIsComplete) {
+      weightSum[0] = weight + weightSum[0];
+      sum0[0] = weighted + sum0[0];
+    }
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const Vector<Set> values = y.Values(row, v);
+      if constexpr (kIsComplete) {
+        sum1[v] = weight * values + sum1[v];
+      } else {
+        const Mask<Set> isPresent = values != missing;
+        weightSum[v] = AddWhere<Set>(isPresent, Broadcast<Set>(weight), weightSum[v]);
+        sum0[v] = AddWhere<Set>(isPresent, weighted, sum0[v]);
+        sum1[v] = AddWhere<Set>(isPresent, weight * values, sum1[v]);
+      }
+    }
+  }
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    y.Pairs(v).Put(kPairWeightSum, weightSum[kIsComplete ? 0 : v]);
+    y.Pairs(v).Put(kPairSum0, sum0[kIsComplete ? 0 : v]);
+    y.Pairs(v).Put(kPairSum1, sum1[v]);
+  }
+}
+
+template <class Set>
+void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
+              std::size_t stride, double* pairs) {
+  constexpr unsigned kTogether = Set::kPairPanels;
+  using Take = void (*)(const PairVariable&, PairPanels<Set>);
+  constexpr Take kTake[][2][2] = {
+      {{PanelPairSums<Set, kTogether, false, false>, PanelPairSums<Set, 1, false, false>},
+       {PanelPairSums<Set, kTogether, false, true>, PanelPairSums<Set, 1, false, true>}},
+      {{PanelPairSums<Set, kTogether, true, false>, PanelPairSums<Set, 1, true, false>},
+       {PanelPairSums<Set, kTogether, true, true>, PanelPairSums<Set, 1, true, true>}}};
+  const auto& take = kTake[isComplete ? 1 : 0][x.caseWeights ? 1 : 0];
+  TakePanels<Set, kTogether>(count, take[0], take[1], [&](Take some, std::size_t p) {
+    some(x, {panels + p * stride, stride, pairs + p * (kPairFields * Set::kPanel)});
+  });
+}
+
+// The mean over the cases of these weights; of no case, 0.
+template <class Set>
+Vector<Set> PairMean(PairVector<Set> pair, PairField sum, PairField runValue, PairField runWeight,
+                     PairField ended, Vector<Set> weightSum) {
+  const Vector<Set> first = pair.Get(runValue);
+  const Vector<Set> mean = (pair.Get(sum) + pair.Get(runWeight) * first) / weightSum;
+  return pair.GetMask(ended) ? mean : first;
+}
+
+template <class Set>
+void PairMeans(double* pairs) {
+  for (unsigned first = 0; first < Set::kPanel; first += Set::kLanes) {
+    const PairVector<Set> pair{pairs + first};
+    const Vector<Set> weightSum = pair.Get(kPairWeightSum);
+    const Vector<Set> mean0 =
+        PairMean<Set>(pair, kPairSum0, kPairRunValue0, kPairRunWeight0, kPairEnded0, weightSum);
+    const Vector<Set> mean1 =
+        PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1, kPairEnded1, weightSum);
+    pair.Put(kPairMean0, mean0);
+    pair.Put(kPairMean1, mean1);
+    pair.Put(kPairSquares0, Vector<Set>{});
+    pair.Put(kPairSquares1, Vector<Set>{});
+    pair.Put(kPairProducts, Vector<Set>{});
+  }
+}
+
+template <class Set, unsigned kPanels, bool kIsComplete, bool kIsFirst>
+void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
+  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
+  [[maybe_unused]] const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  Vector<Set> mean0[kVectors];
+  Vector<Set> mean1[kVectors];
+  Vector<Set> squares0[kVectors];
+  Vector<Set> squares1[kVectors];
+  Vector<Set> products[kVectors];
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    mean0[v] = y.Pairs(v).Get(kPairMean0);
+    mean1[v] = y.Pairs(v).Get(kPairMean1);
+    squares0[v] = y.Pairs(v).Get(kPairSquares0);
+    squares1[v] = y.Pairs(v).Get(kPairSquares1);
+    products[v] = y.Pairs(v).Get(kPairProducts);
+  }
+  for (std::size_t i = 0; i < x.rows.count; ++i) {
+    const std::size_t row = RowAt<Set>(x.rows, i);
+    const double weight = x.weights[row];
+    const Vector<Set> x0 = Broadcast<Set>(x.values[row]);
+    const Vector<Set> common0 = x0 - mean0[0];
+    const Vector<Set> commonWeighted0 = weight * common0;
+    if constexpr (kIsComplete) {
+      squares0[0] = commonWeighted0 * common0 + squares0[0];
+    }
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const Vector<Set> values = y.Values(row, v);
+      const Vector<Set> d0 = kIsComplete ? common0 : x0 - mean0[v];
+      const Vector<Set> d1 = values - mean1[v];
+      const Vector<Set> weighted0 = kIsComplete ? commonWeighted0 : weight * d0;
+      const Vector<Set> weighted1 = weight * d1;
+      const Vector<Set> product = kIsFirst ? weighted0 * d1 : weighted1 * d0;
+      if constexpr (kIsComplete) {
+        squares1[v] = weighted1 * d1 + squares1[v];
+        products[v] = product + products[v];
+      } else {
+        const Mask<Set> isPresent = values != missing;
+        squares0[v] = AddWhere<Set>(isPresent, weighted0 * d0, squares0[v]);
+        squares1[v] = AddWhere<Set>(isPresent, weighted1 * d1, squares1[v]);
+        products[v] = AddWhere<Set>(isPresent, product, products[v]);
+      }
+    }
+  }
+#pragma GCC unroll 8
+  for (unsigned v = 0; v < kVectors; ++v) {
+    y.Pairs(v).Put(kPairSquares0, squares0[kIsComplete ? 0 : v]);
+    y.Pairs(v).Put(kPairSquares1, squares1[v]);
+    y.Pairs(v).Put(kPairProducts, products[v]);
+  }
+}
+
+template <class Set>
+void PairProducts(const PairVariable& x, bool isFirst, bool isComplete, const double* panels,
+                  unsigned count, std::size_t stride, double* pairs) {
+  constexpr unsigned kTogether = Set::kPairPanels;
+  using Take = void (*)(const PairVariable&, PairPanels<Set>);
+  constexpr Take kTake[][2][2] = {
+      {{PanelPairProducts<Set, kTogether, false, false>, PanelPairProducts<Set, 1, false, false>},
+       {PanelPairProducts<Set, kTogether, false, true>, PanelPairProducts<Set, 1, false, true>}},
+      {{PanelPairProducts<Set, kTogether, true, false>, PanelPairProducts<Set, 1, true, false>},
+       {PanelPairProducts<Set, kTogether, true, true>, PanelPairProducts<Set, 1, true, true>}}};
+  const auto& take = kTake[isComplete ? 1 : 0][isFirst ? 1 : 0];
+  TakePanels<Set, kTogether>(count, take[0], take[1], [&](Take some, std::size_t p) {
+    some(x, {panels + p * stride, stride, pairs + p * (kPairFields * Set::kPanel)});
+  });
+}
+
+}  // namespace velmor::ordered

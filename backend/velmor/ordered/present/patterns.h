@@ -1,0 +1,66 @@
+#pragma once
+
+// Which cases the columns of a batch lack, and the columns grouped by that.
+
+#include "ordered/engine.h"
+#include "ordered/present/pairwise.h"
+#include "ordered/workspace.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace velmor::ordered {
+
+// Columns in ascending order, in panels of their own.
+struct Group {
+  std::span<const std::uint32_t> columns;
+  unsigned firstPanel;
+  unsigned panels;
+  bool isComplete;  // whether its columns are present in all cases
+};
+
+// Rows of a block.
+using RowList = std::array<std::uint8_t, kBlockRows>;
+
+class Patterns {
+ public:
+  Patterns(const Engine& engine, const PairwiseCases& cases, PairShape shape, Workspace& workspace);
+
+  // Groups of columns that are present in the same cases, at least one: large enough to be taken
+  // together. In a rectangle, those of the first range come first.
+  std::span<const Group> Wide() const { return {_groups, _wide}; }
+  // The other columns that are present at all; in a rectangle, those of each range.
+  std::span<const Group> Others() const { return {_groups + _wide, _all - _wide}; }
+  unsigned Panels() const { return _panels; }
+
+  // Bit row % 64 of word row / 64: whether the column is present in the row.
+  const std::uint64_t* Bits(std::size_t column) const { return _bits + column * _words; }
+  std::size_t Words() const { return _words; }
+  std::size_t Present(std::size_t column) const { return _present[column]; }
+  bool HaveSameCases(std::size_t a, std::size_t b) const;
+
+ private:
+  bool AreOfOneGroup(std::uint32_t a, std::uint32_t b) const {
+    return (a < _shape.firstRange) == (b < _shape.firstRange) && HaveSameCases(a, b);
+  }
+  bool IsBefore(std::uint32_t a, std::uint32_t b) const;
+  void AddGroup(std::span<const std::uint32_t> columns);
+
+  unsigned _lanes;
+  std::size_t _rows;
+  PairShape _shape;
+  std::size_t _words;
+  std::uint64_t* _bits;
+  std::size_t* _present;
+  Group* _groups;
+  std::size_t _wide = 0;
+  std::size_t _all = 0;
+  unsigned _panels = 0;
+};
+
+// The rows of a block whose bits are set in both.
+Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows, RowList& list);
+
+}  // namespace velmor::ordered

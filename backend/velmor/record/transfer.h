@@ -1,0 +1,60 @@
+#pragma once
+
+// StateOf for an accumulator whose record is known. A record has
+//   kKind                             the class, and
+//   GetShape()                        its shape
+//   Transfer(my, shape, state)        static: writes or reads all that such a record holds, the
+//                                     state being a StateWriter or a StateReader
+// To be included by the accumulator's source only, which also says how an empty one is made and
+// instantiates the class.
+
+#include "record/stateof.h"
+
+#include <bit>
+#include <cstdint>
+#include <memory>
+
+namespace velmor {
+
+template <class Accumulator>
+bool StateOf<Accumulator>::Is(Kind kind) {
+  return kind == Accumulator::Data::kKind;
+}
+
+template <class Accumulator>
+Shape StateOf<Accumulator>::GetShape(const Accumulator& accumulator) {
+  return accumulator._my->GetShape();
+}
+
+template <class Accumulator>
+void StateOf<Accumulator>::Write(const Accumulator& accumulator, StateWriter& state) {
+  const typename Accumulator::Data& record = *accumulator._my;
+  Accumulator::Data::Transfer(record, record.GetShape(), state);
+}
+
+template <class Accumulator>
+std::unique_ptr<Accumulator> StateOf<Accumulator>::Read(const Shape& shape, StateReader& state) {
+  std::unique_ptr<Accumulator> accumulator = Make(shape);
+  typename Accumulator::Data& record = *accumulator->_my;
+  Accumulator::Data::Transfer(record, shape, state);
+  if constexpr (requires { record._hasRegWeights; }) {
+    record._hasRegWeights = shape.hasRegWeights;
+  }
+  return accumulator;
+}
+
+// The number of cases, at least one, and the sums of their weights.
+template <class Record, class State>
+void TransferTotals(Record& my, const Shape& shape, State& state) {
+  state.Count(my._nRows, shape.MostRows());
+  state.Check(my._nRows != 0, "a record of no cases");
+  state.Number(my._weightSum);
+  if constexpr (requires { my._regWeightSum; }) {
+    state.Number(my._regWeightSum);
+    state.Check(shape.hasRegWeights || std::bit_cast<std::uint64_t>(my._regWeightSum) ==
+                                           std::bit_cast<std::uint64_t>(my._weightSum),
+                "two weight sums that differ without regression weights");
+  }
+}
+
+}  // namespace velmor
