@@ -52,28 +52,28 @@ void PlainGroupSums(benchmark::State& state, Cases& cases) {
       });
 }
 
-// The kernel over as many rows, block after block. Its panels are there: products need them.
+// The kernel over as many rows, strip after strip. Its panels are there: products need them.
 void KernelGroupSums(benchmark::State& state) {
-  using velmor::ordered::kBlockRows;
+  using velmor::ordered::kStripRows;
   const velmor::ordered::Engine& engine = velmor::ordered::Active();
   const std::size_t panels = kColumns / engine.panel;
-  const std::size_t stride = kBlockRows * engine.panel;
+  const std::size_t stride = kStripRows * engine.panel;
   velmor::ordered::Workspace workspace;
   auto* const values = workspace.Take<double>(panels * stride);
   auto* const sums = workspace.Take<double>(2 * kSums);
   const std::vector<double> uniform = UniformValues(panels * stride);
   std::copy(uniform.begin(), uniform.end(), values);
-  const std::vector<double> weights(kBlockRows, 1.5);
+  const std::vector<double> weights(kStripRows, 1.5);
   std::array<std::vector<std::uint8_t>, kGroups> rows;
-  for (std::size_t row = 0; row < kBlockRows; ++row) {
+  for (std::size_t row = 0; row < kStripRows; ++row) {
     rows[row % kGroups].push_back(static_cast<std::uint8_t>(row));
   }
   Time(
-      state, static_cast<double>(kColumns) * kBlockRows, [&] { std::fill_n(sums, 2 * kSums, 0.); },
+      state, static_cast<double>(kColumns) * kStripRows, [&] { std::fill_n(sums, 2 * kSums, 0.); },
       [&] {
         for (unsigned group = 0; group < kGroups; ++group) {
           double* const ofGroup = sums + std::size_t{group} * engine.panel;
-          engine.GroupSums(values, static_cast<unsigned>(panels), stride,
+          engine.PanelSums(values, static_cast<unsigned>(panels), stride,
                            {rows[group].size(), rows[group].data()}, weights.data(),
                            std::size_t{kGroups} * engine.panel, ofGroup, ofGroup + kSums);
         }

@@ -1,4 +1,4 @@
-// groupsums.cpp: each group's rows of a block, summed up; start at ProductsAndGroupSums.
+// groupsums.cpp: each group's rows of a strip, summed up; start at ProductsAndGroupSums.
 #include "ordered/groupsums.h"
 
 #include "ordered/engine.h"
@@ -14,7 +14,7 @@
 namespace velmor::ordered {
 namespace {
 
-// The rows of a block, group by group.
+// The rows of a strip, group by group.
 class GroupedRows {
  public:
   GroupedRows(Workspace& workspace, std::size_t nGroups)
@@ -22,7 +22,7 @@ class GroupedRows {
     std::fill_n(_ends, nGroups, 0U);
   }
 
-  // Calls visit(group, its rows) for each group that has rows in the block.
+  // Calls visit(group, its rows) for each group that has rows in the strip.
   template <class Visit>
   void ForEach(const unsigned int* groups, std::size_t rows, Visit visit) {
     std::size_t seen = 0;
@@ -47,16 +47,16 @@ class GroupedRows {
   }
 
  private:
-  std::uint32_t* _ends;  // of each group's rows; between blocks, 0
-  std::array<unsigned int, kBlockRows> _seen{};
-  std::array<std::uint8_t, kBlockRows> _rows{};
+  std::uint32_t* _ends;  // of each group's rows; between strips, 0
+  std::array<unsigned int, kStripRows> _seen{};
+  std::array<std::uint8_t, kStripRows> _rows{};
 };
 
 // The sums of each group and column while they are running: a panel's groups one after the other.
-class PanelGroupSums {
+class RunningGroupSums {
  public:
-  PanelGroupSums(const Engine& engine, std::size_t columns, const GroupSums& groups,
-                 Workspace& workspace)
+  RunningGroupSums(const Engine& engine, std::size_t columns, const GroupSums& groups,
+                   Workspace& workspace)
       : _engine(engine),
         _groups(groups),
         _columns(columns),
@@ -69,7 +69,7 @@ class PanelGroupSums {
   void Add(const Panels& panels, std::size_t from, std::size_t rows, const double* weights) {
     _rows.ForEach(_groups.ofCases + from, rows, [&](unsigned int group, Rows some) {
       double* const sums = _sums + std::size_t{group} * _engine.panel;
-      _engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), some, weights, Stride(),
+      _engine.PanelSums(panels.Values(0), panels.Count(), panels.Stride(), some, weights, Stride(),
                         sums, sums + _size);
     });
   }
@@ -101,7 +101,7 @@ class PanelGroupSums {
 std::size_t ProductsAndGroupSums(Columns x, Cases cases, const GroupSums& groups,
                                  double* triangle) {
   Workspace workspace;
-  PanelGroupSums sums(EngineFor(x.count), x.count, groups, workspace);
+  RunningGroupSums sums(EngineFor(x.count), x.count, groups, workspace);
   const double* const lastRow =
       TriangularProducts(x, nullptr, cases, 0, triangle, workspace,
                          [&](const Panels& panels, std::size_t from, std::size_t rows) {

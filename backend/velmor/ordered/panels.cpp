@@ -9,7 +9,7 @@
 namespace velmor::ordered {
 
 namespace {
-// Columns whose panels of a block of rows take less than half of a second-level cache of half a
+// Columns whose panels of a strip of rows take less than half of a second-level cache of half a
 // megabyte.
 constexpr unsigned kResidentColumns = 128;
 }  // namespace
@@ -58,7 +58,7 @@ std::array<double*, kMaxPanel> Panels::ColumnsAt(unsigned panel, std::size_t row
 void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
                  const double* weighted, std::size_t rows, double* tiles) {
   const std::size_t lanes = engine.panel;
-  const std::size_t stride = kBlockRows * lanes;
+  const std::size_t stride = kStripRows * lanes;
   const std::size_t count = (columns + lanes - 1) / lanes;
   const std::size_t resident = kResidentColumns / lanes;
   const auto tile = [=](std::size_t i, std::size_t j) {

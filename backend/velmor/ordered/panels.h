@@ -16,7 +16,7 @@ namespace velmor::ordered {
 // against 212 parts in a thousand of a Zen 4 core's limit).
 const Engine& EngineFor(std::size_t columns);
 
-// Columns of a batch, and one block of their rows in panels. The last panel may have fewer columns
+// Columns of a batch, and one strip of their rows in panels. The last panel may have fewer columns
 // than the others.
 class Panels {
  public:
@@ -26,17 +26,17 @@ class Panels {
 
   const Engine& UsedEngine() const { return *_engine; }
   unsigned Count() const { return _count; }
-  std::size_t Stride() const { return kBlockRows * _engine->panel; }  // from a panel to the next
+  std::size_t Stride() const { return kStripRows * _engine->panel; }  // from a panel to the next
   unsigned ColumnsOf(unsigned panel) const;
   const double* Values(unsigned panel) const { return _values + panel * Stride(); }
   const double* Weighted(unsigned panel) const { return _weighted + panel * Stride(); }
 
-  // Fills the panels from a block of rows.
+  // Fills the panels from a strip of rows.
   //   means    subtracted from the columns, in place, first; null: nothing is. A step of its own
   //   for
   //            each panel: columns that are a power of two apart share a set of the first-level
   //            cache, and reading, writing and turning them at once takes longer than both
-  //   weights  of the block's rows; null without weighted panels
+  //   weights  of the strip's rows; null without weighted panels
   void Pack(std::size_t from, std::size_t rows, const double* means, const double* weights);
 
  private:
@@ -53,8 +53,8 @@ class Panels {
 // The tiles of a triangle of panels, row by row.
 constexpr std::size_t TriangleTile(std::size_t i, std::size_t j) { return i * (i + 1) / 2 + j; }
 
-// Adds the products of a block of rows to the tiles of all pairs of panels, each of panel^2 cells.
-//   values, weighted  panels of so many columns, kBlockRows rows apart
+// Adds the products of a strip of rows to the tiles of all pairs of panels, each of panel^2 cells.
+//   values, weighted  panels of so many columns, kStripRows rows apart
 void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
                  const double* weighted, std::size_t rows, double* tiles);
 

@@ -49,7 +49,7 @@ double* ProductsAndSums(Columns x, Cases cases, double* triangle, double* sums) 
   double* const lastRow = TriangularProducts(
       x, nullptr, cases, 1, triangle, workspace,
       [&](const Panels& panels, std::size_t from, std::size_t rows) {
-        engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
+        engine.PanelSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
                          From(cases.weights, from), engine.panel, panelSums, panelSums + cells);
       });
   std::copy_n(panelSums, x.count, sums);
@@ -70,10 +70,10 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
   std::fill_n(sums, 2 * sumsSize, 0.);
   const auto addSquares = [&](const Panels& panels, std::size_t rows, const double* weights,
                               double* panelSums) {
-    engine.GroupSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr}, weights,
+    engine.PanelSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr}, weights,
                      lanes, panelSums, panelSums + sumsSize);
   };
-  ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
+  ForEachStrip(cases.rows, [&](std::size_t from, std::size_t rows) {
     const double* const weights = From(cases.weights, from);
     first.Pack(from, rows, means, weights);
     addSquares(first, rows, weights, sums);

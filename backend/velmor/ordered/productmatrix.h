@@ -3,7 +3,7 @@
 // The moments of columns and the products of all pairs of them, without missing values.
 //
 // Each cell of a result is one chain (chains.h), and the cells are independent of each other. So
-// how a block is walked changes no bit: the engine's kernels walk it in panels, blocks of rows and
+// how a block is walked changes no bit: the engine's kernels walk it in panels, strips of rows and
 // tiles of cells. The thread's workspace holds these; std::bad_alloc is thrown when there is none.
 
 #include "ordered/cases.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-// Running sums of products in tiles, for the operations that go on block of rows by block of rows.
+// Running sums of products in tiles, for the operations that go on strip of rows by strip of rows.
 
 #include "ordered/cases.h"
 #include "ordered/panels.h"
@@ -11,11 +11,11 @@
 
 namespace velmor::ordered {
 
-// Calls visit(first row, rows) for each block of rows.
+// Calls visit(first row, rows) for each strip of rows.
 template <class Visit>
-void ForEachBlock(std::size_t rows, Visit visit) {
-  for (std::size_t from = 0; from < rows; from += kBlockRows) {
-    visit(from, std::min(kBlockRows, rows - from));
+void ForEachStrip(std::size_t rows, Visit visit) {
+  for (std::size_t from = 0; from < rows; from += kStripRows) {
+    visit(from, std::min(kStripRows, rows - from));
   }
 }
 
@@ -43,14 +43,14 @@ class Tiles {
 
 // The products of all pairs of columns, the cells of row i up to column i + extra - 1 copied one
 // row after the other. Returns the start of the last row.
-//   visit  called with the panels, as they are packed, for each block: (panels, first row, rows)
+//   visit  called with the panels, as they are packed, for each strip: (panels, first row, rows)
 template <class Visit>
 double* TriangularProducts(Columns x, const double* means, Cases cases, std::size_t extra,
                            double* cells, Workspace& workspace, Visit visit) {
   Panels panels(EngineFor(x.count), x, cases.weights != nullptr, workspace);
   const std::size_t lanes = panels.UsedEngine().panel;
   const Tiles tiles(workspace, lanes, TriangleTile(panels.Count(), 0));
-  ForEachBlock(cases.rows, [&](std::size_t from, std::size_t rows) {
+  ForEachStrip(cases.rows, [&](std::size_t from, std::size_t rows) {
     panels.Pack(from, rows, means, From(cases.weights, from));
     visit(panels, from, rows);
     AddTriangle(panels.UsedEngine(), x.count, panels.Values(0), panels.Weighted(0), rows,

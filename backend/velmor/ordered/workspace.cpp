@@ -1,4 +1,4 @@
-// workspace.cpp: a stack of memory blocks for each thread; start at TakeBytes.
+// workspace.cpp: a stack of memory chunks for each thread; start at TakeBytes.
 #include "ordered/workspace.h"
 
 #include <algorithm>
@@ -10,9 +10,9 @@ namespace {
 constexpr std::size_t kAlignment = 64;  // a cache line; the widest vector
 }
 
-// The head of a block; what can be taken follows it.
-struct alignas(kAlignment) Block {
-  Block* below;
+// The head of a chunk; what can be taken follows it.
+struct alignas(kAlignment) Chunk {
+  Chunk* below;
   std::size_t size;
   std::size_t used;
 };
@@ -20,7 +20,7 @@ struct alignas(kAlignment) Block {
 namespace {
 
 struct Memory {
-  Block* top = nullptr;
+  Chunk* top = nullptr;
   int depth = 0;  // workspaces that live
 
   Memory() = default;
@@ -30,22 +30,22 @@ struct Memory {
 
   std::size_t Size() const {
     std::size_t size = 0;
-    for (const Block* block = top; block != nullptr; block = block->below) {
-      size += block->size;
+    for (const Chunk* chunk = top; chunk != nullptr; chunk = chunk->below) {
+      size += chunk->size;
     }
     return size;
   }
 
-  // Puts a block of the given memory on top, unless that is null.
+  // Puts a chunk of the given memory on top, unless that is null.
   void Push(void* bytes, std::size_t size) {
     if (bytes != nullptr) {
-      top = new (bytes) Block{top, size, 0};
+      top = new (bytes) Chunk{top, size, 0};
     }
   }
 
   void Free() {
     while (top != nullptr) {
-      Block* const below = top->below;
+      Chunk* const below = top->below;
       ::operator delete (top, std::align_val_t{kAlignment});
       top = below;
     }
@@ -68,10 +68,10 @@ Workspace::~Workspace() {
     return;
   }
   if (memory.top->below != nullptr) {
-    // One block as large as all of them, so that the next time it is enough.
+    // One chunk as large as all of them, so that the next time it is enough.
     const std::size_t size = memory.Size();
     memory.Free();
-    memory.Push(::operator new (sizeof(Block) + size, std::align_val_t{kAlignment}, std::nothrow),
+    memory.Push(::operator new (sizeof(Chunk) + size, std::align_val_t{kAlignment}, std::nothrow),
                 size);
   } else {
     memory.top->used = 0;
@@ -81,9 +81,9 @@ Workspace::~Workspace() {
 void* Workspace::TakeBytes(std::size_t bytes) {
   const std::size_t size = (bytes + kAlignment - 1) / kAlignment * kAlignment;
   if (memory.top == nullptr || memory.top->size - memory.top->used < size) {
-    const std::size_t blockSize = std::max(size, memory.Size());  // doubles what there is
-    memory.Push(::operator new (sizeof(Block) + blockSize, std::align_val_t{kAlignment}),
-                blockSize);
+    const std::size_t chunkSize = std::max(size, memory.Size());  // doubles what there is
+    memory.Push(::operator new (sizeof(Chunk) + chunkSize, std::align_val_t{kAlignment}),
+                chunkSize);
   }
   auto* const begin = static_cast<std::byte*>(static_cast<void*>(memory.top + 1));
   void* const taken = begin + memory.top->used;

@@ -26,7 +26,7 @@ class Workspace {
  private:
   static void* TakeBytes(std::size_t bytes);
 
-  struct Block* _top;  // where the thread's memory stood before
+  struct Chunk* _top;  // where the thread's memory stood before
   std::size_t _used;
 };
 

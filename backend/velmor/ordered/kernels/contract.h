@@ -3,14 +3,14 @@
 // The engine: a table of kernels for each instruction set. Each kernel is written once, as a
 // template of the file named in its comment, and compiled once for every set.
 //
-// A kernel works on panels. A panel interleaves some columns of a block of rows: one row of it is
+// A kernel works on panels. A panel interleaves some columns of a strip of rows: one row of it is
 // one or a few vectors. A lane of a vector belongs to one column, one pair of columns or one cell
 // and holds the whole of its running sum, never a part of it. So the bits are those of the plain
 // loops (chains.h), whatever the width of the vectors.
 //
 // For all kernels: panels are aligned to 64 bytes, results to a vector or better, and they do not
 // overlap; `panel` lanes stand side by side; running sums are read, continued and written back, so
-// that rows can be cut into blocks anywhere. Lanes beyond a panel's columns may hold anything.
+// that rows can be cut into strips anywhere. Lanes beyond a panel's columns may hold anything.
 // Kernels keep no state, allocate nothing, throw nothing.
 
 #include <cstddef>
@@ -18,13 +18,14 @@
 
 namespace velmor::ordered {
 
-// Rows of a panel, at most: few enough that some panels fit into the first-level cache, enough that
-// loading and storing the sums of a tile (3 % of its time) does not matter.
-constexpr std::size_t kBlockRows = 192;
+// A strip is so many adjacent rows of a batch, or fewer: few enough that some panels fit into the
+// first-level cache, enough that loading and storing the sums of a tile (3 % of its time) does not
+// matter.
+constexpr std::size_t kStripRows = 192;
 // Most columns that any set's panel has.
 constexpr unsigned kMaxPanel = 8;
 
-// Some rows of a block, ascending. Without a list, all of the first `count`.
+// Some rows of a strip, ascending. Without a list, all of the first `count`.
 struct Rows {
   std::size_t count;
   const std::uint8_t* list;
@@ -65,7 +66,7 @@ enum PairField : unsigned {
   kPairProducts = kPairRunWeight0,
 };
 
-// One variable of pairs: a column's values in a block and the rows in which it is present.
+// One variable of pairs: a column's values in a strip and the rows in which it is present.
 struct PairVariable {
   const double* values;
   Rows rows;
@@ -84,12 +85,12 @@ struct Engine {
   const Engine* narrower;
 
   // packing.h. panel[row * Engine::panel + lane] = column lane's value.
-  //   columns   Engine::panel addresses of a block's first row
+  //   columns   Engine::panel addresses of a strip's first row
   //   weighted  a second panel, of weights[row] times that; null when not wanted
   void (*Pack)(const double* const* columns, std::size_t rows, const double* weights, double* panel,
                double* weighted);
 
-  // packing.h. Subtracts means[i] from a block of rows of columns[i], in place, i < count.
+  // packing.h. Subtracts means[i] from a strip of rows of columns[i], in place, i < count.
   void (*CenterColumns)(double* const* columns, unsigned count, std::size_t rows,
                         const double* means);
 
@@ -123,10 +124,10 @@ struct Engine {
   void (*DiagonalProducts)(const double* a, unsigned columns, const double* b, std::size_t rows,
                            double* cells);
 
-  // groups.h. With t = value * weights[row], adds t to sums and t * value to squares for each
+  // sums.h. With t = value * weights[row], adds t to sums and t * value to squares for each
   // column of adjacent panels, whose sums are `sumsStride` apart.
   //   weights   by row of the panel; null: 1 each
-  void (*GroupSums)(const double* panels, unsigned count, std::size_t stride, Rows rows,
+  void (*PanelSums)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                     const double* weights, std::size_t sumsStride, double* sums, double* squares);
 
   // presence.h. Sets bit row % 64 of bits[row / 64] where x[row] is not the missing code, and

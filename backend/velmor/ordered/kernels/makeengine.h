@@ -13,13 +13,13 @@
 //   kFoldsBroadcasts  whether a multiplication can broadcast its operand from memory
 
 #include "ordered/kernels/contract.h"
-#include "ordered/kernels/groups.h"
 #include "ordered/kernels/merging.h"
 #include "ordered/kernels/moments.h"
 #include "ordered/kernels/packing.h"
 #include "ordered/kernels/pairs.h"
 #include "ordered/kernels/presence.h"
 #include "ordered/kernels/products.h"
+#include "ordered/kernels/sums.h"
 #include "ordered/kernels/transposition.h"
 
 namespace velmor::ordered {
@@ -39,7 +39,7 @@ constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
           PanelMoments<Set>,
           Products<Set>,
           DiagonalProducts<Set>,
-          GroupSums<Set>,
+          PanelSums<Set>,
           Presence<Set>,
           CountBoth<Set>,
           MarkEqual<Set>,

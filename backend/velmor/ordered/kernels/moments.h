@@ -127,8 +127,8 @@ struct MomentVectors {
 
 // kSumsWeights: their sum is one more chain beside those of the columns.
 template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
-void TakeMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
-                 double* moments, double* weightSum) {
+void ContinueMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
+                     double* moments, double* weightSum) {
   constexpr unsigned kVectors = kPanels * Set::kPanel / Set::kLanes;
   if (rows == 0) {
     return;
@@ -184,14 +184,15 @@ void TakeMoments(const Source& source, std::size_t rows, const double* weights, 
 // Panel after panel, kTogether at once while there are as many; the first ones take the weights'
 // sum along. sourceAt(p) has the rows from panel p on.
 template <class Set, class Source, unsigned kTogether, class SourceAt>
-void TakeAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, const double* weights,
-                    bool isFirst, double* moments, double* weightSum) {
+void ContinueAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, const double* weights,
+                        bool isFirst, double* moments, double* weightSum) {
   using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
-  constexpr Take kTake[][2] = {
-      {TakeMoments<Set, Source, 1, false, false>,
-       TakeMoments<Set, Source, kTogether, false, false>},
-      {TakeMoments<Set, Source, 1, true, false>, TakeMoments<Set, Source, kTogether, true, false>},
-      {TakeMoments<Set, Source, 1, true, true>, TakeMoments<Set, Source, kTogether, true, true>}};
+  constexpr Take kTake[][2] = {{ContinueMoments<Set, Source, 1, false, false>,
+                                ContinueMoments<Set, Source, kTogether, false, false>},
+                               {ContinueMoments<Set, Source, 1, true, false>,
+                                ContinueMoments<Set, Source, kTogether, true, false>},
+                               {ContinueMoments<Set, Source, 1, true, true>,
+                                ContinueMoments<Set, Source, kTogether, true, true>}};
   const auto& others = kTake[weights ? 1 : 0];
   const auto& first = weights && weightSum ? kTake[2] : others;
   for (unsigned p = 0; p < count;) {
@@ -207,7 +208,7 @@ template <class Set>
 void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows rows,
                   const double* weights, bool isFirst, double* moments, double* weightSum) {
   using Source = RowsOfPanels<Set>;
-  TakeAllMoments<Set, Source, Set::kMomentPanels>(
+  ContinueAllMoments<Set, Source, Set::kMomentPanels>(
       count,
       [=](unsigned p) {
         return Source{panels + p * stride, stride, rows};
@@ -221,7 +222,7 @@ void ColumnMoments(const double* const* columns, unsigned count, std::size_t row
   using Source = RowsOfColumns<Set>;
   // Eight columns: as many lines as a set of a first-level cache holds, which columns that are a
   // power of two apart share.
-  TakeAllMoments<Set, Source, 8 / Set::kPanel>(
+  ContinueAllMoments<Set, Source, 8 / Set::kPanel>(
       count, [=](unsigned p) { return Source{columns + std::size_t{p} * Set::kPanel}; }, rows,
       weights, true, moments, weightSum);
 }

@@ -92,10 +92,10 @@ template <class Set, unsigned kTogether, class Take, class Call>
   }
 }
 
-// A step of a transposition: of every square of 2 by 2 blocks of `kStep` lanes, the two off the
+// A step of a transposition: of every square of 2 * kStep lanes, cut into quarters, the two off the
 // diagonal change places.
 template <class Set, unsigned kStep, unsigned... kLane>
-[[gnu::always_inline]] inline void ExchangeBlocks(
+[[gnu::always_inline]] inline void ExchangeQuarters(
     Vector<Set> (&v)[Set::kLanes], std::integer_sequence<unsigned, kLane...> /*all*/) {
   constexpr unsigned kLanes = Set::kLanes;
 #pragma GCC unroll 8
@@ -115,12 +115,12 @@ template <class Set, unsigned kStep, unsigned... kLane>
 template <class Set>
 [[gnu::always_inline]] inline void TransposeVectors(Vector<Set> (&v)[Set::kLanes]) {
   constexpr auto kAll = std::make_integer_sequence<unsigned, Set::kLanes>{};
-  ExchangeBlocks<Set, 1>(v, kAll);
+  ExchangeQuarters<Set, 1>(v, kAll);
   if constexpr (Set::kLanes >= 4) {
-    ExchangeBlocks<Set, 2>(v, kAll);
+    ExchangeQuarters<Set, 2>(v, kAll);
   }
   if constexpr (Set::kLanes >= 8) {
-    ExchangeBlocks<Set, 4>(v, kAll);
+    ExchangeQuarters<Set, 4>(v, kAll);
   }
 }
 

@@ -2,8 +2,8 @@
 //
 // The columns of a pattern are present in the same cases, and all pairs of columns of two patterns
 // have the same cases. So the columns of two patterns that are wide enough are taken together, like
-// a block without missing values over some of the rows. What is left are columns with patterns of
-// their own: their pairs are a column by a panel in which every lane selects its rows.
+// a matrix block without missing values over some of the rows. What is left are columns with
+// patterns of their own: their pairs are a column by a panel in which every lane selects its rows.
 //
 // Either way it takes two passes over the rows: the means, then products of distances from them.
 #include "ordered/present/pairwise.h"
@@ -35,7 +35,7 @@ struct Extremes {
 struct Batch {
   Batch(const Engine& engine, const PairwiseCases& cases, PairShape shape, Workspace& workspace);
 
-  std::size_t Stride() const { return kBlockRows * engine.panel; }
+  std::size_t Stride() const { return kStripRows * engine.panel; }
   bool HasBothWeights() const { return cases.weights != nullptr && cases.regWeights != nullptr; }
   // Whether the pair's first variable is the column and its second one the other.
   bool IsPair(std::size_t column, std::size_t other) const {
@@ -52,7 +52,7 @@ struct Batch {
   Patterns patterns;
   const double* weights;   // the combined ones; all 1 where there are none
   const double** columns;  // of each panel, group by group, the last one filling its last panel up
-  double* panels;          // of a block of rows
+  double* panels;          // of a strip of rows
 };
 
 Batch::Batch(const Engine& e, const PairwiseCases& c, PairShape s, Workspace& workspace)
@@ -80,14 +80,14 @@ Batch::Batch(const Engine& e, const PairwiseCases& c, PairShape s, Workspace& wo
   }
 }
 
-// Fills the panels of all groups from a block of rows.
+// Fills the panels of all groups from a strip of rows.
 void Batch::Pack(std::size_t from, std::size_t rows) const {
   for (unsigned panel = 0; panel < patterns.Panels(); ++panel) {
-    std::array<const double*, kMaxPanel> block{};
+    std::array<const double*, kMaxPanel> strip{};
     for (std::size_t i = 0; i < engine.panel; ++i) {
-      block[i] = columns[std::size_t{panel} * engine.panel + i] + from;
+      strip[i] = columns[std::size_t{panel} * engine.panel + i] + from;
     }
-    engine.Pack(block.data(), rows, nullptr, panels + panel * Stride(), nullptr);
+    engine.Pack(strip.data(), rows, nullptr, panels + panel * Stride(), nullptr);
   }
 }
 
@@ -127,7 +127,7 @@ class PatternTask {
     return Tiles() + TileSize() * (IsOnePattern() ? TriangleTile(_a->panels, 0)
                                                   : std::size_t{2} * _a->panels * _b->panels);
   }
-  // Whether sums are taken from panels, block by block. A complete pattern's are not.
+  // Whether sums are taken from panels, strip by strip. A complete pattern's are not.
   bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
   void Sum(std::size_t from, std::size_t rows, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
@@ -239,7 +239,7 @@ void PatternTask::Multiply(std::size_t from, std::size_t rows, double* sums,
   const std::size_t stride = _batch->Stride();
   RowList list;
   const Rows some = RowsOf(from, rows, list);
-  std::array<double, kBlockRows> weights;  // NOLINT(*-member-init): the next lines do
+  std::array<double, kStripRows> weights;  // NOLINT(*-member-init): the next lines do
   for (std::size_t i = 0; i < some.count; ++i) {
     weights[i] = _batch->weights[from + some.list[i]];
   }
@@ -252,7 +252,7 @@ void PatternTask::Multiply(std::size_t from, std::size_t rows, double* sums,
                   weights.data(), values + panel * stride, weighted + panel * stride);
   }
   if (!HasTriangle()) {
-    engine.GroupSums(values, static_cast<unsigned>(Panels()), stride, {some.count, nullptr},
+    engine.PanelSums(values, static_cast<unsigned>(Panels()), stride, {some.count, nullptr},
                      weights.data(), Lanes(), sums + Sums(), sums + Squares());
   }
   MultiplyPanels(some.count, values, weighted, sums);
@@ -391,9 +391,9 @@ class ColumnTask {
 
 PairVariable ColumnTask::Variable(std::size_t from, std::size_t rows, RowList& list) const {
   // Values that differ, so that no lane stays in a leading run.
-  static constexpr std::array<double, kBlockRows> kValues = [] {
-    std::array<double, kBlockRows> values{};
-    for (std::size_t i = 0; i < kBlockRows; ++i) {
+  static constexpr std::array<double, kStripRows> kValues = [] {
+    std::array<double, kStripRows> values{};
+    for (std::size_t i = 0; i < kStripRows; ++i) {
       values[i] = static_cast<double>(i);
     }
     return values;
@@ -603,8 +603,8 @@ class Runner {
       }
     };
     const auto pass = [&](auto step, bool needsPanels) {
-      for (std::size_t from = 0; from < _batch.cases.rows; from += kBlockRows) {
-        const std::size_t rows = std::min(kBlockRows, _batch.cases.rows - from);
+      for (std::size_t from = 0; from < _batch.cases.rows; from += kStripRows) {
+        const std::size_t rows = std::min(kStripRows, _batch.cases.rows - from);
         if (needsPanels) {
           _batch.Pack(from, rows);
         }
@@ -621,7 +621,7 @@ class Runner {
 
   const Batch& _batch;
   double* _sums;
-  double* _scratch;  // the centred panels of a task's block of rows
+  double* _scratch;  // the centred panels of a task's strip of rows
 };
 
 }  // namespace

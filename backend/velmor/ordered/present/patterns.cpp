@@ -14,7 +14,7 @@ namespace {
 // a time is quicker.
 constexpr std::size_t kWidePattern = 3;
 
-static_assert(kBlockRows % 64 == 0 && kBlockRows <= 256);
+static_assert(kStripRows % 64 == 0 && kStripRows <= 256);
 
 using EightPlaces = std::array<std::uint8_t, 8>;
 
@@ -60,7 +60,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
     : _lanes(engine.panel),
       _rows(cases.rows),
       _shape(shape),
-      _words((cases.rows + kBlockRows - 1) / kBlockRows * (kBlockRows / 64)),
+      _words((cases.rows + kStripRows - 1) / kStripRows * (kStripRows / 64)),
       _bits(workspace.Take<std::uint64_t>(cases.columns.count * _words)),
       _present(workspace.Take<std::size_t>(cases.columns.count)),
       _groups(workspace.Take<Group>(cases.columns.count + 2)) {

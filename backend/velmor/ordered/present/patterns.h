@@ -21,8 +21,8 @@ struct Group {
   bool isComplete;  // whether its columns are present in all cases
 };
 
-// Rows of a block.
-using RowList = std::array<std::uint8_t, kBlockRows>;
+// Rows of a strip.
+using RowList = std::array<std::uint8_t, kStripRows>;
 
 class Patterns {
  public:
@@ -60,7 +60,7 @@ class Patterns {
   unsigned _panels = 0;
 };
 
-// The rows of a block whose bits are set in both.
+// The rows of a strip whose bits are set in both.
 Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows, RowList& list);
 
 }  // namespace velmor::ordered

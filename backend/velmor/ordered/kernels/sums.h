@@ -8,8 +8,8 @@
 namespace velmor::ordered {
 
 template <class Set, unsigned kPanels, bool kWeighted>
-void PanelGroupSums(const double* panels, std::size_t stride, Rows rows, const double* weights,
-                    std::size_t sumsStride, double* sums, double* squares) {
+void ContinueSums(const double* panels, std::size_t stride, Rows rows, const double* weights,
+                  std::size_t sumsStride, double* sums, double* squares) {
   constexpr unsigned kPanel = Set::kPanel;
   constexpr unsigned kParts = kPanel / Set::kLanes;
   constexpr unsigned kVectors = kPanels * kParts;
@@ -42,12 +42,12 @@ void PanelGroupSums(const double* panels, std::size_t stride, Rows rows, const d
 }
 
 template <class Set>
-void GroupSums(const double* panels, unsigned count, std::size_t stride, Rows rows,
+void PanelSums(const double* panels, unsigned count, std::size_t stride, Rows rows,
                const double* weights, std::size_t sumsStride, double* sums, double* squares) {
   constexpr unsigned kTogether = Set::kMomentPanels;
   const auto some =
-      weights ? PanelGroupSums<Set, kTogether, true> : PanelGroupSums<Set, kTogether, false>;
-  const auto one = weights ? PanelGroupSums<Set, 1, true> : PanelGroupSums<Set, 1, false>;
+      weights ? ContinueSums<Set, kTogether, true> : ContinueSums<Set, kTogether, false>;
+  const auto one = weights ? ContinueSums<Set, 1, true> : ContinueSums<Set, 1, false>;
   TakePanels<Set, kTogether>(count, some, one, [=](auto take, std::size_t p) {
     take(panels + p * stride, stride, rows, weights, sumsStride, sums + p * sumsStride,
          squares + p * sumsStride);
