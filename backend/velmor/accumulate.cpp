@@ -4,6 +4,7 @@
 #include <velmor/databatchbygroup.h>
 #include <velmor/driver.h>
 
+#include "accumulators.h"
 #include "forest.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace velmor {
@@ -225,23 +227,19 @@ BlockForest<Accumulator> Accumulate(const TableView& table, const Accumulator& s
   return forest;
 }
 
-template BlockForest<MatrixBase> Accumulate(const TableView&, const MatrixBase&,
-                                            const AccumulateOptions&);
-template BlockForest<MatrixListwise> Accumulate(const TableView&, const MatrixListwise&,
-                                                const AccumulateOptions&);
-template BlockForest<MatrixPairwise> Accumulate(const TableView&, const MatrixPairwise&,
-                                                const AccumulateOptions&);
-template BlockForest<SMatrixListwise> Accumulate(const TableView&, const SMatrixListwise&,
+namespace {
+
+template <class Accumulator>
+using Accumulates = BlockForest<Accumulator> (*)(const TableView&, const Accumulator&,
                                                  const AccumulateOptions&);
-template BlockForest<NSMatrixListwise> Accumulate(const TableView&, const NSMatrixListwise&,
-                                                  const AccumulateOptions&);
-template BlockForest<SMatrixPairwise> Accumulate(const TableView&, const SMatrixPairwise&,
-                                                 const AccumulateOptions&);
-template BlockForest<NSMatrixPairwise> Accumulate(const TableView&, const NSMatrixPairwise&,
-                                                  const AccumulateOptions&);
-template BlockForest<DiscriminantMatrix> Accumulate(const TableView&, const DiscriminantMatrix&,
-                                                    const AccumulateOptions&);
-template BlockForest<DiscIndividualMatrix> Accumulate(const TableView&, const DiscIndividualMatrix&,
-                                                      const AccumulateOptions&);
+
+template <class... Accumulators>
+constexpr auto AccumulateFunctions(ClassList<Accumulators...> /*all*/) {
+  return std::tuple(Accumulates<Accumulators>(Accumulate)...);
+}
+
+[[gnu::used]] constexpr auto kAccumulateFunctions = AccumulateFunctions(AllAccumulators());
+
+}  // namespace
 
 }  // namespace velmor

@@ -1,6 +1,7 @@
 // blockforest.cpp: merging in an order that depends on the blocks alone; start at Data::Grow.
 #include <velmor/blockforest.h>
 
+#include "accumulators.h"
 #include "forest.h"
 
 #include <algorithm>
@@ -27,9 +28,9 @@ void BlockForest<Accumulator>::Data::CheckFree(BlockRange blocks) const {
 
 template <class Accumulator>
 void BlockForest<Accumulator>::Data::CheckCount(std::uint64_t rows) const {
-  if (rows > shape.MostRows() - nRows) {
+  if (rows > shape.Facts().mostRows - nRows) {
     throw std::length_error("more cases than this accumulator can count, " +
-                            std::to_string(shape.MostRows()));
+                            std::to_string(shape.Facts().mostRows));
   }
 }
 

@@ -4,7 +4,7 @@
 
 #include <velmor/blockforest.h>
 
-#include "record/stateof.h"
+#include "record/shape.h"
 
 #include <cstdint>
 #include <map>
@@ -59,13 +59,6 @@ struct BlockForest<Accumulator>::Data {
   std::uint64_t nBlocks = 0;
   std::uint64_t nRows = 0;  // of the blocks when they came: nodes drop cases that weigh nothing
   Nodes nodes;
-};
-
-// For the state.
-template <class Accumulator>
-struct ForestAccess {
-  using Data = typename BlockForest<Accumulator>::Data;
-  static Data& Get(const BlockForest<Accumulator>& forest) { return *forest._my; }
 };
 
 }  // namespace velmor

@@ -1,13 +1,15 @@
 // state.cpp: accumulators and forests as bytes; start at Head and StateFormat, the format.
 #include <velmor/state.h>
 
+#include "accumulators.h"
 #include "forest.h"
-#include "record/stateof.h"
+#include "record/internals.h"
 
 #include <array>
 #include <bit>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -111,7 +113,7 @@ Head ReadHead(StateReader& state, Content content, IsKind isKind) {
               "a missing code");
   state.Number(head.blockRows);
   state.Check((head.blockRows != 0) == (content == Content::Forest), "the rows of a block");
-  state.Count(head.cases, head.shape.MostRows());
+  state.Count(head.cases, head.shape.Facts().mostRows);
   state.Check((head.cases != 0) == head.shape.hasCases, "the number of cases");
   state.Number(head.nodes);
   return head;
@@ -180,7 +182,7 @@ struct StateFormat<BlockForest<Accumulator>> {
   using Forest = BlockForest<Accumulator>;
 
   static std::vector<std::byte> Save(const Forest& forest) {
-    auto& my = ForestAccess<Accumulator>::Get(forest);
+    auto& my = Internals::DataOf(forest);
     my.GrowAll();
     StateWriter state;
     Write({Content::Forest, 0, my.shape, my.blockRows, my.nRows, my.nodes.size()}, state);
@@ -193,7 +195,7 @@ struct StateFormat<BlockForest<Accumulator>> {
   static std::unique_ptr<Forest> Load(StateReader& state) {
     const Head head = ReadHead(state, Content::Forest, StateOf<Accumulator>::Is);
     auto forest = std::make_unique<Forest>(head.blockRows, *StateOf<Accumulator>::Make(head.shape));
-    auto& my = ForestAccess<Accumulator>::Get(*forest);
+    auto& my = Internals::DataOf(*forest);
     std::uint64_t firstPossible = 0;
     for (std::uint64_t i = 0; i < head.nodes; ++i) {
       BlockRange blocks{};
@@ -231,41 +233,21 @@ std::unique_ptr<State> Load(const std::byte* bytes, std::size_t size) {
   return state;
 }
 
-template std::vector<std::byte> Save(const MatrixBase&);
-template std::vector<std::byte> Save(const BlockForest<MatrixBase>&);
-template std::vector<std::byte> Save(const MatrixListwise&);
-template std::vector<std::byte> Save(const BlockForest<MatrixListwise>&);
-template std::vector<std::byte> Save(const MatrixPairwise&);
-template std::vector<std::byte> Save(const BlockForest<MatrixPairwise>&);
-template std::vector<std::byte> Save(const SMatrixListwise&);
-template std::vector<std::byte> Save(const BlockForest<SMatrixListwise>&);
-template std::vector<std::byte> Save(const NSMatrixListwise&);
-template std::vector<std::byte> Save(const BlockForest<NSMatrixListwise>&);
-template std::vector<std::byte> Save(const SMatrixPairwise&);
-template std::vector<std::byte> Save(const BlockForest<SMatrixPairwise>&);
-template std::vector<std::byte> Save(const NSMatrixPairwise&);
-template std::vector<std::byte> Save(const BlockForest<NSMatrixPairwise>&);
-template std::vector<std::byte> Save(const DiscriminantMatrix&);
-template std::vector<std::byte> Save(const BlockForest<DiscriminantMatrix>&);
-template std::vector<std::byte> Save(const DiscIndividualMatrix&);
-template std::vector<std::byte> Save(const BlockForest<DiscIndividualMatrix>&);
-template std::unique_ptr<MatrixBase> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<MatrixBase>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<MatrixListwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<MatrixListwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<MatrixPairwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<MatrixPairwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<SMatrixListwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<SMatrixListwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<NSMatrixListwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<NSMatrixListwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<SMatrixPairwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<SMatrixPairwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<NSMatrixPairwise> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<NSMatrixPairwise>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<DiscriminantMatrix> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<DiscriminantMatrix>> Load(const std::byte*, std::size_t);
-template std::unique_ptr<DiscIndividualMatrix> Load(const std::byte*, std::size_t);
-template std::unique_ptr<BlockForest<DiscIndividualMatrix>> Load(const std::byte*, std::size_t);
+namespace {
+
+template <class State>
+using Saves = std::vector<std::byte> (*)(const State&);
+template <class State>
+using Loads = std::unique_ptr<State> (*)(const std::byte*, std::size_t);
+
+template <class... Accumulators>
+constexpr auto StateFunctions(ClassList<Accumulators...> /*all*/) {
+  return std::tuple(Saves<Accumulators>(Save)..., Saves<BlockForest<Accumulators>>(Save)...,
+                    Loads<Accumulators>(Load)..., Loads<BlockForest<Accumulators>>(Load)...);
+}
+
+[[gnu::used]] constexpr auto kStateFunctions = StateFunctions(AllAccumulators());
+
+}  // namespace
 
 }  // namespace velmor

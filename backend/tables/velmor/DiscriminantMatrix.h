@@ -52,7 +52,7 @@ class DiscriminantMatrix : public MatrixBase {
   double TSSP(int row, int col) const;
 
  private:
-  friend struct StateOf<DiscriminantMatrix>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

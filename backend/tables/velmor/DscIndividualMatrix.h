@@ -56,7 +56,7 @@ class DiscIndividualMatrix : public MatrixBase {
   double TSSP(int row, int col, int groupVal) const;
 
  private:
-  friend struct StateOf<DiscIndividualMatrix>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

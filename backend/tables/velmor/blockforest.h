@@ -16,9 +16,6 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-template <class Accumulator>
-struct ForestAccess;
-
 // Merges the accumulators of a run's blocks in an order that depends on the blocks' numbers alone,
 // so that the result has the same bits however many threads or machines shared the blocks and in
 // whatever order they were done.
@@ -76,7 +73,7 @@ class BlockForest {
   std::size_t NNodes() const;     // nodes that are kept
 
  private:
-  friend struct ForestAccess<Accumulator>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

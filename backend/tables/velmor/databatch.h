@@ -98,7 +98,7 @@ class DataBatch {
   }
 
  private:
-  friend class BatchReader;
+  friend struct Internals;
 
   // Puts the staged rows into the columns.
   void Settle() {

@@ -3,11 +3,6 @@
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
 
-namespace velmor {
-template <class Accumulator>
-struct StateOf;  // the library's own, hidden
-}
-
 #pragma GCC visibility push(default)
 namespace velmor {
 

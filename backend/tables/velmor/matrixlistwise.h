@@ -5,11 +5,6 @@
 #include <cstdint>
 #include <memory>
 
-namespace velmor {
-template <class Accumulator>
-struct StateOf;  // the library's own, hidden
-}
-
 #pragma GCC visibility push(default)
 namespace velmor {
 
@@ -58,7 +53,7 @@ class MatrixListwise {
   double CCP(unsigned int row, unsigned int col) const;
 
  private:
-  friend struct StateOf<MatrixListwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

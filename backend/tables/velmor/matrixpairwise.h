@@ -5,11 +5,6 @@
 #include <cstdint>
 #include <memory>
 
-namespace velmor {
-template <class Accumulator>
-struct StateOf;  // the library's own, hidden
-}
-
 #pragma GCC visibility push(default)
 namespace velmor {
 
@@ -89,7 +84,7 @@ class MatrixPairwise {
   PairStats Pair(unsigned int row, unsigned int col) const;
 
  private:
-  friend struct StateOf<MatrixPairwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

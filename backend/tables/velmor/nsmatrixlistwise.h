@@ -53,7 +53,7 @@ class NSMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  friend struct StateOf<NSMatrixListwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -52,7 +52,7 @@ class NSMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
-  friend struct StateOf<NSMatrixPairwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -66,7 +66,7 @@ class SMatrixListwise : public MatrixBase {
   double CCP(int row, int col) const;
 
  private:
-  friend struct StateOf<SMatrixListwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

@@ -62,7 +62,7 @@ class SMatrixPairwise : public MatrixBase {
   PairStat& Pair(int row, int col) const;
 
  private:
-  friend struct StateOf<SMatrixPairwise>;
+  friend struct Internals;
 
   struct [[gnu::visibility("hidden")]] Data;
   std::unique_ptr<Data> _my;

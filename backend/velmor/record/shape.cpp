@@ -8,28 +8,6 @@ namespace velmor {
 
 namespace {
 
-const char* NameOf(Kind kind) {
-  switch (kind) {
-    case Kind::SMatrixListwise:
-      return "SMatrixListwise";
-    case Kind::NSMatrixListwise:
-      return "NSMatrixListwise";
-    case Kind::MatrixListwise:
-      return "MatrixListwise";
-    case Kind::SMatrixPairwise:
-      return "SMatrixPairwise";
-    case Kind::NSMatrixPairwise:
-      return "NSMatrixPairwise";
-    case Kind::MatrixPairwise:
-      return "MatrixPairwise";
-    case Kind::DiscriminantMatrix:
-      return "DiscriminantMatrix";
-    case Kind::DiscIndividualMatrix:
-      return "DiscIndividualMatrix";
-  }
-  return "no accumulator";
-}
-
 std::string BoundsText(const Shape& shape) {
   const auto& [first, second, third] = shape.bounds;
   std::ostringstream text;
@@ -66,46 +44,31 @@ std::int64_t Shape::Columns() const {
 
 bool Shape::IsPossible() const {
   const auto& [first, second, third] = bounds;
+  const Ranges ranges = Facts().ranges;
   if (IsOpen()) {
-    const bool hasRanges = kind == Kind::NSMatrixListwise || kind == Kind::NSMatrixPairwise;
-    const bool beginsAnywhere = kind == Kind::SMatrixPairwise && first >= 0;
-    return !hasCases && !hasRanges && first == second && third == 0 &&
-           (first == 0 || beginsAnywhere);
+    const bool isTold = ranges == Ranges::Two || ranges == Ranges::TwoOrOne;
+    const bool beginsRightly = first == 0 || (ranges == Ranges::OneFromAnywhere && first > 0);
+    return !hasCases && !isTold && beginsRightly && first == second && third == 0;
   }
-  switch (kind) {
-    case Kind::SMatrixListwise:
-    case Kind::SMatrixPairwise:
-      return 0 <= first && first == second && second < third;
-    case Kind::NSMatrixListwise:
-      return 0 <= first && first < second && second < third;
-    case Kind::NSMatrixPairwise:
-      return 0 <= first && first <= second && second <= third && first < third;
-    case Kind::MatrixListwise:
-    case Kind::MatrixPairwise:
+  switch (ranges) {
+    case Ranges::All:
       return first == 0 && second == 0 && third > 0 && hasCases;
-    case Kind::DiscriminantMatrix:
-    case Kind::DiscIndividualMatrix:
+    case Ranges::One:
+    case Ranges::OneFromAnywhere:
+      return 0 <= first && first == second && second < third;
+    case Ranges::Two:
+      return 0 <= first && first < second && second < third;
+    case Ranges::TwoOrOne:
+      return 0 <= first && first <= second && second <= third && first < third;
+    case Ranges::Groups:
       return first > 0 && second > 0 && third == 0;
   }
   return false;
 }
 
-std::uint64_t Shape::MostRows() const {
-  switch (kind) {
-    case Kind::MatrixListwise:
-    case Kind::MatrixPairwise:
-      return std::numeric_limits<std::uint64_t>::max();
-    case Kind::SMatrixPairwise:
-    case Kind::NSMatrixPairwise:
-      return std::numeric_limits<std::int32_t>::max();  // as its records of pairs count
-    default:
-      return std::numeric_limits<std::uint32_t>::max();
-  }
-}
-
 std::string Difference(const Shape& a, const Shape& b) {
   if (a.kind != b.kind) {
-    return std::string("a ") + NameOf(a.kind) + ", not a " + NameOf(b.kind);
+    return std::string("a ") + a.Facts().name + ", not a " + b.Facts().name;
   }
   if (!HasBoundsOf(a, b)) {
     return BoundsText(a) + ", not " + BoundsText(b);

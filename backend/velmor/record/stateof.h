@@ -1,9 +1,8 @@
 #pragma once
 
 // What the forest and the state need of an accumulator besides its public operations. Each
-// accumulator's source defines this for its class, by including transfer.h.
-
-#include <velmor/matrixbase.h>
+// accumulator's source defines this for its class, by including transfer.h; accumulators.h has it
+// for MatrixBase.
 
 #include "record/shape.h"
 #include "record/statestream.h"
@@ -12,7 +11,6 @@
 
 namespace velmor {
 
-// A friend of the accumulators.
 template <class Accumulator>
 struct StateOf {
   // Whether an accumulator of this class can be of the kind.
@@ -27,16 +25,6 @@ struct StateOf {
   // Read throws StateError and std::bad_alloc.
   static void Write(const Accumulator& accumulator, StateWriter& state);
   static std::unique_ptr<Accumulator> Read(const Shape& shape, StateReader& state);
-};
-
-// Of an accumulator that is known only as a MatrixBase.
-template <>
-struct StateOf<MatrixBase> {
-  static bool Is(Kind kind);
-  static Shape GetShape(const MatrixBase& accumulator);
-  static std::unique_ptr<MatrixBase> Make(const Shape& shape);
-  static void Write(const MatrixBase& accumulator, StateWriter& state);
-  static std::unique_ptr<MatrixBase> Read(const Shape& shape, StateReader& state);
 };
 
 // What is left of the shape of an accumulator when it holds nothing.

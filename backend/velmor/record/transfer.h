@@ -8,6 +8,7 @@
 // To be included by the accumulator's source only, which also says how an empty one is made and
 // instantiates the class.
 
+#include "record/internals.h"
 #include "record/stateof.h"
 
 #include <bit>
@@ -18,25 +19,25 @@ namespace velmor {
 
 template <class Accumulator>
 bool StateOf<Accumulator>::Is(Kind kind) {
-  return kind == Accumulator::Data::kKind;
+  return kind == Internals::Data<Accumulator>::kKind;
 }
 
 template <class Accumulator>
 Shape StateOf<Accumulator>::GetShape(const Accumulator& accumulator) {
-  return accumulator._my->GetShape();
+  return Internals::DataOf(accumulator).GetShape();
 }
 
 template <class Accumulator>
 void StateOf<Accumulator>::Write(const Accumulator& accumulator, StateWriter& state) {
-  const typename Accumulator::Data& record = *accumulator._my;
-  Accumulator::Data::Transfer(record, record.GetShape(), state);
+  const Internals::Data<Accumulator>& record = Internals::DataOf(accumulator);
+  Internals::Data<Accumulator>::Transfer(record, record.GetShape(), state);
 }
 
 template <class Accumulator>
 std::unique_ptr<Accumulator> StateOf<Accumulator>::Read(const Shape& shape, StateReader& state) {
   std::unique_ptr<Accumulator> accumulator = Make(shape);
-  typename Accumulator::Data& record = *accumulator->_my;
-  Accumulator::Data::Transfer(record, shape, state);
+  Internals::Data<Accumulator>& record = Internals::DataOf(*accumulator);
+  Internals::Data<Accumulator>::Transfer(record, shape, state);
   if constexpr (requires { record._hasRegWeights; }) {
     record._hasRegWeights = shape.hasRegWeights;
   }
@@ -46,7 +47,7 @@ std::unique_ptr<Accumulator> StateOf<Accumulator>::Read(const Shape& shape, Stat
 // The number of cases, at least one, and the sums of their weights.
 template <class Record, class State>
 void TransferTotals(Record& my, const Shape& shape, State& state) {
-  state.Count(my._nRows, shape.MostRows());
+  state.Count(my._nRows, shape.Facts().mostRows);
   state.Check(my._nRows != 0, "a record of no cases");
   state.Number(my._weightSum);
   if constexpr (requires { my._regWeightSum; }) {

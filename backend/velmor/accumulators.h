@@ -1,0 +1,42 @@
+#pragma once
+
+// All classes of accumulators, listed here and nowhere else; and an accumulator that is known only
+// as a MatrixBase.
+
+#include <velmor/DiscriminantMatrix.h>
+#include <velmor/DscIndividualMatrix.h>
+#include <velmor/matrixbase.h>
+#include <velmor/matrixlistwise.h>
+#include <velmor/matrixpairwise.h>
+#include <velmor/nsmatrixlistwise.h>
+#include <velmor/nsmatrixpairwise.h>
+#include <velmor/smatrixlistwise.h>
+#include <velmor/smatrixpairwise.h>
+
+#include "record/stateof.h"
+
+#include <memory>
+
+namespace velmor {
+
+template <class... Classes>
+struct ClassList {};
+
+// What templates over accumulators are compiled for. A source takes the addresses of its functions
+// for all of them, as an explicit instantiation of each would be this list once more.
+using AllAccumulators =
+    ClassList<MatrixBase, MatrixListwise, MatrixPairwise, SMatrixListwise, NSMatrixListwise,
+              SMatrixPairwise, NSMatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix>;
+
+// Each call goes to the accumulator's own class. All but Is and Make throw std::invalid_argument
+// when that is not the library's.
+template <>
+struct StateOf<MatrixBase> {
+  static bool Is(Kind kind);
+  static Shape GetShape(const MatrixBase& accumulator);
+  static std::unique_ptr<MatrixBase> Make(const Shape& shape);
+  static void Write(const MatrixBase& accumulator, StateWriter& state);
+  static std::unique_ptr<MatrixBase> Read(const Shape& shape, StateReader& state);
+};
+
+}  // namespace velmor

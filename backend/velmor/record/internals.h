@@ -1,0 +1,28 @@
+#pragma once
+
+// The library's own way to what its public classes hold: each of them has this one friend.
+
+#include <velmor/databatch.h>
+
+namespace velmor {
+
+struct Internals {
+  // What an accumulator or a forest keeps: its record.
+  template <class Owner>
+  using Data = typename Owner::Data;
+
+  template <class Owner>
+  static Data<Owner>& DataOf(const Owner& owner) {
+    return *owner._my;
+  }
+
+  // A batch's column, of which no address is kept: the batch may go on staging rows afterwards.
+  static double* Column(DataBatch& batch, unsigned int column) {
+    const bool wasWatched = batch._isWatched;
+    double* const first = batch.Column(column);
+    batch._isWatched = wasWatched;
+    return first;
+  }
+};
+
+}  // namespace velmor
