@@ -4,15 +4,15 @@
 
 #include <velmor/databatch.h>
 
+#include <type_traits>
+#include <utility>
+
 namespace velmor {
 
 struct Internals {
   // What an accumulator or a forest keeps: its record.
   template <class Owner>
-  using Data = typename Owner::Data;
-
-  template <class Owner>
-  static Data<Owner>& DataOf(const Owner& owner) {
+  static auto& DataOf(const Owner& owner) {
     return *owner._my;
   }
 
@@ -24,5 +24,8 @@ struct Internals {
     return first;
   }
 };
+
+template <class Owner>
+using DataOf = std::remove_reference_t<decltype(Internals::DataOf(std::declval<const Owner&>()))>;
 
 }  // namespace velmor

@@ -19,7 +19,7 @@ namespace velmor {
 
 template <class Accumulator>
 bool StateOf<Accumulator>::Is(Kind kind) {
-  return kind == Internals::Data<Accumulator>::kKind;
+  return kind == DataOf<Accumulator>::kKind;
 }
 
 template <class Accumulator>
@@ -29,15 +29,15 @@ Shape StateOf<Accumulator>::GetShape(const Accumulator& accumulator) {
 
 template <class Accumulator>
 void StateOf<Accumulator>::Write(const Accumulator& accumulator, StateWriter& state) {
-  const Internals::Data<Accumulator>& record = Internals::DataOf(accumulator);
-  Internals::Data<Accumulator>::Transfer(record, record.GetShape(), state);
+  const DataOf<Accumulator>& record = Internals::DataOf(accumulator);
+  DataOf<Accumulator>::Transfer(record, record.GetShape(), state);
 }
 
 template <class Accumulator>
 std::unique_ptr<Accumulator> StateOf<Accumulator>::Read(const Shape& shape, StateReader& state) {
   std::unique_ptr<Accumulator> accumulator = Make(shape);
-  Internals::Data<Accumulator>& record = Internals::DataOf(*accumulator);
-  Internals::Data<Accumulator>::Transfer(record, shape, state);
+  DataOf<Accumulator>& record = Internals::DataOf(*accumulator);
+  DataOf<Accumulator>::Transfer(record, shape, state);
   if constexpr (requires { record._hasRegWeights; }) {
     record._hasRegWeights = shape.hasRegWeights;
   }
