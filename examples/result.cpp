@@ -6,6 +6,7 @@
 #include <velmor/smatrixlistwise.h>
 #include <velmor/smatrixpairwise.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -78,23 +79,32 @@ Statistics OfListwise(const velmor::MatrixBase& sums, std::uint64_t cases) {
           }};
 }
 
+// Whether a column varies over a pair's cases, which are some or all of its own.
+bool VariesInPair(const velmor::VarStat& column, const velmor::PairStat& pair, double squares,
+                  double mean) {
+  return column.Min() < column.Max() &&
+         (pair.NRows() == column.NRows() || velmor::Varies(squares, mean, pair.RegWeightSum()));
+}
+
+// What merges have left of squares and products where nothing varies is not taken for any.
 template <class Matrix>
-Statistics OfPairwise(const velmor::MatrixBase& sums) {
+Statistics OfPairwise(const velmor::MatrixBase& sums, bool isBlock) {
   const auto& matrix = dynamic_cast<const Matrix&>(sums);
   return {matrix.WeightSum(), matrix.RegWeightSum(),
           [&matrix](int x) {
             const velmor::VarStat& own = matrix.Var(x);
-            return Column{static_cast<std::uint64_t>(own.NRows()),
-                          own.WeightSum(),
-                          own.Mean(),
-                          own.CSS(),
-                          own.Min(),
-                          own.Max()};
+            return Column{static_cast<std::uint64_t>(own.NRows()), own.WeightSum(), own.Mean(),
+                          own.Min() < own.Max() ? own.CSS() : 0.,  own.Min(),       own.Max()};
           },
-          [&matrix](int x, int y) {
+          [&matrix, isBlock](int x, int y) {
             const velmor::PairStat& own = matrix.Pair(x, y);
-            return Pair{static_cast<std::uint64_t>(own.NRows()), own.WeightSum(), own.CSS0(),
-                        own.CSS1(), own.CSCP()};
+            const int column0 = isBlock ? std::min(x, y) : std::max(x, y);
+            const int column1 = x + y - column0;
+            const bool varies0 = VariesInPair(matrix.Var(column0), own, own.CSS0(), own.Mean0());
+            const bool varies1 = VariesInPair(matrix.Var(column1), own, own.CSS1(), own.Mean1());
+            return Pair{static_cast<std::uint64_t>(own.NRows()), own.WeightSum(),
+                        varies0 ? own.CSS0() : 0., varies1 ? own.CSS1() : 0.,
+                        varies0 && varies1 ? own.CSCP() : 0.};
           }};
 }
 
@@ -102,8 +112,8 @@ Statistics GetStatistics(const Result& result) {
   const Subject& subject = result.subject;
   const velmor::MatrixBase& sums = *result.sums;
   if (subject.isPairwise) {
-    return subject.IsBlock() ? OfPairwise<velmor::NSMatrixPairwise>(sums)
-                             : OfPairwise<velmor::SMatrixPairwise>(sums);
+    return subject.IsBlock() ? OfPairwise<velmor::NSMatrixPairwise>(sums, true)
+                             : OfPairwise<velmor::SMatrixPairwise>(sums, false);
   }
   const std::uint64_t cases = result.counts.Used();
   return subject.IsBlock() ? OfListwise<velmor::NSMatrixListwise>(sums, cases)

@@ -102,4 +102,28 @@ PairStat* PairStat::Copy() const {
   return copy.release();
 }
 
+// What squares can be when all values are c, to first order in u = 2^-53. The Init of a batch gives
+// the mean c and squares of 0.
+//
+// Means. A merge into a record of no case rounds a product and a quotient, so it moves a mean by up
+// to 2u|c|. Any other merge leaves it between the two means: their difference t is exact, the shift
+// is t times a share below 1 with a relative error of 3u, too little to pass the other mean when
+// the sum is rounded. With up to 32 of the former, means are within 64u|c| of c, and |t| <=
+// 128u|c|.
+//
+// Squares. A merge of weights a and b, which are shares p and q of a + b, adds a d^2 + b e^2. There
+// d = q t; and |e| <= |t|, but also |e| <= 2p|t|, since no double is nearer to the unrounded mean
+// than the one that it is rounded to. For b <= a that is at most b t^2 (p q + 1), for a < b at most
+// a t^2 (q + 4p) q, either way 4/3 min(a, b) t^2. Summed over all merges of N batches, min(a, b) is
+// at most W/2 log2(N), W being the weight of all: with h(p) the entropy of a choice between p and
+// q, which is at least 2 min(p, q), the sum of (a + b) h(p) is W times the entropy of the batches'
+// shares, at most log2(N). A merge into a record of no case adds b e^2 <= b (2u c)^2, 32 of them
+// 128 W (u c)^2. With N < 2^64 the squares are at most W (838 u c)^2.
+bool Varies(double squares, double mean, double weight) {
+  const DefaultFloatEnvironment environment;
+  constexpr double kLeastSpread = 0x1p-43;  // 1024u, so that other roundings do not matter
+  const double least = kLeastSpread * mean;
+  return squares > (weight * least) * least;
+}
+
 }  // namespace velmor

@@ -134,5 +134,20 @@ class PairStat {
   std::unique_ptr<PairStatData> _data;
 };
 
+// Whether the squares of a record say that its values differ. Where all are equal, squares are
+// exactly 0 after an Init, but merges round: even one into a record of no case takes the mean as
+// (mean * weight) / weight, so that three times 0.1 can have a mean beside 0.1 and squares of
+// 6e-34. This is true for squares beyond all that merges leave of equal values, which is where the
+// standard deviation sqrt(squares / weight) is larger than 2^-43 of |mean|, some 1e-13. A smaller
+// spread can't be told from none by squares. Extremes tell it exactly: values differ if min < max.
+//
+// For weights that are not negative, any number of batches merged in any order, 32 of the merges
+// that a batch passes through being into records of no case, and products of mean and weight that
+// are no subnormal numbers. False with a NaN.
+//   squares  of a variable or of one of a pair: CSS(), CSS0(), CSS1()
+//   mean     Mean(), Mean0() or Mean1()
+//   weight   RegWeightSum()
+bool Varies(double squares, double mean, double weight);
+
 }  // namespace velmor
 #pragma GCC visibility pop
