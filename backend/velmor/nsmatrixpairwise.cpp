@@ -36,7 +36,7 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
   VELMOR_ASSERT(_varStats.size() == nCols);
   const auto rows = static_cast<std::size_t>(_col1 - _col0);
   const auto columns = static_cast<std::size_t>(_col2 - _col1);
-  AddRecords(*this, data, _col0, _col2, ordered::PairShape::Rectangle(rows),
+  AddRecords(*this, data, _col0, _col2, ordered::WantedPairs::Rectangle(rows),
              [rows, columns](std::size_t first, std::size_t second) {
                return first * columns + second - rows;
              });

@@ -4,7 +4,7 @@
 #include <velmor/statistics.h>
 
 #include "ordered/floatenvironment.h"
-#include "record/presentcases.h"
+#include "record/presentmerge.h"
 
 namespace velmor {
 

@@ -10,9 +10,9 @@
 
 #include "ordered/chains.h"
 #include "ordered/merges.h"
-#include "ordered/present/pairwise.h"
+#include "ordered/present/presentcases.h"
 #include "record/block.h"
-#include "record/presentcases.h"
+#include "record/presentmerge.h"
 #include "record/transfer.h"
 
 #include <array>
@@ -136,14 +136,14 @@ class RecordSink final : public ordered::PairwiseSink {
 };
 
 // Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs
-// of the shape. When memory runs out, nothing is accumulated.
+// that are wanted. When memory runs out, nothing is accumulated.
 template <class Data, class PlaceOf>
-void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::PairShape shape,
+void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::WantedPairs wanted,
                 PlaceOf placeOf) {
   RecordSink<Data, PlaceOf> sink(my, placeOf);
   ordered::AccumulatePairwise({Block(batch, from, to), batch.NRows(), batch.Weights(),
                                batch.RegWeights(), my._work._missingCode},
-                              shape, sink);
+                              wanted, sink);
   AddTotals(my, batch);
 }
 
@@ -151,7 +151,7 @@ void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::PairShape
 template <class Data>
 void AddTriangleOfRecords(Data& my, DataBatch& batch, int from, int to) {
   AddRecords(
-      my, batch, from, to, ordered::PairShape::Triangle(),
+      my, batch, from, to, ordered::WantedPairs::Triangle(),
       [](std::size_t first, std::size_t second) { return first * (first - 1) / 2 + second; });
 }
 

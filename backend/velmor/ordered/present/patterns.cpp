@@ -55,15 +55,15 @@ Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows
   return {count, list.data()};
 }
 
-Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape shape,
+Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, WantedPairs wanted,
                    Workspace& workspace)
     : _lanes(engine.panel),
       _rows(cases.rows),
-      _shape(shape),
+      _wanted(wanted),
       _words((cases.rows + kStripRows - 1) / kStripRows * (kStripRows / 64)),
       _bits(workspace.Take<std::uint64_t>(cases.columns.count * _words)),
       _present(workspace.Take<std::size_t>(cases.columns.count)),
-      _groups(workspace.Take<Group>(cases.columns.count + 2)) {
+      _sets(workspace.Take<ColumnSet>(cases.columns.count + 2)) {
   const std::size_t columns = cases.columns.count;
   auto* const order = workspace.Take<std::uint32_t>(columns);
   auto* const others = workspace.Take<std::uint32_t>(columns);
@@ -76,12 +76,12 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
             [this](std::uint32_t a, std::uint32_t b) { return IsBefore(a, b); });
   std::size_t nOthers = 0;
   for (std::size_t from = 0, to = 0; from < columns; from = to) {
-    while (to < columns && AreOfOneGroup(order[from], order[to])) {
+    while (to < columns && AreOfOneSet(order[from], order[to])) {
       ++to;
     }
     const std::size_t present = _present[order[from]];
     if (present == _rows || (present != 0 && to - from >= kWidePattern)) {
-      AddGroup({order + from, to - from});
+      AddSet({order + from, to - from});
     } else if (present != 0) {
       std::copy(order + from, order + to, others + nOthers);
       nOthers += to - from;
@@ -90,11 +90,11 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, PairShape s
   _wide = _all;
   std::sort(others, others + nOthers);
   const auto second = static_cast<std::size_t>(
-      std::lower_bound(others, others + nOthers, shape.firstRange) - others);
+      std::lower_bound(others, others + nOthers, wanted.firstRange) - others);
   for (const auto& range :
        {std::span(others, second), std::span(others + second, nOthers - second)}) {
     if (!range.empty()) {
-      AddGroup(range);
+      AddSet(range);
     }
   }
 }
@@ -106,8 +106,8 @@ bool Patterns::HaveSameCases(std::size_t a, std::size_t b) const {
 
 // Ranges one after the other, like columns side by side, and in ascending order.
 bool Patterns::IsBefore(std::uint32_t a, std::uint32_t b) const {
-  const bool isFirstA = a < _shape.firstRange;
-  const bool isFirstB = b < _shape.firstRange;
+  const bool isFirstA = a < _wanted.firstRange;
+  const bool isFirstB = b < _wanted.firstRange;
   if (isFirstA != isFirstB) {
     return isFirstA;
   }
@@ -118,9 +118,9 @@ bool Patterns::IsBefore(std::uint32_t a, std::uint32_t b) const {
   return order != 0 ? order < 0 : a < b;
 }
 
-void Patterns::AddGroup(std::span<const std::uint32_t> columns) {
+void Patterns::AddSet(std::span<const std::uint32_t> columns) {
   const auto panels = static_cast<unsigned>((columns.size() + _lanes - 1) / _lanes);
-  _groups[_all++] = {columns, _panels, panels, _present[columns[0]] == _rows};
+  _sets[_all++] = {columns, _panels, panels, _present[columns[0]] == _rows};
   _panels += panels;
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-// Which cases the columns of a batch lack, and the columns grouped by that.
+// Which cases the columns of a batch lack, and the columns that lack the same ones.
 
 #include "ordered/engine.h"
-#include "ordered/present/pairwise.h"
+#include "ordered/present/presentcases.h"
 #include "ordered/workspace.h"
 
 #include <array>
@@ -14,7 +14,7 @@
 namespace velmor::ordered {
 
 // Columns in ascending order, in panels of their own.
-struct Group {
+struct ColumnSet {
   std::span<const std::uint32_t> columns;
   unsigned firstPanel;
   unsigned panels;
@@ -26,13 +26,14 @@ using RowList = std::array<std::uint8_t, kStripRows>;
 
 class Patterns {
  public:
-  Patterns(const Engine& engine, const PairwiseCases& cases, PairShape shape, Workspace& workspace);
+  Patterns(const Engine& engine, const PairwiseCases& cases, WantedPairs wanted,
+           Workspace& workspace);
 
-  // Groups of columns that are present in the same cases, at least one: large enough to be taken
+  // Sets of columns that are present in the same cases, at least one: large enough to be taken
   // together. In a rectangle, those of the first range come first.
-  std::span<const Group> Wide() const { return {_groups, _wide}; }
+  std::span<const ColumnSet> Wide() const { return {_sets, _wide}; }
   // The other columns that are present at all; in a rectangle, those of each range.
-  std::span<const Group> Others() const { return {_groups + _wide, _all - _wide}; }
+  std::span<const ColumnSet> Others() const { return {_sets + _wide, _all - _wide}; }
   unsigned Panels() const { return _panels; }
 
   // Bit row % 64 of word row / 64: whether the column is present in the row.
@@ -42,19 +43,19 @@ class Patterns {
   bool HaveSameCases(std::size_t a, std::size_t b) const;
 
  private:
-  bool AreOfOneGroup(std::uint32_t a, std::uint32_t b) const {
-    return (a < _shape.firstRange) == (b < _shape.firstRange) && HaveSameCases(a, b);
+  bool AreOfOneSet(std::uint32_t a, std::uint32_t b) const {
+    return (a < _wanted.firstRange) == (b < _wanted.firstRange) && HaveSameCases(a, b);
   }
   bool IsBefore(std::uint32_t a, std::uint32_t b) const;
-  void AddGroup(std::span<const std::uint32_t> columns);
+  void AddSet(std::span<const std::uint32_t> columns);
 
   unsigned _lanes;
   std::size_t _rows;
-  PairShape _shape;
+  WantedPairs _wanted;
   std::size_t _words;
   std::uint64_t* _bits;
   std::size_t* _present;
-  Group* _groups;
+  ColumnSet* _sets;
   std::size_t _wide = 0;
   std::size_t _all = 0;
   unsigned _panels = 0;

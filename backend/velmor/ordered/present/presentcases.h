@@ -43,12 +43,17 @@ struct PairwiseCases {
 
 // Which pairs of columns are wanted. Of all columns, the higher one is a pair's first variable. Of
 // two ranges, one column of each, that of the first range is.
-struct PairShape {
+struct WantedPairs {
   bool isRectangle = false;
   std::size_t firstRange = 0;  // columns of the first range, of two
 
-  static PairShape Triangle() { return {}; }
-  static PairShape Rectangle(std::size_t firstRange) { return {true, firstRange}; }
+  static WantedPairs Triangle() { return {}; }
+  static WantedPairs Rectangle(std::size_t firstRange) { return {true, firstRange}; }
+
+  // Whether the pair's first variable is the column and its second one the other.
+  bool IsPair(std::size_t column, std::size_t other) const {
+    return isRectangle ? column < firstRange && other >= firstRange : column > other;
+  }
 };
 
 // Takes the results, in any order. Of variables and pairs without a case there are none.
@@ -61,6 +66,6 @@ class PairwiseSink {
 
 // Uses the thread's workspace; throws std::bad_alloc before the first result or not at all.
 // O(columns^2 * rows).
-void AccumulatePairwise(const PairwiseCases& cases, PairShape shape, PairwiseSink& sink);
+void AccumulatePairwise(const PairwiseCases& cases, WantedPairs wanted, PairwiseSink& sink);
 
 }  // namespace velmor::ordered

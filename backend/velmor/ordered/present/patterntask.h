@@ -1,0 +1,91 @@
+#pragma once
+
+// Pairs of columns of two patterns, or of one. All of them have the same cases; over those rows
+// they are like a matrix block without missing values.
+
+#include "ordered/present/packedbatch.h"
+
+#include <cstddef>
+#include <span>
+
+namespace velmor::ordered {
+
+// Where the running sums of a task are. Its columns stand in panels, a's before b's: place i is
+// lane i % panel of panel i / panel.
+struct PatternSums {
+  std::span<double> moments;   // kMomentFields fields of each panel
+  std::span<double> means;     // of each place
+  std::span<double> sums;      // likewise, of the centred values: nobody asks for them
+  std::span<double> squares;   // likewise
+  std::span<double> triangle;  // of one pattern: tiles of all pairs of panels
+  // Of two patterns: the tile of panel i of a and j of b at i * b's panels + j; where a's columns
+  // are the pairs' first variables, and where b's are.
+  std::span<double> aFirst;
+  std::span<double> bFirst;
+};
+
+// The pairs, and their variables where those have the same cases.
+class PatternTask {
+ public:
+  // a and b may be the same set. The batch has to live as long.
+  PatternTask(const PackedBatch& batch, const ColumnSet& a, const ColumnSet& b, bool hasVariables);
+
+  // Doubles of running sums, all zero at first, which each step is given.
+  std::size_t Size() const {
+    return _places * (kMomentFields + 3) + (_triangle + 2 * _rectangle) * TileSize();
+  }
+  // Whether Sum reads panels. A complete pattern's sums are taken from the columns.
+  bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
+
+  // The four steps: the sums of each strip, their means, the products of each strip, the results.
+  //   scratch  room for centred panels, twice as many as the task has
+  void Sum(Strip strip, double* sums, double* scratch);
+  void FinishMeans(double* sums) const;
+  void Multiply(Strip strip, double* sums, double* scratch) const;
+  void HandOver(double* sums, PairwiseSink& sink) const;
+
+ private:
+  bool IsOnePattern() const { return _a == _b; }
+  bool HasTriangle() const { return IsOnePattern() && !_batch->wanted.isRectangle; }
+  std::size_t Lanes() const { return _batch->engine.panel; }
+  std::size_t TileSize() const { return Lanes() * Lanes(); }
+  std::size_t Panels() const { return _places / Lanes(); }
+  const double* Panel(std::size_t panel) const {
+    return _batch->Panel(panel < _a->panels ? _a->firstPanel + panel
+                                            : _b->firstPanel + panel - _a->panels);
+  }
+  PatternSums SumsAt(double* first) const;
+  // A place's first moment; the others follow a panel apart.
+  double* MomentsOf(const PatternSums& sums, std::size_t place) const;
+  // A set's column among the places.
+  std::size_t PlaceOf(const ColumnSet& set, std::size_t column) const {
+    return (&set == _a ? 0 : _a->panels * Lanes()) + column;
+  }
+  double SquaresOf(const PatternSums& sums, std::size_t place) const;
+
+  Rows RowsOf(Strip strip, RowList& list) const;
+  void SumColumns(const PatternSums& sums);
+  void SumPanels(Strip strip, const PatternSums& sums);
+  void MultiplyPatterns(std::size_t rows, const double* values, const double* weighted,
+                        const PatternSums& sums) const;
+  void MultiplyRow(std::size_t i, bool isAFirst, std::size_t rows, const double* aPanel,
+                   const double* bPanels, std::span<double> tiles) const;
+  bool HasPairs(std::size_t i, std::size_t j, bool isAFirst) const;
+  void HandOverVariables(const ColumnSet& set, const PatternSums& sums, PairwiseSink& sink) const;
+  void HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums,
+                    PairwiseSink& sink) const;
+
+  const PackedBatch* _batch;
+  const ColumnSet* _a;
+  const ColumnSet* _b;
+  bool _hasVariables;
+  std::size_t _places;
+  std::size_t _triangle;   // tiles of PatternSums::triangle
+  std::size_t _rectangle;  // of aFirst, and of bFirst
+  CommonCases _common;
+};
+
+// All that is asked of two patterns, or of one.
+std::span<PatternTask> PatternTasks(const PackedBatch& batch, Workspace& workspace);
+
+}  // namespace velmor::ordered
