@@ -115,6 +115,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   benchmark::AddCustomContext("compiler", VELMOR_COMPILER);
+  benchmark::AddCustomContext("flags", VELMOR_FLAGS);
   bench::Register();
   benchmark::RunSpecifiedBenchmarks();
 }
