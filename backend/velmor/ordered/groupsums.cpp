@@ -4,6 +4,7 @@
 #include "ordered/engine.h"
 #include "ordered/panels.h"
 #include "ordered/tiles.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

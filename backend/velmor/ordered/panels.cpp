@@ -8,16 +8,9 @@
 
 namespace velmor::ordered {
 
-namespace {
-// Columns whose panels of a strip of rows take less than half of a second-level cache of half a
-// megabyte.
-constexpr unsigned kResidentColumns = 128;
-}  // namespace
-
 const Engine& EngineFor(std::size_t columns) {
   const Engine& active = Active();
-  const bool areFew = 2 * columns <= std::size_t{3} * active.panel;
-  return areFew && active.narrower != nullptr ? *active.narrower : active;
+  return columns <= active.fewColumns ? *active.narrower : active;
 }
 
 Panels::Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace)

@@ -4,6 +4,7 @@
 
 #include "ordered/cases.h"
 #include "ordered/engine.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <array>
@@ -11,9 +12,7 @@
 
 namespace velmor::ordered {
 
-// The engine for a problem of so many columns: the active one, or a narrower one for up to one and
-// a half of its panels, of which the second one's lanes would be half empty (12 columns: 237
-// against 212 parts in a thousand of a Zen 4 core's limit).
+// The engine for a problem of so many columns: the active one, or its narrower one for few.
 const Engine& EngineFor(std::size_t columns);
 
 // Columns of a batch, and one strip of their rows in panels. The last panel may have fewer columns

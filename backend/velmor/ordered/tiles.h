@@ -4,6 +4,7 @@
 
 #include "ordered/cases.h"
 #include "ordered/panels.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

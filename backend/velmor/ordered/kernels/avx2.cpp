@@ -13,6 +13,7 @@ struct Avx2 {
   static constexpr unsigned kDiagonalLanes = 4;
   static constexpr unsigned kMomentPanels = 3;
   static constexpr unsigned kPairPanels = 2;
+  static constexpr unsigned kFewColumns = 0;
   static constexpr bool kMasksAdditions = false;
   static constexpr bool kFoldsBroadcasts = false;
 };

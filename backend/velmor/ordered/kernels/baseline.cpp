@@ -13,6 +13,7 @@ struct Baseline {
   static constexpr unsigned kDiagonalLanes = 2;
   static constexpr unsigned kMomentPanels = 2;
   static constexpr unsigned kPairPanels = 1;
+  static constexpr unsigned kFewColumns = 0;
   static constexpr bool kMasksAdditions = false;
   static constexpr bool kFoldsBroadcasts = false;
 };

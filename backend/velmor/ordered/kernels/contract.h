@@ -3,29 +3,50 @@
 // The engine: a table of kernels for each instruction set. Each kernel is written once, as a
 // template of the file named in its comment, and compiled once for every set.
 //
-// A kernel works on panels. A panel interleaves some columns of a strip of rows: one row of it is
-// one or a few vectors. A lane of a vector belongs to one column, one pair of columns or one cell
-// and holds the whole of its running sum, never a part of it. So the bits are those of the plain
-// loops (chains.h), whatever the width of the vectors.
+// A lane of a vector belongs to one column, one pair of columns or one cell and holds the whole of
+// its running sum, never a part of it. So the bits are those of the plain loops (chains.h),
+// whatever the width of the vectors.
 //
-// For all kernels: panels are aligned to 64 bytes, results to a vector or better, and they do not
-// overlap; `panel` lanes stand side by side; running sums are read, continued and written back, so
-// that rows can be cut into strips anywhere. Lanes beyond a panel's columns may hold anything.
-// Kernels keep no state, allocate nothing, throw nothing.
+// A panel interleaves Engine::panel columns of a strip of rows, so that a row of it is one vector
+// or a few. Of three columns x, y, z, with four lanes:
+//
+//   row 0   x[0] y[0] z[0]  ?
+//   row 1   x[1] y[1] z[1]  ?      panel[row * Engine::panel + lane]
+//   row 2   x[2] y[2] z[2]  ?
+//
+// The fourth lane has no column. All lanes are read, so its memory has to be there, but may hold
+// anything, NaN included. What a kernel computes for such a lane means nothing. Adjacent panels are
+// `stride` doubles apart, at least the size of one.
+//
+// A tile has a cell for each pair of a column of panel a and a column of panel b; of Engine::panel
+// squared cells, whatever the columns. Adjacent tiles have the same panel a.
+//
+//                    b's lane 0  1  2  3
+//   a's lane 0             [ 0  1  2  3 ]
+//   a's lane 1             [ 4  5  6  7 ]      tile[lane of a * Engine::panel + lane of b]
+//   a's lane 2             [ 8  9 10 11 ]
+//   a's lane 3             [12 13 14 15 ]
+//
+// For all kernels, unless the kernel's comment says otherwise:
+// - Alignment: none but a double's. Panels, tiles and sums that begin at a multiple of 64 bytes are
+//   quicker, since none of their vectors lies in two cache lines; scratch memory does.
+// - Overlap: what is written overlaps nothing else. What is only read may be the same twice.
+// - No rows, columns, panels or cells: nothing is read and nothing is written.
+// - Running sums are read, continued and written back, so that rows can be cut into strips
+//   anywhere, also into strips without rows. They have to be set before the first strip.
+// - Rounding is to nearest, and subnormal numbers are kept (floatenvironment.h).
+// - A kernel keeps no state, allocates nothing, throws nothing and calls nothing.
 
 #include <cstddef>
 #include <cstdint>
 
 namespace velmor::ordered {
 
-// A strip is so many adjacent rows of a batch, or fewer: few enough that some panels fit into the
-// first-level cache, enough that loading and storing the sums of a tile (3 % of its time) does not
-// matter.
-constexpr std::size_t kStripRows = 192;
 // Most columns that any set's panel has.
 constexpr unsigned kMaxPanel = 8;
 
-// Some rows of a strip, ascending. Without a list, all of the first `count`.
+// Some rows of a strip: ascending, each of them once. Without a list, all of the first `count`.
+// What is in other rows is never read.
 struct Rows {
   std::size_t count;
   const std::uint8_t* list;
@@ -83,58 +104,72 @@ struct Engine {
   bool narrowsDiagonals;
   // The set for problems of few columns, with panels half as wide; null where there is none.
   const Engine* narrower;
+  // Most columns of a problem that the narrower set is for.
+  unsigned fewColumns;
 
-  // packing.h. panel[row * Engine::panel + lane] = column lane's value.
-  //   columns   Engine::panel addresses of a strip's first row
-  //   weighted  a second panel, of weights[row] times that; null when not wanted
+  // packing.h. panel[row * Engine::panel + lane] = column lane's value, in all lanes.
+  //   columns   Engine::panel addresses of a strip's first row; some may be the same
+  //   weighted  a second panel, of weights[row] times that; null when not wanted, and then the
+  //             weights are not read
   void (*Pack)(const double* const* columns, std::size_t rows, const double* weights, double* panel,
                double* weighted);
 
   // packing.h. Subtracts means[i] from a strip of rows of columns[i], in place, i < count.
+  //   columns  no two the same
   void (*CenterColumns)(double* const* columns, unsigned count, std::size_t rows,
                         const double* means);
 
-  // packing.h. The rows of `from`, one after the other, less the centers in `panel`; and in
-  // `weighted` times weights[i] for the i-th.
+  // packing.h. The rows of the panel `from`, one after the other, less the centers in `panel`; and
+  // in `weighted` times weights[i] for the i-th of them. All lanes are written.
+  //   centers  Engine::panel
   void (*Center)(const double* from, Rows rows, const double* centers, const double* weights,
                  double* panel, double* weighted);
 
-  // moments.h. The moments of all rows of columns, kMomentFields fields for each of `count` panels.
-  //   columns   Engine::panel addresses of row 0 for each panel
+  // moments.h. The moments of all rows of columns, kMomentFields fields for each of `count` panels,
+  // in all lanes. They need no value before; without a row they get none.
+  //   columns   Engine::panel addresses of row 0 for each panel; some may be the same. A panel is
+  //             quickest where all of them leave their leading runs.
   //   weights   of the rows; null: 1 each
-  //   weightSum  of the weights, a running sum, as it was without weights; null when not wanted
+  //   weightSum  of the weights, a running sum; null when not wanted. Without weights or panels it
+  //             stays as it was.
   void (*ColumnMoments)(const double* const* columns, unsigned count, std::size_t rows,
                         const double* weights, double* moments, double* weightSum);
 
-  // moments.h. Takes rows of adjacent panels, `stride` doubles apart, into their columns' moments.
-  //   weights   by row of the panel
-  //   isFirst   whether no row has been taken yet; the moments need no value then
-  //   weightSum  of the rows' weights, a running sum; null when not wanted
+  // moments.h. Takes rows of adjacent panels into their columns' moments, in all lanes.
+  //   weights   by row of the panel; null: 1 each
+  //   isFirst   whether no row has been taken yet; the moments need no value then. It holds until
+  //             there has been a row.
+  //   weightSum  as above, of the rows' weights
   void (*PanelMoments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                        const double* weights, bool isFirst, double* moments, double* weightSum);
 
-  // products.h. For column r < columns of a and column c of panel p < panels,
+  // products.h. For column r < columns of a and every lane c of panel p < panels,
   //   cells[(p * panel + r) * panel + c] += a[row * panel + r] * b[p * stride + row * panel + c]
-  // for row = 0, 1, ... rows - 1, product and sum rounded apart.
+  // for row = 0, 1, ... rows - 1, product and sum rounded apart. Where the columns are odd, the
+  // next row of each tile is read and written as well; other rows are not.
+  //   columns  at least 1 and at most Engine::panel
+  //   panels   at least 1 and at most tilePanels
+  //   a        may be one of the panels b, as without weights, where a panel is both operands
+  //   cells    tiles; written, as they were, also without rows
   void (*Products)(const double* a, unsigned columns, const double* b, unsigned panels,
                    std::size_t stride, std::size_t rows, double* cells);
 
-  // products.h. The same for one panel b, of which only the cells with c <= r are wanted; the
-  // others come out right or not at all.
+  // products.h. The same for one panel b, of which only the cells with c <= r are wanted. The other
+  // cells of the rows that Products writes come out right or stay as they were.
   void (*DiagonalProducts)(const double* a, unsigned columns, const double* b, std::size_t rows,
                            double* cells);
 
-  // sums.h. With t = value * weights[row], adds t to sums and t * value to squares for each
-  // column of adjacent panels, whose sums are `sumsStride` apart.
+  // sums.h. With t = value * weights[row], adds t to sums and t * value to squares for each lane of
+  // adjacent panels, whose sums are `sumsStride` apart.
   //   weights   by row of the panel; null: 1 each
   void (*PanelSums)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                     const double* weights, std::size_t sumsStride, double* sums, double* squares);
 
   // presence.h. Sets bit row % 64 of bits[row / 64] where x[row] is not the missing code, and
-  // clears the other bits of these words. Returns how many are set.
+  // clears the other bits of these words; they need no value before. Returns how many are set.
   std::size_t (*Presence)(const double* x, std::size_t rows, double missingCode,
                           std::uint64_t* bits);
-  // presence.h. The bits set in both.
+  // presence.h. The number of bits set in both.
   std::size_t (*CountBoth)(const std::uint64_t* a, const std::uint64_t* b, std::size_t words);
 
   // presence.h. Sets bit row % 64 of bits[row / 64] where x[row] is equal to the value, or where it
@@ -142,35 +177,44 @@ struct Engine {
   void (*MarkEqual)(const double* x, std::size_t rows, double value, std::uint64_t* bits);
 
   // presence.h. Lowers *min and raises *max, both the first value present, to the extremes of all
-  // that are. A later value counts where it is strictly further out, so NaNs don't.
+  // that are. A later value counts where it is strictly further out, so NaNs don't. At least one
+  // value is present.
   void (*PresentExtremes)(const double* x, std::size_t rows, double missingCode, double* min,
                           double* max);
 
-  // pairs.h. Takes a variable's rows into the sums of its pairs with each column of adjacent
-  // panels, of raw values, kPairFields fields a panel, all zero at first. A row in which the
-  // panel's column has the missing code is left out.
-  //   isComplete  whether there is none
+  // pairs.h. Takes a variable's rows into the sums of its pairs with each lane of adjacent panels
+  // of raw values, kPairFields fields a panel, each +0 at first. A row in which the lane has the
+  // missing code is left out; x's values are not compared with it, so x.rows leaves out its own.
+  //   x           its rows may be a part of a strip; whether it has case weights is the same in all
+  //               calls for a pair
+  //   isComplete  whether no column of the panels lacks any of the rows, in all calls for a pair;
+  //               lanes without a column are then as good as complete
   void (*PairSums)(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
                    std::size_t stride, double* pairs);
   // pairs.h. Turns the sums of one panel's pairs into means, and clears the fields of squares and
-  // products.
+  // products. The sums of weights stay.
   void (*PairMeans)(double* pairs);
   // pairs.h. With u the weight and d0, d1 the distances from the pair's means, adds (u * d0) * d0,
   // (u * d1) * d1 and (u * d0) * d1 - or, unless x is the pair's first variable, (u * d1) * d0.
+  // The other arguments are those of PairSums, for the same rows.
   void (*PairProducts)(const PairVariable& x, bool isFirst, bool isComplete, const double* panels,
                        unsigned count, std::size_t stride, double* pairs);
 
-  // merging.h. The operations of ordered/merges.h of these names.
+  // merging.h. The operations of ordered/merges.h of these names. d and cellsB may be the cells
+  // themselves.
   void (*AddCells)(const double* d, std::size_t count, double* cells);
   void (*MergeRow)(const double* shiftsA, const double* shiftsB, double factorA, double factorB,
                    const double* cellsB, std::size_t count, double* cellsA);
-  // merging.h. Merges pairs b[i] into a[i], each eight doubles: a count, which is not touched, then
-  // the fields of PairStatData. Asks nothing of the counts: leave pairs without cases out.
+  // merging.h. Merges pairs b[i] into a[i], each eight doubles: a count, then the fields of
+  // PairStatData. The count is read, and written back as it was. Asks nothing of the counts: leave
+  // pairs without cases out.
+  //   a  no two the same
+  //   b  b[i] may be a[i] itself, but overlaps no other a
   void (*MergePairs)(double* const* a, const double* const* b, std::size_t count);
 
-  // transposition.h. to[i] = the i-th double from any address on, i < count.
+  // transposition.h. to[i] = the i-th double from any address on, of whatever alignment, i < count.
   void (*Copy)(const void* from, std::size_t count, double* to);
-  // transposition.h. to[c * stride + r] = from[r][c] for r < rows, c < columns.
+  // transposition.h. to[c * stride + r] = from[r][c] for r < rows, c < columns; nothing between.
   void (*Transpose)(const double* const* from, std::size_t rows, std::size_t columns,
                     std::size_t stride, double* to);
 };

@@ -9,6 +9,7 @@
 //   kDiagonalLanes  the narrowest vectors that a diagonal tile takes
 //   kMomentPanels, kPairPanels  panels taken at once where each lane has a chain or more of its
 //                   own: as many as hide an addition's latency and still fit into the registers
+//   kFewColumns     most columns of a problem that the narrower set takes, if there is one
 //   kMasksAdditions   whether an addition can leave lanes as they are
 //   kFoldsBroadcasts  whether a multiplication can broadcast its operand from memory
 
@@ -32,6 +33,7 @@ constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
           Set::kTilePanels,
           Set::kDiagonalLanes < Set::kPanel,
           narrower,
+          Set::kFewColumns,
           Pack<Set>,
           CenterColumns<Set>,
           Center<Set>,

@@ -11,7 +11,7 @@ template <class Set>
 void AddCells(const double* d, std::size_t count, double* cells) {
   std::size_t i = 0;
   for (; i + Set::kLanes <= count; i += Set::kLanes) {
-    Store<Set>(Load<Set>(d + i) + Load<Set>(cells + i), cells + i);
+    StoreVector<Set>(LoadVector<Set>(d + i) + LoadVector<Set>(cells + i), cells + i);
   }
   for (; i < count; ++i) {
     cells[i] = d[i] + cells[i];
@@ -26,9 +26,9 @@ void MergeRow(const double* shiftsA, const double* shiftsB, double factorA, doub
   };
   std::size_t j = 0;
   for (; j + Set::kLanes <= count; j += Set::kLanes) {
-    Store<Set>(merged(Load<Set>(shiftsA + j), Load<Set>(shiftsB + j), Load<Set>(cellsB + j),
-                      Load<Set>(cellsA + j)),
-               cellsA + j);
+    StoreVector<Set>(merged(LoadVector<Set>(shiftsA + j), LoadVector<Set>(shiftsB + j),
+                            LoadVector<Set>(cellsB + j), LoadVector<Set>(cellsA + j)),
+                     cellsA + j);
   }
   for (; j < count; ++j) {
     cellsA[j] = merged(shiftsA[j], shiftsB[j], cellsB[j], cellsA[j]);
@@ -74,7 +74,7 @@ struct PairRecords {
       TransposeVectors<Set>(field[part]);
 #pragma GCC unroll 8
       for (unsigned i = 0; i < Set::kLanes; ++i) {
-        Store<Set>(field[part][i], records[i] + part * Set::kLanes);
+        StoreVector<Set>(field[part][i], records[i] + part * Set::kLanes);
       }
     }
   }

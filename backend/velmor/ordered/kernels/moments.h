@@ -5,6 +5,7 @@
 
 #include "ordered/kernels/contract.h"
 #include "ordered/kernels/vectors.h"
+#include "ordered/tuning.h"
 
 namespace velmor::ordered {
 
@@ -18,8 +19,8 @@ struct RowsOfPanels {
 
   std::size_t Row(std::size_t i) const { return RowAt<Set>(rows, i); }
   Vector<Set> Get(std::size_t i, unsigned v) const {
-    return Load<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel +
-                     v % kParts * Set::kLanes);
+    return LoadVector<Set>(panels + v / kParts * stride + Row(i) * Set::kPanel +
+                           v % kParts * Set::kLanes);
   }
   // As many rows as a vector has lanes.
   void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
@@ -66,8 +67,8 @@ struct MomentVectors {
   template <class Source>
   void Start(const Source& source) {
     for (unsigned v = 0; v < kVectors; ++v) {
-      Store<Set>(source.Get(0, v), Field(v, kRunValue));
-      Store<Set>(Vector<Set>{}, Field(v, kRunWeight));
+      StoreVector<Set>(source.Get(0, v), Field(v, kRunValue));
+      StoreVector<Set>(Vector<Set>{}, Field(v, kRunWeight));
       sum[v] = Vector<Set>{};
       min[v] = max[v] = source.Get(0, v);
       ended[v] = Mask<Set>{};
@@ -76,18 +77,18 @@ struct MomentVectors {
   [[gnu::always_inline]] void Get() {
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
-      sum[v] = Load<Set>(Field(v, kSum));
-      min[v] = Load<Set>(Field(v, kMin));
-      max[v] = Load<Set>(Field(v, kMax));
+      sum[v] = LoadVector<Set>(Field(v, kSum));
+      min[v] = LoadVector<Set>(Field(v, kMin));
+      max[v] = LoadVector<Set>(Field(v, kMax));
       ended[v] = LoadMask<Set>(Field(v, kRunEnded));
     }
   }
   [[gnu::always_inline]] void Put() const {
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
-      Store<Set>(sum[v], Field(v, kSum));
-      Store<Set>(min[v], Field(v, kMin));
-      Store<Set>(max[v], Field(v, kMax));
+      StoreVector<Set>(sum[v], Field(v, kSum));
+      StoreVector<Set>(min[v], Field(v, kMin));
+      StoreVector<Set>(max[v], Field(v, kMax));
       StoreMask<Set>(ended[v], Field(v, kRunEnded));
     }
   }
@@ -118,9 +119,10 @@ struct MomentVectors {
   }
   void TakeWithRun(unsigned v, double weight, Vector<Set> x) {
     double* const runWeight = Field(v, kRunWeight);
-    ended[v] = ended[v] | ~(x == Load<Set>(Field(v, kRunValue)));
+    ended[v] = ended[v] | ~(x == LoadVector<Set>(Field(v, kRunValue)));
     sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
-    Store<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), Load<Set>(runWeight)), runWeight);
+    StoreVector<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), LoadVector<Set>(runWeight)),
+                     runWeight);
     TakeExtremes(v, x);
   }
 };
@@ -220,9 +222,7 @@ template <class Set>
 void ColumnMoments(const double* const* columns, unsigned count, std::size_t rows,
                    const double* weights, double* moments, double* weightSum) {
   using Source = RowsOfColumns<Set>;
-  // Eight columns: as many lines as a set of a first-level cache holds, which columns that are a
-  // power of two apart share.
-  ContinueAllMoments<Set, Source, 8 / Set::kPanel>(
+  ContinueAllMoments<Set, Source, kColumnsAtOnce / Set::kPanel>(
       count, [=](unsigned p) { return Source{columns + std::size_t{p} * Set::kPanel}; }, rows,
       weights, true, moments, weightSum);
 }

@@ -20,9 +20,9 @@ void PackPanel(const double* const* columns, std::size_t rows, const double* wei
 #pragma GCC unroll 8
       for (unsigned i = 0; i < kLanes; ++i) {
         const std::size_t to = (row + i) * kPanel + first;
-        Store<Set>(v[i], panel + to);
+        StoreVector<Set>(v[i], panel + to);
         if constexpr (kWeighted) {
-          Store<Set>(Broadcast<Set>(weights[row + i]) * v[i], weighted + to);
+          StoreVector<Set>(Broadcast<Set>(weights[row + i]) * v[i], weighted + to);
         }
       }
     }
@@ -52,7 +52,7 @@ void CenterColumns(double* const* columns, unsigned count, std::size_t rows, con
     double* const x = columns[i];
     std::size_t row = 0;
     for (; row + kLanes <= rows; row += kLanes) {
-      Store<Set>(Load<Set>(x + row) - Broadcast<Set>(means[i]), x + row);
+      StoreVector<Set>(LoadVector<Set>(x + row) - Broadcast<Set>(means[i]), x + row);
     }
     for (; row < rows; ++row) {
       x[row] = x[row] - means[i];
@@ -65,12 +65,12 @@ void Center(const double* from, Rows rows, const double* centers, const double* 
             double* panel, double* weighted) {
   constexpr unsigned kPanel = Set::kPanel;
   for (unsigned first = 0; first < kPanel; first += Set::kLanes) {
-    const Vector<Set> center = Load<Set>(centers + first);
+    const Vector<Set> center = LoadVector<Set>(centers + first);
     for (std::size_t i = 0; i < rows.count; ++i) {
       const std::size_t row = RowAt<Set>(rows, i);
-      const Vector<Set> centered = Load<Set>(from + row * kPanel + first) - center;
-      Store<Set>(centered, panel + i * kPanel + first);
-      Store<Set>(Broadcast<Set>(weights[i]) * centered, weighted + i * kPanel + first);
+      const Vector<Set> centered = LoadVector<Set>(from + row * kPanel + first) - center;
+      StoreVector<Set>(centered, panel + i * kPanel + first);
+      StoreVector<Set>(Broadcast<Set>(weights[i]) * centered, weighted + i * kPanel + first);
     }
   }
 }

@@ -16,8 +16,8 @@ struct PairVector {
   double* fields;
 
   double* At(unsigned field) const { return fields + field * Set::kPanel; }
-  Vector<Set> Get(unsigned field) const { return Load<Set>(At(field)); }
-  void Put(unsigned field, Vector<Set> v) const { Store<Set>(v, At(field)); }
+  Vector<Set> Get(unsigned field) const { return LoadVector<Set>(At(field)); }
+  void Put(unsigned field, Vector<Set> v) const { StoreVector<Set>(v, At(field)); }
   Mask<Set> GetMask(unsigned field) const { return LoadMask<Set>(At(field)); }
   void PutMask(unsigned field, Mask<Set> m) const { StoreMask<Set>(m, At(field)); }
 };
@@ -31,7 +31,8 @@ struct PairPanels {
   double* pairs;
 
   Vector<Set> Values(std::size_t row, unsigned v) const {
-    return Load<Set>(panels + v / kParts * stride + row * Set::kPanel + v % kParts * Set::kLanes);
+    return LoadVector<Set>(panels + v / kParts * stride + row * Set::kPanel +
+                           v % kParts * Set::kLanes);
   }
   PairVector<Set> Pairs(unsigned v) const {
     return {pairs + v / kParts * kPairFields * Set::kPanel + v % kParts * Set::kLanes};

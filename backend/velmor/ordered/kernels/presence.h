@@ -45,7 +45,7 @@ template <class Set, class Is>
     Mask<Set> places = first;
     Mask<Set> marked{};
     for (std::size_t i = 0; i < whole; i += kLanes, places <<= kLanes) {
-      marked |= is(Load<Set>(x + i)) & places;
+      marked |= is(LoadVector<Set>(x + i)) & places;
     }
     std::uint64_t word = 0;
     for (unsigned lane = 0; lane < kLanes; ++lane) {
@@ -104,7 +104,7 @@ void PresentExtremes(const double* x, std::size_t rows, double missingCode, doub
   Vector<Set> lows = Broadcast<Set>(*min);
   Vector<Set> highs = Broadcast<Set>(*max);
   for (std::size_t row = 0; row < whole; row += kLanes) {
-    const Vector<Set> values = Load<Set>(x + row);
+    const Vector<Set> values = LoadVector<Set>(x + row);
     const Vector<Set> low = values != missing ? values : lows;
     const Vector<Set> high = values != missing ? values : highs;
     lows = low < lows ? low : lows;

@@ -36,14 +36,14 @@ void ProductTile(const double* a, const double* b, std::size_t stride, std::size
   for (std::size_t r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
-      sums[r][v] = Load<Set>(cell(r, v));
+      sums[r][v] = LoadVector<Set>(cell(r, v));
     }
   }
   for (std::size_t row = 0; row < rows; ++row) {
     Vector<Set> y[kVectors];
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
-      y[v] = Load<Set>(b + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
+      y[v] = LoadVector<Set>(b + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
     }
 #pragma GCC unroll 8
     for (std::size_t r = 0; r < kRows; ++r) {
@@ -58,7 +58,7 @@ void ProductTile(const double* a, const double* b, std::size_t stride, std::size
   for (std::size_t r = 0; r < kRows; ++r) {
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
-      Store<Set>(sums[r][v], cell(r, v));
+      StoreVector<Set>(sums[r][v], cell(r, v));
     }
   }
 }
@@ -75,19 +75,19 @@ void DiagonalTile(const double* a, const double* b, std::size_t rows, double* ce
   Vector<Set> wide[kRows - kNarrowRows + 1][kParts];  // one more than is used: none is no array
 #pragma GCC unroll 8
   for (std::size_t r = 0; r < kNarrowRows; ++r) {
-    narrow[r] = Load<Set, kNarrow>(cells + r * kPanel);
+    narrow[r] = LoadVector<Set, kNarrow>(cells + r * kPanel);
   }
 #pragma GCC unroll 8
   for (std::size_t r = kNarrowRows; r < kRows; ++r) {
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kParts; ++v) {
-      wide[r - kNarrowRows][v] = Load<Set>(cells + r * kPanel + v * Set::kLanes);
+      wide[r - kNarrowRows][v] = LoadVector<Set>(cells + r * kPanel + v * Set::kLanes);
     }
   }
   for (std::size_t row = 0; row < rows; ++row) {
     const double* const x = a + row * kPanel;
     const double* const y = b + row * kPanel;
-    const Vector<Set, kNarrow> first = Load<Set, kNarrow>(y);
+    const Vector<Set, kNarrow> first = LoadVector<Set, kNarrow>(y);
 #pragma GCC unroll 8
     for (std::size_t r = 0; r < kNarrowRows; ++r) {
       narrow[r] = Broadcast<Set, kNarrow>(x[r]) * first + narrow[r];
@@ -97,19 +97,19 @@ void DiagonalTile(const double* a, const double* b, std::size_t rows, double* ce
 #pragma GCC unroll 8
       for (std::size_t v = 0; v < kParts; ++v) {
         wide[r - kNarrowRows][v] =
-            Broadcast<Set>(x[r]) * Load<Set>(y + v * Set::kLanes) + wide[r - kNarrowRows][v];
+            Broadcast<Set>(x[r]) * LoadVector<Set>(y + v * Set::kLanes) + wide[r - kNarrowRows][v];
       }
     }
   }
 #pragma GCC unroll 8
   for (std::size_t r = 0; r < kNarrowRows; ++r) {
-    Store<Set, kNarrow>(narrow[r], cells + r * kPanel);
+    StoreVector<Set, kNarrow>(narrow[r], cells + r * kPanel);
   }
 #pragma GCC unroll 8
   for (std::size_t r = kNarrowRows; r < kRows; ++r) {
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kParts; ++v) {
-      Store<Set>(wide[r - kNarrowRows][v], cells + r * kPanel + v * Set::kLanes);
+      StoreVector<Set>(wide[r - kNarrowRows][v], cells + r * kPanel + v * Set::kLanes);
     }
   }
 }

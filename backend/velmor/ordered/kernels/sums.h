@@ -20,15 +20,15 @@ void ContinueSums(const double* panels, std::size_t stride, Rows rows, const dou
   Vector<Set> square[kVectors];
 #pragma GCC unroll 8
   for (unsigned v = 0; v < kVectors; ++v) {
-    sum[v] = Load<Set>(sums + place(v));
-    square[v] = Load<Set>(squares + place(v));
+    sum[v] = LoadVector<Set>(sums + place(v));
+    square[v] = LoadVector<Set>(squares + place(v));
   }
   for (std::size_t i = 0; i < rows.count; ++i) {
     const std::size_t row = RowAt<Set>(rows, i);
 #pragma GCC unroll 8
     for (unsigned v = 0; v < kVectors; ++v) {
       const Vector<Set> x =
-          Load<Set>(panels + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
+          LoadVector<Set>(panels + v / kParts * stride + row * kPanel + v % kParts * Set::kLanes);
       const Vector<Set> weighted = kWeighted ? x * weights[row] : x;
       sum[v] = weighted + sum[v];
       square[v] = weighted * x + square[v];
@@ -36,8 +36,8 @@ void ContinueSums(const double* panels, std::size_t stride, Rows rows, const dou
   }
 #pragma GCC unroll 8
   for (unsigned v = 0; v < kVectors; ++v) {
-    Store<Set>(sum[v], sums + place(v));
-    Store<Set>(square[v], squares + place(v));
+    StoreVector<Set>(sum[v], sums + place(v));
+    StoreVector<Set>(square[v], squares + place(v));
   }
 }
 

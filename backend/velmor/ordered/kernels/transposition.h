@@ -21,7 +21,7 @@ void Copy(const void* from, std::size_t count, double* to) {
     }
 #pragma GCC unroll 4
     for (unsigned i = 0; i < 4; ++i) {
-      Store<Set>(v[i], to + std::size_t{i} * Set::kLanes);
+      StoreVector<Set>(v[i], to + std::size_t{i} * Set::kLanes);
     }
   }
   __builtin_memcpy(to, bytes, count * sizeof(double));
@@ -39,7 +39,7 @@ void Transpose(const double* const* from, std::size_t rows, std::size_t columns,
       LoadTransposed<Set>(from + row, column, v);
 #pragma GCC unroll 8
       for (unsigned i = 0; i < kLanes; ++i) {
-        Store<Set>(v[i], to + (column + i) * stride + row);
+        StoreVector<Set>(v[i], to + (column + i) * stride + row);
       }
     }
   }

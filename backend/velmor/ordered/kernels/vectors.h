@@ -29,26 +29,26 @@ using Mask = typename VectorOf<Set>::Mask;
 
 // From and to anywhere among doubles.
 template <class Set, unsigned kLanes = Set::kLanes>
-[[gnu::always_inline]] inline Vector<Set, kLanes> Load(const double* x) {
+[[gnu::always_inline]] inline Vector<Set, kLanes> LoadVector(const double* x) {
   Vector<Set, kLanes> vector;
   __builtin_memcpy(&vector, x, sizeof(vector));
   return vector;
 }
 
 template <class Set, unsigned kLanes = Set::kLanes>
-[[gnu::always_inline]] inline void Store(Vector<Set, kLanes> vector, double* x) {
+[[gnu::always_inline]] inline void StoreVector(Vector<Set, kLanes> vector, double* x) {
   __builtin_memcpy(x, &vector, sizeof(vector));
 }
 
 // A mask is kept among doubles as the bits that it is.
 template <class Set>
 [[gnu::always_inline]] inline Mask<Set> LoadMask(const double* x) {
-  return __builtin_bit_cast(Mask<Set>, Load<Set>(x));
+  return __builtin_bit_cast(Mask<Set>, LoadVector<Set>(x));
 }
 
 template <class Set>
 [[gnu::always_inline]] inline void StoreMask(Mask<Set> mask, double* x) {
-  Store<Set>(__builtin_bit_cast(Vector<Set>, mask), x);
+  StoreVector<Set>(__builtin_bit_cast(Vector<Set>, mask), x);
 }
 
 template <class Set, unsigned kLanes = Set::kLanes>
@@ -131,7 +131,7 @@ template <class Set>
                                                   Vector<Set> (&v)[Set::kLanes]) {
 #pragma GCC unroll 8
   for (unsigned i = 0; i < Set::kLanes; ++i) {
-    v[i] = Load<Set>(from[i] + at);
+    v[i] = LoadVector<Set>(from[i] + at);
   }
   TransposeVectors<Set>(v);
 }

@@ -5,6 +5,7 @@
 #include "ordered/engine.h"
 #include "ordered/present/patterns.h"
 #include "ordered/present/presentcases.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <cstddef>

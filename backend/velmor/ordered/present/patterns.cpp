@@ -10,10 +10,6 @@ namespace velmor::ordered {
 
 namespace {
 
-// A pattern of so many columns fills at least half of the narrowest panel. With fewer, a column at
-// a time is quicker.
-constexpr std::size_t kWidePattern = 3;
-
 static_assert(kStripRows % 64 == 0 && kStripRows <= 256);
 
 using EightPlaces = std::array<std::uint8_t, 8>;

@@ -4,6 +4,7 @@
 
 #include "ordered/engine.h"
 #include "ordered/present/presentcases.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <array>

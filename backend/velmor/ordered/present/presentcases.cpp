@@ -12,6 +12,7 @@
 #include "ordered/present/columntask.h"
 #include "ordered/present/packedbatch.h"
 #include "ordered/present/patterntask.h"
+#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>
@@ -19,10 +20,6 @@
 
 namespace velmor::ordered {
 namespace {
-
-// The running sums that are worked on at a time, in doubles: some megabytes, and never less than
-// what one task needs.
-constexpr std::size_t kSumsAtOnce = std::size_t{1} << 19;
 
 // Works tasks off, as many at a time as the memory for running sums allows.
 class Runner {
