@@ -9,15 +9,16 @@ namespace velmor {
 
 // For each group by itself, the sums from which its matrix of squares and products is made: the
 // group's weight, each variable's weighted sum, and the weighted sum of products of each pair of
-// variables, a variable with itself included. None of them is centred.
+// variables, a variable with itself included. The sums are not centred.
 //
-// It takes only batches sorted by group. Cases are complete. w, the weight of a case, is its case
-// weight, 1 without case weights; regression weights do not enter.
+// Batches are sorted by group. Cases are complete. The weight of a case, w, is its case weight, and
+// 1 without case weights; regression weights do not enter.
 class DiscIndividualMatrix : public MatrixBase {
  public:
-  // No groups and no variables: can only be merged into, and takes over the other's.
+  // No groups and no variables: can only be merged into, and takes over the other's groups and
+  // variables.
   DiscIndividualMatrix();
-  // Asserts that neither is negative.
+  // Asserts that neither number is negative.
   DiscIndividualMatrix(int nGroup, int nVar);
   ~DiscIndividualMatrix() override;
 
@@ -27,14 +28,14 @@ class DiscIndividualMatrix : public MatrixBase {
     return *this;
   }
 
-  // Adds a batch, which is only read. O((rows + NGroup()) * NVar()^2); takes as much memory again
-  // while it does. Asserts that the batch is sorted, has NVar() columns and not more than NGroup()
-  // groups. Throws std::bad_alloc, leaving the accumulator as it was.
+  // Adds a batch, which is only read. O((rows + NGroup()) * NVar()^2). Takes meanwhile as much
+  // memory again as the accumulator has. Asserts that the batch is sorted, has NVar() columns and
+  // not more than NGroup() groups. Throws std::bad_alloc, leaving the accumulator as it was.
   DiscIndividualMatrix& operator+=(DataBatchByGroup& data) override;
 
-  // Merges a DiscIndividualMatrix over other cases. O(NGroup() * NVar()^2). One whose weights sum
-  // to zero changes nothing. Asserts the other's class and, unless this one is empty, that both
-  // have the same groups and variables. Throws std::bad_alloc, leaving the accumulator as it was.
+  // Merges a DiscIndividualMatrix over other cases. O(NGroup() * NVar()^2). Asserts the other's
+  // class; unless this one is empty, that both have the same numbers of groups and of variables.
+  // Throws std::bad_alloc, leaving the accumulator as it was.
   DiscIndividualMatrix& operator+=(MatrixBase& other) override;
 
   unsigned int NRows() const override;
@@ -51,8 +52,8 @@ class DiscIndividualMatrix : public MatrixBase {
   double TSSP(int tsspIndex, int groupVal) const;
 
   // A group's sum of products by its variables, the first counted from 1 and the second from 0:
-  // (i + 1, j, g), j <= i, is the sum of w * x_i * x_j. The greater index is taken as the first.
-  // Asserts 0 <= row, col <= NVar(), row != col, the group's bound and 0 < WeightSum().
+  // TSSP(i + 1, j, g), j <= i, is the sum of w * x_i * x_j. The greater index is taken as the
+  // first. Asserts 0 <= row, col <= NVar(), row != col, the group's bound and 0 < WeightSum().
   double TSSP(int row, int col, int groupVal) const;
 
  private:

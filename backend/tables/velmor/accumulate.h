@@ -11,22 +11,23 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-// Rows of a block for so many columns of values: about 1 MiB of values, what a second-level cache
-// holds, but at least 512 rows, so that merging stays a small part of the work. The same on every
-// machine, because how a run is cut into blocks is part of its result.
+// Rows of a block for so many columns of values: about 1 MiB of values, which a second-level cache
+// holds, but at least 512 rows, so that merging stays a small part of the work. The number is the
+// same on every machine, because how a run is cut into blocks is part of its result. Asserts
+// 0 < columns.
 std::uint64_t DefaultBlockRows(std::size_t columns);
 
 struct AccumulateOptions {
   // Rows of a block, at most 2^32 - 1; 0 stands for DefaultBlockRows of the number of columns.
   std::uint64_t blockRows = 0;
-  // The number of the block that begins with the table's row 0, where a table is a part of the
-  // data.
+  // The number of the block that begins with the table's row 0. Not 0 where the table is a later
+  // part of the data.
   std::uint64_t firstBlock = 0;
   // As Driver's.
   int threads = 0;
-  // Called with the number of rows that have been taken so far, when a block is taken and when none
-  // is left; false cancels the run. Calls come one at a time, from the run's threads. What it
-  // throws reaches Accumulate's caller.
+  // Called before each block is taken and when none is left, with the number of rows in the blocks
+  // taken so far; false cancels the run. Calls come one at a time, from the run's threads. An
+  // exception of its own reaches Accumulate's caller.
   std::function<bool(std::uint64_t rows)> progress;
 };
 
@@ -43,20 +44,24 @@ class Cancelled : public std::runtime_error {
 //   shape  an accumulator of the class, bounds, groups and missing code wanted. It is only read,
 //          and what it holds is not used.
 //
-// The listwise and the discriminant accumulators leave out cases with an absent value; the pairwise
-// ones take it as their missing code. Cases with an absent weight or group are left out by all. The
-// difference between the table's rows and the forest's NRows() is the number of cases left out.
+// Listwise and discriminant accumulators leave out cases with an absent value; pairwise
+// accumulators take an absent value as their missing code. Cases with an absent weight or group are
+// left out by all. The difference between the table's rows and the forest's NRows() is the number
+// of cases left out.
 //
-// Cases of weight 0 are cases like others, but an accumulator drops a block in which all case
-// weights are 0 where others are there, and a block in which only the regression weights are makes
-// listwise means NaN. To leave such cases out, mark the weight as absent: absentCodes = {0.}.
+// Cases of weight 0 are cases like others, and matrixbase.h says what becomes of a block whose
+// weights sum to zero. To leave cases of weight 0 out, mark the weight as absent:
+// absentCodes = {0.}.
 //
-// Memory: a batch of blockRows rows for each thread (two, by group), and the forest's nodes.
-// Asserts that blockRows is not too large and that all blocks are numbered below 2^63. Throws
-// std::invalid_argument when the table does not fit the shape or a value can't be taken
-// (DataBatch::AddColumns), saying where: the first such place in the table, whatever the number of
-// threads; Cancelled; std::runtime_error when the host's services ended the run before its last
-// row; and what BlockForest::Add and Driver throw.
+// Memory: a batch of blockRows rows for each thread (by group, of twice the size), and the forest's
+// nodes. Asserts that blockRows is not too large and that all blocks are numbered below 2^63.
+// Throws
+//   std::invalid_argument when the table does not fit the shape, or when a value can't be taken
+//       (DataBatch::AddColumns); the message says where, and it is the first such place in the
+//       table, on any number of threads;
+//   Cancelled;
+//   std::runtime_error when the host's services ended the run before its last row;
+//   what BlockForest::Add and Driver throw.
 template <class Accumulator>
 [[gnu::visibility("default")]] BlockForest<Accumulator> Accumulate(
     const TableView& table, const Accumulator& shape, const AccumulateOptions& options = {});

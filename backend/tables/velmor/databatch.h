@@ -11,21 +11,24 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-// A batch of cases: up to a fixed number of rows of doubles, stored column by column, each with
-// the case weight, regression weight and group number that the host asked for.
+// A batch of cases: up to a fixed number of rows of doubles, stored column by column. A case has a
+// case weight, a regression weight and a group number where the host asks for them.
 //
-// The batch copies; it keeps no reference to a case's values. At construction it is given the
-// addresses at which the host keeps the weights and the group of its current case, and AddRow
-// reads them there. Accumulating a batch may overwrite its columns and case weights, so clear and
-// refill it before it is used again. Used by one thread at a time; not copied.
+// Its combined weight, u in the accumulators' formulas, is the case weight times the regression
+// weight. With one of the two it is that one, without weights it is 1.
+//
+// The batch copies a case's values and keeps no reference to them. At construction it is given the
+// addresses at which the host keeps the weights and the group of its current case; AddRow reads
+// them there. Accumulating a batch may overwrite its columns and case weights, so clear and refill
+// it before it is used again. It is used by one thread at a time and is not copied.
 class DataBatch {
  public:
   // An empty batch. Memory: RowSize(...) * nRows bytes and eight rows of values, not cleared.
   //   nColumns  values per case
   //   nRows     capacity in cases
-  //   pWeight, pRegWeight, pGroup  where the host keeps the current case's case weight,
-  //             regression weight and group number; null when cases have none. They must stay
-  //             valid for as long as rows are added.
+  //   pWeight, pRegWeight, pGroup  where the host keeps the current case's case weight, regression
+  //             weight and group number; null when cases have none. The addresses must stay valid
+  //             for as long as rows are added.
   // Asserts 0 < nColumns and 0 < nRows. Throws std::bad_alloc.
   DataBatch(unsigned int nColumns, unsigned int nRows, const double* pWeight,
             const double* pRegWeight, const unsigned int* pGroup);
@@ -38,31 +41,34 @@ class DataBatch {
   static unsigned long RowSize(unsigned int nColumns, bool hasWeights, bool hasRegWeights,
                                bool hasGroups);
 
-  // Appends the host's current case: its NColumns() values, in column order and unchanged, and
-  // the weights and group now found at the host's addresses. O(NColumns()), allocates nothing.
-  // Until the host has asked for a column, rows are put into the columns eight at a time, which is
-  // several times faster than value by value. Asserts that the batch is not full.
+  // Appends the host's current case: its NColumns() values, in column order and unchanged, and the
+  // weights and group now found at the host's addresses. O(NColumns()), allocates nothing. Until
+  // the host has asked for a column, rows go into the columns eight at a time, several times faster
+  // than value by value. Asserts that the batch is not full.
   void AddRow(const double* values);
 
   // Appends rows [from, to) of a table, in their order, as far as they can be used. Weights and
-  // groups come from the table too, not from the host's addresses. A row is left out when it has an
-  // absent weight, regression weight or group, or, without a missing code, any absent value. With a
-  // missing code absent values are written as that code; then, to be told from these, no present
-  // value may be equal to it. All other values become the doubles that are equal to them.
-  //   missingCode  that of the pairwise accumulator that the batch is for; none for an accumulator
-  //                of complete cases
+  // groups come from the table too, not from the host's addresses. A row is left out when its case
+  // weight, regression weight or group is absent. Without a missing code a row with any absent
+  // value is left out, too. With a missing code an absent value is written as the code. All other
+  // values become the doubles that are equal to them.
+  //   missingCode  the pairwise accumulator's for which the batch is; none for an accumulator of
+  //                complete cases
   //   nGroups      every group is below it
-  // Returns the number of rows appended; the others were left out. O(rows * columns), at the speed
-  // of memory for contiguous columns; doubles side by side in each row, as a table stored row by
-  // row has them, are turned in blocks. Allocates only scratch memory, which the thread keeps.
+  // Returns the number of rows appended; the others were left out. O(rows * columns). Contiguous
+  // columns are copied at the speed of memory; doubles side by side in each row, as in a table that
+  // is stored row by row, are turned square by square. Allocates only scratch memory, which the
+  // thread keeps.
   // Asserts that the table has as many columns as the batch, and weights and groups where the batch
-  // has them; that it has those rows, and each column an address and at most so many codes; and
-  // that there is room for all of these rows.
-  // Throws std::invalid_argument, which names the first such row and in it a column, when a present
-  // value equals the missing code, when a value is absent and the missing code is NaN, which marks
-  // nothing, when no double is equal to a 64-bit integer, and when a group is no whole number below
-  // nGroups; std::bad_alloc. The batch is as it was then. A row that is left out is never
-  // refused.
+  // has them and only there; that it has the rows; that each column has an address and at most
+  // ColumnView::kMostAbsentCodes codes; and that the batch has room for all of the rows.
+  // Throws std::bad_alloc, and std::invalid_argument when a value can't be taken:
+  //   a present value that equals the missing code;
+  //   an absent value where the missing code is NaN, which marks nothing;
+  //   a 64-bit integer to which no double is equal;
+  //   a group that is no whole number below nGroups.
+  // The message names the first row with such a value, and the column. A row that is left out is
+  // never refused. The batch is as it was when this throws.
   unsigned int AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to,
                           std::optional<double> missingCode = std::nullopt,
                           std::uint64_t nGroups = kMostGroups);
@@ -80,16 +86,17 @@ class DataBatch {
   bool HasWeights() const { return _weights != nullptr; }
   bool HasRegWeights() const { return _regWeights != nullptr; }
 
-  // Per case, in the order added; NRows() entries are defined. Null when cases have none.
+  // One entry for each case, in the order added; NRows() entries are defined. Null when cases have
+  // none.
   double* Weights() { return _weights; }
   double* RegWeights() const { return _regWeights; }
   unsigned int* Groups() const { return _groups; }
 
-  // As many groups as can be told apart.
+  // The number of groups that can be told apart: group numbers have 32 bits.
   static constexpr std::uint64_t kMostGroups = std::uint64_t{1} << 32U;
 
-  // The values of column colNum, one per case; NRows() entries are defined, and those of cases
-  // added later show there as they are added. Asserts the bound.
+  // The values of column colNum, one for each case; NRows() entries are defined. Cases that are
+  // added later show there, too, as they are added. Asserts the bound.
   double* Column(unsigned int colNum) {
     VELMOR_ASSERT(colNum < _nColumns);
     _isWatched = true;

@@ -15,9 +15,10 @@ namespace velmor {
 // out so that each group is one run of rows in every column.
 //
 // Fill it case by case: write the values at NextRow(), then call AddRow(), which takes the weights
-// and the group number from the host's addresses; or from a table, with AddColumns. Once full,
-// sort, then hand it to an accumulator. Memory is twice a DataBatch's: values and case weights are
-// kept as they came and sorted. Used by one thread at a time; not copied.
+// and the group number from the host's addresses. Or fill it from a table, with AddColumns. Once it
+// is full, sort it and hand it to an accumulator. Memory is about twice a DataBatch's: values and
+// case weights are kept as they came and also sorted. It is used by one thread at a time and is not
+// copied.
 class DataBatchByGroup {
  public:
   // An empty batch. Arguments as for DataBatch, and
@@ -29,7 +30,7 @@ class DataBatchByGroup {
   DataBatchByGroup(const DataBatchByGroup&) = delete;
   DataBatchByGroup& operator=(const DataBatchByGroup&) = delete;
 
-  // Bytes that one case takes, counted once: DataBatch::RowSize's rule.
+  // Bytes of one case by DataBatch::RowSize's rule, which counts values and case weights once.
   static unsigned long RowSize(unsigned int nColumns, bool hasWeights, bool hasRegWeights,
                                bool hasGroups);
 
@@ -43,11 +44,11 @@ class DataBatchByGroup {
 
   // Appends the rows [from, to) of a table that have no absent value, weight or group, in their
   // order. Returns their number. Asserts and throws as DataBatch::AddColumns does without a missing
-  // code, and std::invalid_argument also when a group is not below NGroups(). Values that stand at
-  // NextRow() and have not been counted are lost, also when it throws.
+  // code, nGroups being NGroups(). Values that stand at NextRow() and have not been counted are
+  // lost, also when this throws.
   unsigned int AddColumns(const TableView& table, std::uint64_t from, std::uint64_t to);
 
-  // Lays the cases out by group: the cases of group 0 first, then those of group 1, and so on,
+  // Lays the cases out by group: the cases of group 0 first, then the cases of group 1, and so on,
   // cases of one group in the order added. Reads only what was added, so it can be repeated.
   // O(NRows() * NColumns() + NGroups()); allocates NGroups() counts, and takes an address a row
   // from the thread's scratch memory. Asserts that the batch has groups. Throws std::bad_alloc.
@@ -63,6 +64,7 @@ class DataBatchByGroup {
   // Capacity in cases; also the distance in doubles from a column to the next.
   unsigned int MaxRows() const { return _maxRows; }
 
+  // Whether cases have case weights.
   bool HasWeights() const { return _tmpWeights != nullptr; }
   // Whether SortByGroup has run since the last case was added.
   bool IsSorted() const { return _isSorted; }

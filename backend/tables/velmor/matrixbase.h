@@ -7,13 +7,25 @@
 namespace velmor {
 
 // An accumulator of statistics over cases: feed it batches, merge it with another of its class,
-// read the results. Merging is exact: parts over disjoint cases give, up to rounding, what one
-// accumulator over all cases gives, in whatever order they are merged.
+// read the results. Merging is exact: accumulators over disjoint cases give, up to rounding, what
+// one accumulator over all cases gives, in whatever order they are merged.
 //
 // An accumulator is empty until its first non-empty batch or merge. Nothing resets it; make a new
-// one for a new pass. It is used by one thread at a time and is not copied: merge it into an empty
+// one for a new pass. It is used by one thread at a time. It is not copied: merge it into an empty
 // one instead. Sums are taken in the default floating-point environment (round to nearest,
-// subnormal numbers kept), and the calling thread's environment is restored afterwards.
+// subnormal numbers kept); the calling thread's environment is restored afterwards.
+//
+// Counts. The heirs of this class count cases in 32 bits: at most 2^32 - 1 of them, the two
+// pairwise blocks 2^31 - 1. MatrixListwise and MatrixPairwise count in 64 bits. Operator += does
+// not notice more cases than that; BlockForest::Add and Merge refuse them.
+//
+// Weights that sum to zero. Merging an accumulator whose case weights sum to zero into one that
+// holds cases changes nothing, not even the number of cases. Listwise and discriminant accumulators
+// merge each batch as an accumulator of its own, so the same holds for batches. A listwise
+// accumulator that holds only such cases is replaced by the first batch or accumulator of another
+// weight. Means divide by the sum of the combined weights (databatch.h). Where it is zero over a
+// batch, or pairwise over a batch's cases of a column or pair, means and centred sums can become
+// infinite or NaN for good. So leave cases out that weigh nothing.
 class MatrixBase {
  public:
   virtual ~MatrixBase();

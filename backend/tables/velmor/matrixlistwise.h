@@ -8,15 +8,13 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-// Means and centred cross-products of all columns of its batches, every case counting in every
-// statistic: the host fills its batches with complete cases.
+// Means and centred cross-products of all columns of its batches. Every case counts in every
+// statistic: the host fills its batches with complete cases. u is a case's combined weight
+// (databatch.h).
 //
-// u, the combined weight of a case, is its case weight times its regression weight, the one that
-// is present when only one is, and 1 when neither is. A batch or a merged accumulator whose case
-// weights sum to zero contributes nothing beside others; where only the combined weights do, means
-// are quotients by zero. Use by one thread at a time, emptiness and the floating-point environment
-// are as for MatrixBase; unlike its heirs this class has no virtual operations and counts its rows
-// in 64 bits.
+// What MatrixBase says of emptiness, threads, the floating-point environment and weights that sum
+// to zero holds here too. Unlike its heirs this class has no virtual operations, and it counts
+// cases in 64 bits.
 class MatrixListwise {
  public:
   MatrixListwise();
@@ -24,15 +22,15 @@ class MatrixListwise {
   MatrixListwise(const MatrixListwise&) = delete;
   MatrixListwise& operator=(const MatrixListwise&) = delete;
 
-  // Adds a batch; an empty one changes nothing. The batch's columns are centred in place, and its
-  // case weights become the combined weights where it has both kinds. O(rows * columns^2).
-  // Asserts that all batches have the same columns and agree on having regression weights.
-  // Throws std::bad_alloc, leaving the accumulator as it was.
+  // Adds a batch; an empty one changes nothing. The batch's columns are centred in place. Where it
+  // has both kinds of weights, its case weights become the combined weights. O(rows * columns^2).
+  // Asserts that all batches have the same columns and agree on having regression weights. Throws
+  // std::bad_alloc, leaving the accumulator as it was.
   MatrixListwise& operator+=(DataBatch& batch);
 
-  // Merges an accumulator over other cases; it is only read. O(columns^2). Asserts that both have
-  // the same columns and agree on having regression weights. Throws std::bad_alloc, leaving the
-  // accumulator as it was.
+  // Merges an accumulator over other cases, which is only read. O(columns^2). Asserts that both
+  // have the same columns and agree on having regression weights, unless one of them is empty.
+  // Throws std::bad_alloc, leaving the accumulator as it was.
   MatrixListwise& operator+=(const MatrixListwise& other);
 
   // 0 while nothing was accumulated.
@@ -48,8 +46,9 @@ class MatrixListwise {
   // 0 < WeightSum().
   double Mean(unsigned int col) const;
 
-  // Centred cross-product of two columns in either order, sum of u * (x - mean x) * (y - mean y);
-  // of a column with itself, its centred sum of squares. Asserts the bounds and 0 < WeightSum().
+  // Centred cross-product of two columns in either order: the sum of u * (x - mean x) *
+  // (y - mean y). Of a column with itself: its centred sum of squares. Asserts the bounds and
+  // 0 < WeightSum().
   double CCP(unsigned int row, unsigned int col) const;
 
  private:

@@ -11,9 +11,9 @@ namespace velmor {
 struct [[gnu::visibility("hidden")]] VarStatsData;
 struct [[gnu::visibility("hidden")]] PairStatsData;
 
-// A view of a variable's statistics in a MatrixPairwise, over the cases in which it is present.
-// Valid as long as the accumulator, and shows what it then holds. statistics.h has the formulas.
-// MatrixPairwise::Var makes it.
+// A view of a variable's statistics in a MatrixPairwise, over the cases in which the variable is
+// present. Valid as long as the accumulator is, and shows what the accumulator then holds.
+// statistics.h has the formulas. MatrixPairwise::Var makes views.
 class VarStats {
  public:
   explicit VarStats(const VarStatsData* data) : _data(data) {}
@@ -28,7 +28,7 @@ class VarStats {
 };
 
 // A view of a pair's statistics, over the cases in which both variables are present.
-// MatrixPairwise::Pair makes it.
+// MatrixPairwise::Pair makes views.
 class PairStats {
  public:
   explicit PairStats(const PairStatsData* data) : _data(data) {}
@@ -45,11 +45,12 @@ class PairStats {
   const PairStatsData* _data;
 };
 
-// Statistics with pairwise deletion of missing values over all columns of its batches. Which
-// values are present and what the weights do is as statistics.h says; the totals NRows, WeightSum
-// and RegWeightSum count every case. Unlike SMatrixPairwise it has no virtual operations, keeps no
-// extremes and counts in 64 bits. Use by one thread at a time, emptiness and the floating-point
-// environment are as for MatrixBase.
+// Statistics with pairwise deletion of missing values over all columns of its batches. statistics.h
+// says which values are present. The totals NRows, WeightSum and RegWeightSum count every case.
+//
+// What MatrixBase says of emptiness, threads, the floating-point environment and weights that sum
+// to zero holds here too. Unlike SMatrixPairwise this class has no virtual operations, keeps no
+// extremes and counts in 64 bits.
 class MatrixPairwise {
  public:
   explicit MatrixPairwise(const double& missingCode);
@@ -62,10 +63,10 @@ class MatrixPairwise {
   // std::bad_alloc, leaving the statistics as they were.
   MatrixPairwise& operator+=(DataBatch& batch);
 
-  // Merges an accumulator over other cases; it is only read. O(columns^2). One whose weights sum
-  // to zero changes nothing. Asserts, unless this one is empty and takes them over, that both have
-  // the same columns and missing code and agree on having regression weights. Throws
-  // std::bad_alloc, leaving the statistics as they were.
+  // Merges an accumulator over other cases, which is only read. O(columns^2). An empty accumulator
+  // takes over the other's columns, missing code and kinds of weights. Asserts, unless this one is
+  // empty, that both have the same columns and missing code and agree on having regression weights.
+  // Throws std::bad_alloc, leaving the statistics as they were.
   MatrixPairwise& operator+=(const MatrixPairwise& other);
 
   // 0 while nothing was accumulated.
@@ -79,8 +80,8 @@ class MatrixPairwise {
   // The statistics of a column. Asserts the bound and 0 < WeightSum().
   VarStats Var(unsigned int col) const;
 
-  // The statistics of two different columns, in either order: the first variable is the column
-  // with the higher number. Asserts the bounds and 0 < WeightSum().
+  // The statistics of two different columns, in either order. The first variable is the column with
+  // the higher number. Asserts the bounds, that the columns differ, and 0 < WeightSum().
   PairStats Pair(unsigned int row, unsigned int col) const;
 
  private:

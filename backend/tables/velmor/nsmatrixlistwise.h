@@ -12,7 +12,7 @@ namespace velmor {
 // says of cases, weights and column arguments holds here too.
 class NSMatrixListwise : public MatrixBase {
  public:
-  // The ranges are columns [col0, col1) and [col1, col2) of the batches, neither of them empty. The
+  // The ranges are columns [col0, col1) and [col1, col2) of the batches. Neither is empty. The
   // bounds are asserted with the first batch.
   NSMatrixListwise(int col0, int col1, int col2);
   ~NSMatrixListwise() override;
@@ -42,14 +42,14 @@ class NSMatrixListwise : public MatrixBase {
 
   // Weighted mean of a column of either range. Asserts the bounds and 0 < WeightSum().
   double Mean(int c) const;
-  // Smallest and largest value of a column of either range. Asserts the bounds; Min also
+  // Smallest and largest value of a column of either range. Both assert the bounds; Min asserts
   // 0 < WeightSum(), Max that something was accumulated.
   double Min(int c) const;
   double Max(int c) const;
 
-  // Centred cross-product of a column of the first range and one of the second, in either order, or
-  // the centred sum of squares of one column of either. Asserts the bounds, 0 < WeightSum(), and
-  // that two different columns are of different ranges.
+  // Centred cross-product of a column of the first range with a column of the second, in either
+  // order. Of a column of either range with itself: its centred sum of squares. Asserts the bounds,
+  // 0 < WeightSum(), and that two different columns are of different ranges.
   double CCP(int row, int col) const;
 
  private:

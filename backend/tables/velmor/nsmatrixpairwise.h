@@ -9,13 +9,13 @@
 namespace velmor {
 
 // Statistics with pairwise deletion of missing values over two adjacent ranges of columns: of each
-// column of either range over the cases in which it is present, of each pair of a column of the
-// first range and one of the second over the cases in which both are. What SMatrixPairwise says of
-// cases, totals, column arguments and memory holds here too.
+// column of either range over the cases in which it is present; of each pair of a column of the
+// first range and a column of the second over the cases in which both are present. What
+// SMatrixPairwise says of cases, totals, column arguments and memory holds here too.
 class NSMatrixPairwise : public MatrixBase {
  public:
-  // The ranges are columns [col0, col1) and [col1, col2) of the batches; one of them may be empty,
-  // and then there are no pairs. The bounds are asserted with the first batch.
+  // The ranges are columns [col0, col1) and [col1, col2) of the batches. One of the two may be
+  // empty; then there are no pairs. The bounds are asserted with the first batch.
   NSMatrixPairwise(double missingCode, int col0, int col1, int col2);
   ~NSMatrixPairwise() override;
 
@@ -42,13 +42,13 @@ class NSMatrixPairwise : public MatrixBase {
   int Col1() const;
   int Col2() const;
 
-  // The record of a column of either range, the block's own: valid as long as the block is, and
-  // shows what it then holds. Asserts the bounds and 0 < WeightSum().
+  // The block's own record of a column of either range: valid as long as the block is, and shows
+  // what the block then holds. Asserts the bounds and 0 < WeightSum().
   VarStat& Var(int col) const;
 
-  // The record of a column of the first range, its first variable, and one of the second, in
-  // either order, likewise the block's own. Asserts the bounds, that the columns are of different
-  // ranges, and 0 < WeightSum().
+  // The block's own record of a column of the first range and a column of the second, in either
+  // order. Its first variable is the column of the first range. Asserts the bounds, that the
+  // columns are of different ranges, and 0 < WeightSum().
   PairStat& Pair(int row, int col) const;
 
  private:

@@ -7,8 +7,8 @@
 namespace velmor {
 
 // A heap array of a length fixed at construction, or no array at all. Used as a pointer to its
-// first element; an absent array is a null pointer, an array of length 0 is not. Copying copies
-// the elements. Elements of a new array are not initialised.
+// first element. An absent array is a null pointer; an array of length 0 is not null. Copying
+// copies the elements. Elements of a new array are not initialised.
 template <class T>
 class OwnedArray {
  public:

@@ -7,36 +7,32 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-// Means, extremes and centred cross-products of a block of adjacent columns, every case counting
-// in every statistic: the host fills its batches with cases that are complete in the block.
+// Means, extremes and centred cross-products of a block of adjacent columns. Every case counts in
+// every statistic: the host fills its batches with cases that are complete in the block.
 //
-// u, the combined weight of a case, is its case weight times its regression weight, the one that
-// is present when only one is, and 1 when neither is. A batch or a merged accumulator whose case
-// weights sum to zero contributes nothing beside others: the first one with a non-zero sum
-// replaces it, and later ones are passed over. Where the case weights do not but the combined
-// weights sum to zero, means are quotients by zero.
-//
+// u is a case's combined weight (databatch.h); matrixbase.h says what weights that sum to zero do.
 // Column arguments are columns of the batches, not places in the block.
 class SMatrixListwise : public MatrixBase {
  public:
   // The block is all columns of the batches.
   SMatrixListwise();
-  // The block is columns [col0, col2) of the batches; (0, 0) stands for all of them. The bounds are
+  // The block is columns [col0, col2) of the batches; (0, 0) stands for all columns. The bounds are
   // asserted with the first batch.
   SMatrixListwise(int col0, int col2);
   ~SMatrixListwise() override;
 
   using MatrixBase::operator+=;
 
-  // Adds a batch. Its block columns are centred in place, and its case weights become the combined
-  // weights where it has both kinds. O(rows * columns^2). Asserts that the block lies within the
-  // batch and that all batches agree on having regression weights. Throws std::bad_alloc, leaving
-  // the accumulator as it was.
+  // Adds a batch. Its columns in the block are centred in place. Where it has both kinds of
+  // weights, its case weights become the combined weights. O(rows * columns^2). Asserts that the
+  // block lies within the batch and that all batches agree on having regression weights. Throws
+  // std::bad_alloc, leaving the accumulator as it was.
   SMatrixListwise& operator+=(DataBatch& data) override;
 
-  // Merges an SMatrixListwise over other cases. O(columns^2). Asserts the other's class and, unless
-  // this one is empty and takes them over, that both have the same bounds and agree on having
-  // regression weights. Throws std::bad_alloc, leaving the accumulator as it was.
+  // Merges an SMatrixListwise over other cases. O(columns^2). An empty accumulator takes over the
+  // other's bounds and kinds of weights. Asserts the other's class; unless this one is empty, that
+  // both have the same bounds and agree on having regression weights. Throws std::bad_alloc,
+  // leaving the accumulator as it was.
   SMatrixListwise& operator+=(MatrixBase& other) override;
 
   // Columns of the block; 0 while nothing was accumulated.
@@ -47,7 +43,7 @@ class SMatrixListwise : public MatrixBase {
   bool HasRegWeights() const;
   // Sum of the combined weights, WeightSum() without regression weights.
   double RegWeightSum() const;
-  // The block is columns [Col0(), Col2()). Col1() equals Col0(). Where the block is all columns,
+  // The block is columns [Col0(), Col2()); Col1() equals Col0(). Where the block is all columns,
   // Col2() is 0 until the first batch.
   int Col0() const;
   int Col1() const;
@@ -56,13 +52,14 @@ class SMatrixListwise : public MatrixBase {
   // Weighted mean of a column: sum of u * x over RegWeightSum(). Asserts the bounds and
   // 0 < WeightSum().
   double Mean(int c) const;
-  // Smallest and largest value of a column. Asserts the bounds; Min also 0 < WeightSum(), Max that
-  // something was accumulated.
+  // Smallest and largest value of a column. Both assert the bounds; Min asserts 0 < WeightSum(),
+  // Max that something was accumulated.
   double Min(int c) const;
   double Max(int c) const;
 
-  // Centred cross-product of two columns in either order, sum of u * (x - mean x) * (y - mean y);
-  // of a column with itself, its centred sum of squares. Asserts the bounds and 0 < WeightSum().
+  // Centred cross-product of two columns in either order: the sum of u * (x - mean x) *
+  // (y - mean y). Of a column with itself: its centred sum of squares. Asserts the bounds and
+  // 0 < WeightSum().
   double CCP(int row, int col) const;
 
  private:

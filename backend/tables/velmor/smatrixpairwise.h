@@ -10,7 +10,7 @@ namespace velmor {
 
 // Statistics with pairwise deletion of missing values over a block of adjacent columns: of each
 // column over the cases in which it is present, of each pair of columns over the cases in which
-// both are. statistics.h says which values are present and what the weights do.
+// both are present. statistics.h says which values are present.
 //
 // The block's own totals (NRows, WeightSum, RegWeightSum) count every case, whatever it lacks.
 // Column arguments are columns of the batches, not places in the block. Memory: at most 128 bytes a
@@ -21,7 +21,7 @@ class SMatrixPairwise : public MatrixBase {
   // The block is all columns of the batches.
   explicit SMatrixPairwise(double missingCode);
   // The block is columns [col0, col2) of the batches. col2 == 0 stands for the number of columns of
-  // the first batch, with which the bounds are asserted.
+  // the first batch. The bounds are asserted with the first batch.
   SMatrixPairwise(double missingCode, int col0, int col2);
   ~SMatrixPairwise() override;
 
@@ -32,8 +32,8 @@ class SMatrixPairwise : public MatrixBase {
   // the statistics as they were.
   SMatrixPairwise& operator+=(DataBatch& data) override;
 
-  // Merges an SMatrixPairwise over other cases. O(columns^2). A block whose weights sum to zero
-  // changes nothing. Asserts the other's class and, unless this one is empty and takes them over,
+  // Merges an SMatrixPairwise over other cases. O(columns^2). An empty block takes over the other's
+  // bounds, missing code and kinds of weights. Asserts the other's class; unless this one is empty,
   // that both have the same bounds and missing code and agree on having regression weights. Throws
   // std::bad_alloc, leaving the statistics as they were.
   SMatrixPairwise& operator+=(MatrixBase& other) override;
@@ -47,18 +47,19 @@ class SMatrixPairwise : public MatrixBase {
   double RegWeightSum() const;
   bool HasRegWeights() const;
   double MissingCode() const;
-  // The block is columns [Col0(), Col2()). Col1() equals Col0(). Where the block is all columns,
+  // The block is columns [Col0(), Col2()); Col1() equals Col0(). Where the block is all columns,
   // Col2() is 0 until the first batch.
   int Col0() const;
   int Col1() const;
   int Col2() const;
 
-  // The record of a column, the block's own: valid as long as the block is, and shows what it then
-  // holds. Asserts the bounds and 0 < WeightSum().
+  // The block's own record of a column: valid as long as the block is, and shows what the block
+  // then holds. Asserts the bounds and 0 < WeightSum().
   VarStat& Var(int col) const;
 
-  // The record of two different columns, in either order, likewise the block's own. Its first
-  // variable is the column with the higher number. Asserts the bounds and 0 < WeightSum().
+  // The block's own record of two different columns, in either order. Its first variable is the
+  // column with the higher number. Asserts the bounds, that the columns differ, and
+  // 0 < WeightSum().
   PairStat& Pair(int row, int col) const;
 
  private:

@@ -11,24 +11,24 @@
 namespace velmor {
 
 // Accumulators and forests as bytes, to be kept in files or sent to other processes. Equal results
-// have equal bytes, on every machine. docs/state-format.md says what they are; every later version
+// have equal bytes, on every machine. docs/state-format.md describes the bytes; every later version
 // of the library reads them.
 //
-// State is one of the eight accumulators, MatrixBase, or a BlockForest of one of these. A
-// MatrixBase has the bytes of its own class, and so has a forest of them.
+// State is one of the eight accumulators, MatrixBase, or a BlockForest of one of these. The bytes
+// of a MatrixBase are its own class's, and so are a forest's of them.
 
-// The bytes of a state. O(their number), which is 64 for each pair, 56 for each variable that is
-// accumulated pairwise, 8 for each other number and some 100 besides. Asserts that there are
-// batches that fit its shape. Throws std::bad_alloc, and std::invalid_argument when a MatrixBase is
-// of a class that is not the library's.
+// The bytes of a state. O(number of bytes). A node takes 64 bytes for each pair, up to 56 for each
+// variable that is accumulated pairwise, 8 for each other number, and 16 besides; the whole takes
+// 80 more. Asserts that there are batches that fit the state's shape. Throws std::bad_alloc, and
+// std::invalid_argument when a MatrixBase is of a class that is not the library's.
 template <class State>
 [[gnu::visibility("default")]] std::vector<std::byte> Save(const State& state);
 
-// The state whose bytes these are, all of them. They are not trusted: whatever they are, the memory
-// taken is at most some twenty times their number (by empty nodes; by records twice), and what is
-// loaded can be used like any other. To merge loaded accumulators that one does not trust, add them
-// to a BlockForest, which checks that they can be merged and counted. Throws StateError when they
-// are not a state of this type, or have been changed or cut; std::bad_alloc.
+// The state whose bytes these are, all of them. The bytes are not trusted: whatever they are, the
+// memory taken is at most some twenty times their number (by empty nodes; by records twice), and a
+// loaded state can be used like any other. To merge loaded accumulators that one does not trust,
+// add them to a BlockForest, which checks that they can be merged and counted. Throws StateError
+// when the bytes are not a state of this type, or have been changed or cut; std::bad_alloc.
 template <class State>
 [[gnu::visibility("default")]] std::unique_ptr<State> Load(const std::byte* bytes,
                                                            std::size_t size);

@@ -7,24 +7,23 @@
 #pragma GCC visibility push(default)
 namespace velmor {
 
-// Statistics of one variable, or of a pair, over the cases in which it is present, as the pairwise
-// accumulators keep them. A host can use them directly: Init from columns, Update with a record
-// over other cases.
+// Statistics of one variable over the cases in which it is present, and of a pair of variables over
+// the cases in which both are present, as the pairwise accumulators keep them. A host can use them
+// directly: Init from columns, Update with a record over other cases.
 //
-// A value is absent when it equals the work area's missing code, and only then: a NaN value is
-// present, and a NaN code marks nothing. A case's weight never makes it absent. u, the combined
-// weight of a case, is its case weight times its regression weight, the one that is present when
-// only one is, and 1 when neither is. Init and Update compute in the default floating-point
-// environment and restore the caller's. Records are used by one thread at a time.
+// A value is absent when it equals the missing code, and only then: a NaN value is present, and a
+// NaN code marks nothing. A case's weight never makes it absent. u is a case's combined weight
+// (databatch.h). Init and Update compute in the default floating-point environment and restore the
+// caller's. Records are used by one thread at a time.
 
 // Scratch for Init: vectors that keep their capacity from call to call. What they hold between
 // calls means nothing. One area serves one Init at a time.
 struct WorkArea {
-  std::vector<double> _x0;  // the present values of the variable, of a pair's first one
-  std::vector<double> _x1;  // of a pair's second one
-  std::vector<double> _w;   // their case weights, then their combined weights
-  std::vector<double> _rw;  // their regression weights
-  // The value that marks an absent one.
+  std::vector<double> _x0;  // present values of the variable, or of a pair's first variable
+  std::vector<double> _x1;  // present values of a pair's second variable
+  std::vector<double> _w;   // the values' case weights, then their combined weights
+  std::vector<double> _rw;  // the values' regression weights
+  // A value that equals it is absent.
   double _missingCode = std::numeric_limits<double>::quiet_NaN();
 };
 
@@ -45,9 +44,9 @@ struct VarStatData {
   // Merges the statistics of other cases. A record of no case changes nothing. O(1).
   void Update(const VarStatData& other);
 
-  int _nRows = 0;             // cases in which the variable is present, up to 2^31 - 1
-  double _weightSum = 0.;     // their case weights; their number without case weights
-  double _regWeightSum = 0.;  // their combined weights
+  int _nRows = 0;             // cases in which the variable is present
+  double _weightSum = 0.;     // sum of their case weights; without case weights their number
+  double _regWeightSum = 0.;  // sum of u
   double _mean = 0.;          // sum of u * x over _regWeightSum
   double _css = 0.;           // sum of u * (x - mean)^2
   // maxvalue and minvalue while no case counts. With a NaN among the values the extremes depend on
@@ -58,7 +57,7 @@ struct VarStatData {
 
 // The statistics of two variables over the cases in which both are present.
 struct PairStatData {
-  // As VarStatData's, of the complete pairs (x0[i], x1[i]).
+  // As VarStatData's Init and Update, of the cases in which x0[i] and x1[i] are present.
   void Init(const double* x0, const double* x1, const double* w, const double* rw, WorkArea& wa,
             int n);
   void Update(const PairStatData& other);

@@ -1,9 +1,9 @@
 #pragma once
 
-// Cases that lie in the host's memory, column by column: what DataBatch::AddColumns,
-// DataBatchByGroup::AddColumns and Accumulate take their cases from. Views only describe; the host
-// owns the memory, and it has to stay as it is for as long as a view of it is in use. Rows and
-// columns are numbered from 0.
+// Cases that lie in the host's memory, column by column, as DataBatch::AddColumns,
+// DataBatchByGroup::AddColumns and Accumulate take them. Views only describe. The host owns the
+// memory, which has to stay as it is for as long as a view of it is in use. Rows and columns are
+// numbered from 0.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@
 namespace velmor {
 
 // How a value lies in memory: in the processor's own byte order, at any address. A Bool is one
-// byte, which counts as 0. when it is 0 and as 1. otherwise.
+// byte: 0. when the byte is 0, else 1.
 enum class ValueType : unsigned char {
   Double,
   Float,
@@ -52,8 +52,8 @@ constexpr ValueType ValueTypeOf() {
   }
 }
 
-// A column. A value is absent when any of the marks that the column has says so; without marks all
-// values are present, NaN included.
+// A column. A value is absent when any mark of the column's says so. Without marks all values are
+// present, NaN included.
 struct ColumnView {
   ColumnView() = default;
   // A column of T whose row 0 is at `first` and whose rows are `byteStride` bytes apart.
@@ -66,16 +66,16 @@ struct ColumnView {
   std::ptrdiff_t stride = 0;   // bytes from a row to the next; any sign, 0 repeats one value
   ValueType type = ValueType::Double;
 
-  // A bit for each row, 1 where the value is present, as in the Arrow columnar format: that of row
-  // r is bit i % 8, counted from the least significant, of byte i / 8, with i = validityOffset + r.
-  // Null when no bit marks anything.
+  // A bit for each row, 1 where the value is present, as in the Arrow columnar format. Row r has
+  // bit i % 8, counted from the least significant, of byte i / 8, with i = validityOffset + r. Null
+  // when no bit marks anything.
   const std::uint8_t* validity = nullptr;
   std::uint64_t validityOffset = 0;
 
   bool nanIsAbsent = false;  // of doubles and floats
-  // Values equal to one of these are absent; at most kMostAbsentCodes. Nothing is equal to NaN, and
-  // a 64-bit integer to which no double is equal is equal to no code. A Float is compared as the
-  // double that it is, so -99.9f is not -99.9.
+  // Values that are equal to one of these are absent; at most kMostAbsentCodes codes. No value is
+  // equal to NaN. A 64-bit integer that no double equals is equal to no code. A Float is compared
+  // as the double that it is, so -99.9f is not -99.9.
   std::vector<double> absentCodes;
 
   static constexpr std::size_t kMostAbsentCodes = 8;
