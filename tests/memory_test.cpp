@@ -59,6 +59,7 @@ int ExpectAllOrNothing(const char* what, const Make& make, const Operate& operat
   const auto after = observe(complete);
   const auto fail = [&](int allocation) {
     SCOPED_TRACE(std::string(what) + ", allocation " + std::to_string(allocation));
+    Watchdog::NoteProgress();
     const std::size_t alive = allocations.alive;
     bool isReached = false;
     OnNewThread([&] {
