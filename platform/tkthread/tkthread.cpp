@@ -1,26 +1,28 @@
 // tkthread.cpp: the pool, its workers and the completion counter; start at Worker::Run.
 #include <tkthread/tkthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace {
 
-// What waitAll waits for, a completion or a failure, happens once per task, so one monitor serves
-// every counter and every pool of the process.
-struct Monitor {
-  std::mutex mutex;
-  std::condition_variable changed;
-};
+// Counts the completions and failures of all runs; waitAll sleeps until it changes. The counters,
+// whose layout hosts know, have no room for something of their own, and these events are rare: one
+// for each task. A plain word can be slept on when the process exits or forks: a condition variable
+// could not be destroyed then, and in the child it would wait for threads that are not there.
+std::atomic<unsigned int> events{0};
+static_assert(std::is_trivially_destructible_v<decltype(events)>);
 
-Monitor& TheMonitor() {
-  static Monitor monitor;
-  return monitor;
+void TellWaiting() {
+  ++events;
+  events.notify_all();
 }
 
 thread_local tkThreadPoolBase* innermostPool = nullptr;
@@ -43,23 +45,28 @@ tkGuard::~tkGuard() = default;
 // the first ends before the last is queued.
 class tkThreadPoolBase::Worker {
  public:
-  explicit Worker(tkThreadPoolBase& pool) : _pool(pool) {}
+  // first  the pool's first worker; null for that one
+  Worker(tkThreadPoolBase& pool, Worker* first)
+      : _pool(pool), _first(first ? *first : *this), _thread([this] { Run(); }) {}
 
   ~Worker() {
-    if (_thread.joinable()) {
-      {
-        const std::lock_guard lock(_mutex);
-        _ending = true;
-      }
-      _changed.notify_one();
-      _thread.join();
+    {
+      const std::lock_guard lock(_mutex);
+      _ending = true;
     }
+    _changed.notify_one();
+    _thread.join();
   }
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  void Start() {
-    _thread = std::thread([this] { Run(); });
+  // The first exception that left a task of the pool, or null.
+  static std::exception_ptr FailureOf(const tkThreadPoolBase& pool) {
+    if (pool._workers.empty()) {
+      return nullptr;
+    }
+    const std::lock_guard lock(pool._workers.front()->_failureMutex);
+    return pool._failure;
   }
 
   void Queue(CallBackObject* task, void* data) {
@@ -90,7 +97,11 @@ class tkThreadPoolBase::Worker {
       try {
         job.task->callback(job.data);
       } catch (...) {
-        _pool.KeepFailure(std::current_exception());
+        {
+          const std::lock_guard failureLock(_first._failureMutex);
+          _pool.KeepFailure(std::current_exception());
+        }
+        TellWaiting();
       }
       job.task.reset();
       lock.lock();
@@ -98,18 +109,22 @@ class tkThreadPoolBase::Worker {
   }
 
   tkThreadPoolBase& _pool;
-  std::mutex _mutex;
+  Worker& _first;
+  std::mutex _failureMutex;  // of the first worker: around the pool's failure
+  std::mutex _mutex;         // around the queue and whether it ends
   std::condition_variable _changed;
   std::deque<Job> _queue;
   bool _ending = false;
-  std::thread _thread;
+  std::thread _thread;  // the last to come, as it uses all others
 };
 
 tkThreadPoolBase::tkThreadPoolBase(int threads)
     : _threads(threads), _outer(std::exchange(innermostPool, this)) {}
 
 tkThreadPoolBase::~tkThreadPoolBase() {
-  _workers.clear();
+  while (!_workers.empty()) {
+    _workers.pop_back();  // the first one at the end, as the others use its lock
+  }
   innermostPool = _outer;
 }
 
@@ -118,17 +133,16 @@ void tkThreadPoolBase::init() {
     throw std::invalid_argument("tkThreadPool: there can't be " + std::to_string(_threads) +
                                 " threads");
   }
-  for (int i = 0; i < _threads; ++i) {
-    _workers.push_back(std::make_unique<Worker>(*this));
-  }
 }
 
 void tkThreadPoolBase::startAll() {
   int started = 0;
   try {
-    for (const auto& worker : _workers) {
-      worker->Start();
-      ++started;
+    // Each thread runs before memory is taken for the next, so that the system's limit on threads
+    // ends this, not the memory of billions of workers.
+    for (; started < _threads; ++started) {
+      Worker* const first = _workers.empty() ? nullptr : _workers.front().get();
+      _workers.push_back(std::make_unique<Worker>(*this, first));
     }
   } catch (const std::system_error& error) {
     throw std::system_error(error.code(), "tkThreadPool: can't start thread " +
@@ -145,14 +159,11 @@ void tkThreadPoolBase::invoke(CallBackObject* task, void* data, ThreadScope /*sc
   _nextWorker = (_nextWorker + 1) % _workers.size();
 }
 
+// The lock of the failure is held.
 void tkThreadPoolBase::KeepFailure(std::exception_ptr failure) {
-  {
-    const std::lock_guard lock(TheMonitor().mutex);
-    if (!_failure) {
-      _failure = std::move(failure);
-    }
+  if (!_failure) {
+    _failure = std::move(failure);
   }
-  TheMonitor().changed.notify_all();
 }
 
 tkThreadPool::tkThreadPool(int threads, int /*options*/) : tkThreadPoolBase(threads) {}
@@ -164,19 +175,20 @@ tkCompleteTask::~tkCompleteTask() = default;
 void tkCompleteTask::set(int count) { _open = count; }
 
 void tkCompleteTask::completeOperation() {
-  {
-    const std::lock_guard lock(TheMonitor().mutex);
-    --_open;
-  }
-  TheMonitor().changed.notify_all();
+  --std::atomic_ref(_open);  // the last one's waiting thread may now destroy the counter
+  TellWaiting();
 }
 
 void tkCompleteTask::waitAll() {
   const tkThreadPoolBase* const pool = innermostPool;
-  const auto failed = [pool] { return pool != nullptr && pool->_failure; };
-  std::unique_lock lock(TheMonitor().mutex);
-  TheMonitor().changed.wait(lock, [this, failed] { return _open <= 0 || failed(); });
-  if (failed()) {
-    std::rethrow_exception(pool->_failure);
+  for (bool isOver = false; !isOver;) {
+    const unsigned int seen = events;
+    isOver = std::atomic_ref(_open) <= 0;
+    if (const auto failure = pool ? tkThreadPoolBase::Worker::FailureOf(*pool) : nullptr) {
+      std::rethrow_exception(failure);
+    }
+    if (!isOver) {
+      events.wait(seen);
+    }
   }
 }

@@ -79,12 +79,13 @@ class tkThreadPoolBase {
   tkThreadPoolBase(const tkThreadPoolBase&) = delete;
   tkThreadPoolBase& operator=(const tkThreadPoolBase&) = delete;
 
-  // Sets the pool up for its number of threads. Call it once, then startAll.
-  // Throws std::invalid_argument for a negative number, std::bad_alloc.
+  // Checks the number of threads. Call it once, then startAll.
+  // Throws std::invalid_argument for a negative number.
   void init();
 
-  // Starts the threads. Throws std::system_error that says which one can't be started; destroy the
-  // pool then.
+  // Starts the threads, one after the other; tasks can be invoked then. Memory: a thread's stack
+  // and about a kilobyte for each that was started. Throws std::system_error that says which one
+  // can't be started, std::bad_alloc; destroy the pool then.
   void startAll();
 
   // Queues a task, which a pool thread runs by calling task->callback(data) once. Tasks go to the

@@ -58,7 +58,8 @@ class ProblemBase {
 //   threads  1: all on the calling thread, one part. More: that many threads, one part each; parts
 //            merge in the order in which they finish. Less than 1: as many as the host service
 //            getthreads_ says; if that is 0, nothing is read. More threads than the system can
-//            start are an error, which says so (std::system_error, std::invalid_argument).
+//            start are an error, which says so (std::system_error, std::invalid_argument), before
+//            any part is made.
 //
 // Errors. On the calling thread (the only one with threads == 1) every exception passes to the
 // caller. NorvGoToCaller on a pool thread: the other parts stop at their next turn and merge, the
@@ -68,7 +69,8 @@ class ProblemBase {
 // if there was a NorvGoToCaller as well. Parts are deleted in every case.
 //
 // Asserts that there is a problem and that it makes parts. Can be called from several threads at
-// once and from within a part.
+// once and from within a part. The process may exit meanwhile, also from within a part; and it may
+// fork, and the child run problems of its own.
 void Driver(ProblemBase* problem, int threads);
 
 }  // namespace velmor
