@@ -25,6 +25,9 @@ struct DiscriminantMatrix::Data {
   void Init(DataBatch& batch);
   void Update(const Data& d);
   Shape GetShape() const { return {kKind, {_nGroup, _nVar, 0}, 0., !IsEmpty(), false}; }
+  static std::unique_ptr<DiscriminantMatrix> Make(const Shape& shape) {
+    return std::make_unique<DiscriminantMatrix>(shape.bounds[0], shape.bounds[1]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 
@@ -146,10 +149,6 @@ void DiscriminantMatrix::Data::Transfer(Record& my, const Shape& shape, State& s
   state.Numbers(my._TSSP, my.ProductCells());
 }
 
-template <>
-std::unique_ptr<DiscriminantMatrix> StateOf<DiscriminantMatrix>::Make(const Shape& shape) {
-  return std::make_unique<DiscriminantMatrix>(shape.bounds[0], shape.bounds[1]);
-}
 template struct StateOf<DiscriminantMatrix>;
 
 }  // namespace velmor

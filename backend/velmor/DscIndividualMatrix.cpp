@@ -25,6 +25,9 @@ struct DiscIndividualMatrix::Data {
   void Init(DataBatchByGroup& batch);
   void Update(const Data& d);
   Shape GetShape() const { return {kKind, {_nGroup, _nVar, 0}, 0., !IsEmpty(), false}; }
+  static std::unique_ptr<DiscIndividualMatrix> Make(const Shape& shape) {
+    return std::make_unique<DiscIndividualMatrix>(shape.bounds[0], shape.bounds[1]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 
@@ -134,10 +137,6 @@ void DiscIndividualMatrix::Data::Transfer(Record& my, const Shape& shape, State&
   state.Numbers(my._TSSP, my.Cells());
 }
 
-template <>
-std::unique_ptr<DiscIndividualMatrix> StateOf<DiscIndividualMatrix>::Make(const Shape& shape) {
-  return std::make_unique<DiscIndividualMatrix>(shape.bounds[0], shape.bounds[1]);
-}
 template struct StateOf<DiscIndividualMatrix>;
 
 }  // namespace velmor

@@ -21,6 +21,9 @@ struct MatrixListwise::Data {
     const auto columns = static_cast<std::int32_t>(_means.size());
     return {kKind, {0, 0, columns}, 0., !IsEmpty(), _hasRegWeights};
   }
+  static std::unique_ptr<MatrixListwise> Make(const Shape& /*shape*/) {
+    return std::make_unique<MatrixListwise>();
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 
@@ -109,10 +112,6 @@ void MatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state
   state.Numbers(my._xp, MatrixRow(columns));
 }
 
-template <>
-std::unique_ptr<MatrixListwise> StateOf<MatrixListwise>::Make(const Shape& /*shape*/) {
-  return std::make_unique<MatrixListwise>();
-}
 template struct StateOf<MatrixListwise>;
 
 }  // namespace velmor

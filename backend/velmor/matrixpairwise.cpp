@@ -40,6 +40,9 @@ struct MatrixPairwise::Data {
     const auto columns = static_cast<std::int32_t>(_varStats.size());
     return {kKind, {0, 0, columns}, _work._missingCode, !IsEmpty(), _hasRegWeights};
   }
+  static std::unique_ptr<MatrixPairwise> Make(const Shape& shape) {
+    return std::make_unique<MatrixPairwise>(shape.missingCode);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 
@@ -148,10 +151,6 @@ void MatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& state
   TransferRecords(my, shape, state);
 }
 
-template <>
-std::unique_ptr<MatrixPairwise> StateOf<MatrixPairwise>::Make(const Shape& shape) {
-  return std::make_unique<MatrixPairwise>(shape.missingCode);
-}
 template struct StateOf<MatrixPairwise>;
 
 }  // namespace velmor

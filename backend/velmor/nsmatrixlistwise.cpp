@@ -17,6 +17,9 @@ struct NSMatrixListwise::Data {
   void Init(DataBatch& data);
   void Update(const Data& d);
   Shape GetShape() const { return {kKind, {_col0, _col1, _col2}, 0., !IsEmpty(), _hasRegWeights}; }
+  static std::unique_ptr<NSMatrixListwise> Make(const Shape& shape) {
+    return std::make_unique<NSMatrixListwise>(shape.bounds[0], shape.bounds[1], shape.bounds[2]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
   void MergeSquareSums(const Data& d, const MeanMerge& means);
@@ -166,10 +169,6 @@ void NSMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& sta
   state.Numbers(my._xp, rows * (columns - rows));
 }
 
-template <>
-std::unique_ptr<NSMatrixListwise> StateOf<NSMatrixListwise>::Make(const Shape& shape) {
-  return std::make_unique<NSMatrixListwise>(shape.bounds[0], shape.bounds[1], shape.bounds[2]);
-}
 template struct StateOf<NSMatrixListwise>;
 
 }  // namespace velmor

@@ -17,6 +17,10 @@ struct NSMatrixPairwise::Data : PairwiseBlock {
   void Update(DataBatch& data);
   void Update(const Data& d);
   Shape GetShape() const { return PairwiseBlock::GetShape(kKind); }
+  static std::unique_ptr<NSMatrixPairwise> Make(const Shape& shape) {
+    return std::make_unique<NSMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[1],
+                                              shape.bounds[2]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 };
@@ -115,11 +119,6 @@ void NSMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& sta
   TransferRecords(my, shape, state);
 }
 
-template <>
-std::unique_ptr<NSMatrixPairwise> StateOf<NSMatrixPairwise>::Make(const Shape& shape) {
-  return std::make_unique<NSMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[1],
-                                            shape.bounds[2]);
-}
 template struct StateOf<NSMatrixPairwise>;
 
 }  // namespace velmor

@@ -18,6 +18,9 @@ struct SMatrixListwise::Data {
   void Init(DataBatch& data);
   void Update(const Data& d);
   Shape GetShape() const { return {kKind, {_col0, _col1, _col2}, 0., !IsEmpty(), _hasRegWeights}; }
+  static std::unique_ptr<SMatrixListwise> Make(const Shape& shape) {
+    return std::make_unique<SMatrixListwise>(shape.bounds[0], shape.bounds[2]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 
@@ -143,10 +146,6 @@ void SMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& stat
   state.Numbers(my._xp, columns * (columns + 1) / 2);
 }
 
-template <>
-std::unique_ptr<SMatrixListwise> StateOf<SMatrixListwise>::Make(const Shape& shape) {
-  return std::make_unique<SMatrixListwise>(shape.bounds[0], shape.bounds[2]);
-}
 template struct StateOf<SMatrixListwise>;
 
 }  // namespace velmor

@@ -18,6 +18,9 @@ struct SMatrixPairwise::Data : PairwiseBlock {
   void Update(DataBatch& data);
   void Update(const Data& d);
   Shape GetShape() const { return PairwiseBlock::GetShape(kKind); }
+  static std::unique_ptr<SMatrixPairwise> Make(const Shape& shape) {
+    return std::make_unique<SMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[2]);
+  }
   template <class Record, class State>
   static void Transfer(Record& my, const Shape& shape, State& state);
 };
@@ -111,10 +114,6 @@ void SMatrixPairwise::Data::Transfer(Record& my, const Shape& shape, State& stat
   TransferRecords(my, shape, state);
 }
 
-template <>
-std::unique_ptr<SMatrixPairwise> StateOf<SMatrixPairwise>::Make(const Shape& shape) {
-  return std::make_unique<SMatrixPairwise>(shape.missingCode, shape.bounds[0], shape.bounds[2]);
-}
 template struct StateOf<SMatrixPairwise>;
 
 }  // namespace velmor

@@ -3,10 +3,10 @@
 // StateOf for an accumulator whose record is known. A record has
 //   kKind                             the class, and
 //   GetShape()                        its shape
+//   Make(shape)                       static: an empty accumulator of that shape
 //   Transfer(my, shape, state)        static: writes or reads all that such a record holds, the
 //                                     state being a StateWriter or a StateReader
-// To be included by the accumulator's source only, which also says how an empty one is made and
-// instantiates the class.
+// To be included by the accumulator's source only, which also instantiates the class.
 
 #include "record/internals.h"
 #include "record/stateof.h"
@@ -25,6 +25,11 @@ bool StateOf<Accumulator>::Is(Kind kind) {
 template <class Accumulator>
 Shape StateOf<Accumulator>::GetShape(const Accumulator& accumulator) {
   return Internals::DataOf(accumulator).GetShape();
+}
+
+template <class Accumulator>
+std::unique_ptr<Accumulator> StateOf<Accumulator>::Make(const Shape& shape) {
+  return DataOf<Accumulator>::Make(shape);
 }
 
 template <class Accumulator>
