@@ -1,4 +1,8 @@
 // avx2.cpp: vectors of four doubles in 16 registers.
+#if !defined(__AVX2__) || !defined(__POPCNT__)
+#error "to be compiled with -mavx2 -mpopcnt"
+#endif
+
 #include "ordered/kernels/makeengine.h"
 #include "ordered/kernels/sets.h"
 

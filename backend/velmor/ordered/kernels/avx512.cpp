@@ -1,4 +1,9 @@
 // avx512.cpp: vectors of eight doubles in 32 registers.
+#if !defined(__AVX2__) || !defined(__POPCNT__) || !defined(__AVX512F__) || \
+    !defined(__AVX512DQ__) || !defined(__AVX512BW__) || !defined(__AVX512VL__)
+#error "to be compiled with -mavx2 -mpopcnt -mavx512f -mavx512dq -mavx512bw -mavx512vl"
+#endif
+
 #include "ordered/kernels/makeengine.h"
 #include "ordered/kernels/sets.h"
 
