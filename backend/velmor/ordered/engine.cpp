@@ -3,30 +3,53 @@
 
 #include "ordered/kernels/sets.h"
 
+#include <array>
+#include <cstddef>
+
 namespace velmor::ordered {
 
-std::vector<const Engine*> Available() {
-  std::vector<const Engine*> engines{&kBaseline};
+namespace {
+
+// A processor that can run one can run those before it.
+constexpr std::array kEngines{
+    &kBaseline,
 #ifdef VELMOR_HAS_X86_SETS
-  // Asks the processor, and whether the operating system saves the registers.
+    &kAvx2,
+    &kAvx512,
+#endif
+};
+
+// How many of them can run: asks the processor, and whether the operating system saves the
+// registers.
+std::size_t AvailableEngines() {
+#ifdef VELMOR_HAS_X86_SETS
   __builtin_cpu_init();
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt")) {
-    engines.push_back(&kAvx2);
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) {
-      engines.push_back(&kAvx512);
+      return 3;
     }
+    return 2;
   }
 #endif
-  return engines;
+  return 1;
 }
 
-namespace {
-const Engine* active = Available().back();
+// Set at the first call: a host that is linked with the static library may accumulate before the
+// library's own objects would be initialised.
+const Engine*& EngineInUse() {
+  static const Engine* engine = kEngines[AvailableEngines() - 1];
+  return engine;
 }
 
-const Engine& Active() { return *active; }
+}  // namespace
 
-void Use(const Engine& engine) { active = &engine; }
+std::vector<const Engine*> Available() {
+  return {kEngines.begin(), kEngines.begin() + AvailableEngines()};
+}
+
+const Engine& Active() { return *EngineInUse(); }
+
+void Use(const Engine& engine) { EngineInUse() = &engine; }
 
 }  // namespace velmor::ordered

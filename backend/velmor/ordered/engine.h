@@ -11,8 +11,8 @@ namespace velmor::ordered {
 // The engines that this machine can run, the fastest last.
 std::vector<const Engine*> Available();
 
-// The engine in use: chosen once, when the library is loaded, as the fastest that the processor and
-// the operating system support.
+// The engine in use: chosen once, at the first call, as the fastest that the processor and the
+// operating system support.
 const Engine& Active();
 
 // For tests and benchmarks: uses one of the available engines from here on. No accumulator may be
