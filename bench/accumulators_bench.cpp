@@ -2,7 +2,7 @@
 // what do group sums gain over their plain loops?
 #include "bench.h"
 
-#include "ordered/tuning.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 #include "ordered/chains.h"
 #include "ordered/groupsums.h"
 #include "ordered/merges.h"
-#include "record/block.h"
+#include "record/batchcolumns.h"
 #include "record/packed.h"
 #include "record/protocol.h"
 #include "record/transfer.h"
@@ -61,7 +61,7 @@ void DiscriminantMatrix::Data::Init(DataBatch& batch) {
   _TSSP = OwnedArray<double>(ProductCells());
   _nRows = batch.NRows();
   const ordered::Cases cases{batch.NRows(), batch.Weights()};
-  const ordered::Columns columns = Block(batch, 0, nCols);
+  const ordered::Columns columns = BatchColumns(batch, 0, nCols);
   ordered::WeightByGroup(batch.Groups(), cases.weights, _sumW, _weightSum, cases.rows);
   const std::size_t tsspIndex = ordered::ProductsAndGroupSums(
       columns, cases, {batch.Groups(), Groups(), _sumX1, _sumX2}, _TSSP);

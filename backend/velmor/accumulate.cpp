@@ -53,9 +53,9 @@ void CheckTable(const TableView& table, const Shape& shape) {
 }
 
 // A thread's batch, of the kind that the accumulator takes.
-class Batch {
+class TableBatch {
  public:
-  Batch(const TableView& table, const Shape& shape, unsigned int rows)
+  TableBatch(const TableView& table, const Shape& shape, unsigned int rows)
       : _table(table), _shape(shape) {
     const auto columns = static_cast<unsigned int>(table.values.size());
     const double* const weight = table.weights ? &kWeight : nullptr;
@@ -158,7 +158,7 @@ class Run : public ProblemBase {
 
    private:
     Run& _run;
-    Batch _batch;
+    TableBatch _batch;
     std::uint64_t _block = 0;
   };
 

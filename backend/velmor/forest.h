@@ -1,6 +1,6 @@
 #pragma once
 
-// What a BlockForest keeps, for its own source and for the state's.
+// What a BlockForest keeps.
 
 #include <velmor/blockforest.h>
 

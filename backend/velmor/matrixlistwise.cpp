@@ -42,7 +42,7 @@ void MatrixListwise::Data::Init(DataBatch& batch) {
   const std::size_t nCells = MatrixRow(nCols);
   _means.resize(nCols);
   _xp = OwnedArray<double>(nCells);
-  const ordered::Columns columns = Block(batch, 0, static_cast<int>(nCols));
+  const ordered::Columns columns = BatchColumns(batch, 0, static_cast<int>(nCols));
   const ordered::Cases cases = TakeMoments(*this, batch, columns, nullptr, nullptr);
   const double* const xprow = ordered::CenteredProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);

@@ -44,7 +44,7 @@ void NSMatrixListwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp);
   VELMOR_ASSERT(_col0<_col1 && _col1<_col2);
   VELMOR_ASSERT(_col2 <= (int)data.NColumns());
-  const ordered::Columns columns = Block(data, _col0, _col2);
+  const ordered::Columns columns = BatchColumns(data, _col0, _col2);
   const std::int64_t i = _col1 - _col0;  // rows and columns of the rectangle
   const std::int64_t j = _col2 - _col1;
   _css.resize(static_cast<std::size_t>(i + j));
@@ -53,8 +53,9 @@ void NSMatrixListwise::Data::Init(DataBatch& data) {
   _maxs.resize(_css.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(i * j));
   const ordered::Cases cases = TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
-  const double* const xprow = ordered::RectangularProducts(
-      Block(data, _col0, _col1), Block(data, _col1, _col2), _means.data(), cases, _css.data(), _xp);
+  const double* const xprow = ordered::RectangularProducts(BatchColumns(data, _col0, _col1),
+                                                           BatchColumns(data, _col1, _col2),
+                                                           _means.data(), cases, _css.data(), _xp);
   VELMOR_ASSERT(xprow == _xp+i*j);
 }
 

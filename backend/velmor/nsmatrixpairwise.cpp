@@ -28,7 +28,7 @@ struct NSMatrixPairwise::Data : PairwiseBlock {
 void NSMatrixPairwise::Data::Init(DataBatch& data) {
   VELMOR_ASSERT(!_xp.size());  // NOLINT(readability-container-size-empty): stable text
   VELMOR_ASSERT(0 <= _col0 && _col0 <= _col1 && _col1 <= _col2 && _col0 < _col2);
-  Block(data, _col0, _col2);  // asserts that the batch has them
+  BatchColumns(data, _col0, _col2);  // asserts that the batch has them
   MakeRecords(_col2 - _col0, (_col1 - _col0) * (_col2 - _col1));
   _hasRegWeights = data.HasRegWeights();
   Update(data);

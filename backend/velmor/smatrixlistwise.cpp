@@ -54,7 +54,7 @@ void SMatrixListwise::Data::Init(DataBatch& data) {
   _mins.resize(_means.size());
   _maxs.resize(_means.size());
   _xp = OwnedArray<double>(static_cast<std::size_t>(nCells));
-  const ordered::Columns columns = Block(data, _col0, _col2);
+  const ordered::Columns columns = BatchColumns(data, _col0, _col2);
   const ordered::Cases cases = TakeMoments(*this, data, columns, _mins.data(), _maxs.data());
   const double* const xprow = ordered::CenteredProducts(columns, _means.data(), cases, _xp);
   VELMOR_ASSERT(xprow+nCols == _xp+nCells);

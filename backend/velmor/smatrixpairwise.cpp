@@ -31,7 +31,7 @@ void SMatrixPairwise::Data::Init(DataBatch& data) {
     _col2 = {static_cast<int>(data.NColumns())};
   }
   VELMOR_ASSERT(0 <= _col0 && _col0 < _col2);
-  Block(data, _col0, _col2);  // asserts that the batch has them
+  BatchColumns(data, _col0, _col2);  // asserts that the batch has them
   MakeRecords(_col2 - _col0, MatrixRowCount(_col2 - _col0));
   _hasRegWeights = data.HasRegWeights();
   Update(data);

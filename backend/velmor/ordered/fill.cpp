@@ -2,7 +2,7 @@
 #include "ordered/fill.h"
 
 #include "ordered/engine.h"
-#include "ordered/tuning.h"
+#include "ordered/kernels/tuning.h"
 
 #include <algorithm>
 

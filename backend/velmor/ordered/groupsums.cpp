@@ -2,9 +2,9 @@
 #include "ordered/groupsums.h"
 
 #include "ordered/engine.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/panels.h"
 #include "ordered/tiles.h"
-#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

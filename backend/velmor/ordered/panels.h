@@ -4,7 +4,7 @@
 
 #include "ordered/cases.h"
 #include "ordered/engine.h"
-#include "ordered/tuning.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/workspace.h"
 
 #include <array>

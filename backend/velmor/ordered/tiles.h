@@ -3,8 +3,8 @@
 // Running sums of products in tiles, for the operations that go on strip of rows by strip of rows.
 
 #include "ordered/cases.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/panels.h"
-#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

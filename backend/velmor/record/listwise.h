@@ -11,7 +11,7 @@
 #include "ordered/merges.h"
 #include "ordered/productmatrix.h"
 #include "ordered/workspace.h"
-#include "record/block.h"
+#include "record/batchcolumns.h"
 #include "record/transfer.h"
 
 #include <cstddef>

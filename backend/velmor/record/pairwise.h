@@ -11,7 +11,7 @@
 #include "ordered/chains.h"
 #include "ordered/merges.h"
 #include "ordered/present/presentcases.h"
-#include "record/block.h"
+#include "record/batchcolumns.h"
 #include "record/presentmerge.h"
 #include "record/transfer.h"
 
@@ -141,7 +141,7 @@ template <class Data, class PlaceOf>
 void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::WantedPairs wanted,
                 PlaceOf placeOf) {
   RecordSink<Data, PlaceOf> sink(my, placeOf);
-  ordered::AccumulatePairwise({Block(batch, from, to), batch.NRows(), batch.Weights(),
+  ordered::AccumulatePairwise({BatchColumns(batch, from, to), batch.NRows(), batch.Weights(),
                                batch.RegWeights(), my._work._missingCode},
                               wanted, sink);
   AddTotals(my, batch);

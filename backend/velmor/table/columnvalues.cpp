@@ -68,7 +68,7 @@ const std::byte* RowAddress(const ColumnView& column, std::uint64_t row) {
 }
 
 template <class T>
-T Load(const std::byte* from) {
+T ValueAt(const std::byte* from) {
   T x;
   std::memcpy(&x, from, sizeof(x));
   return x;
@@ -81,13 +81,13 @@ void ReadColumn(const ColumnView& column, RowRange rows, double* to) {
   const auto count = static_cast<std::ptrdiff_t>(rows.count);
   if (column.stride != kSize) {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      to[i] = ToDouble(Load<T>(from + i * column.stride));
+      to[i] = ToDouble(ValueAt<T>(from + i * column.stride));
     }
   } else if constexpr (std::is_same_v<T, double>) {
     ordered::Copy(from, rows.count, to);
   } else {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      to[i] = ToDouble(Load<T>(from + i * kSize));
+      to[i] = ToDouble(ValueAt<T>(from + i * kSize));
     }
   }
 }
@@ -177,7 +177,7 @@ std::string Text(double value) {
 std::string Text(const ColumnView& column, std::uint64_t row) {
   return WithType(column.type, [&](auto x) {
     using Type = decltype(x);
-    const auto value = Load<Type>(RowAddress(column, row));
+    const auto value = ValueAt<Type>(RowAddress(column, row));
     if constexpr (std::is_integral_v<Type>) {
       return std::to_string(value);
     } else {

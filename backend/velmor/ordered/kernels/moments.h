@@ -4,8 +4,8 @@
 // lane's state; once no lane is in its run any more, the plain loop goes on.
 
 #include "ordered/kernels/contract.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/kernels/vectors.h"
-#include "ordered/tuning.h"
 
 namespace velmor::ordered {
 

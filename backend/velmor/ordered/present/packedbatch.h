@@ -3,9 +3,9 @@
 // A batch as the tasks of pairwise deletion read it.
 
 #include "ordered/engine.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/present/patterns.h"
 #include "ordered/present/presentcases.h"
-#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <cstddef>

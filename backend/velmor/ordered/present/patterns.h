@@ -3,8 +3,8 @@
 // Which cases the columns of a batch lack, and the columns that lack the same ones.
 
 #include "ordered/engine.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/present/presentcases.h"
-#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <array>

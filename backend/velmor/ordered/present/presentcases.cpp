@@ -8,11 +8,11 @@
 #include "ordered/present/presentcases.h"
 
 #include "ordered/engine.h"
+#include "ordered/kernels/tuning.h"
 #include "ordered/panels.h"
 #include "ordered/present/columntask.h"
 #include "ordered/present/packedbatch.h"
 #include "ordered/present/patterntask.h"
-#include "ordered/tuning.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>

@@ -21,7 +21,7 @@ struct Bound {
 };
 
 // Batch columns [from, to), from < to. Asserts that the batch has them.
-inline ordered::Columns Block(DataBatch& batch, int from, int to) {
+inline ordered::Columns BatchColumns(DataBatch& batch, int from, int to) {
   Internals::Column(batch, static_cast<unsigned int>(to - 1));
   double* const first = Internals::Column(batch, static_cast<unsigned int>(from));
   return {first, batch.MaxRows(), static_cast<std::size_t>(to - from)};
