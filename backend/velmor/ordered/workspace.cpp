@@ -4,6 +4,12 @@
 #include <algorithm>
 #include <new>
 
+#ifdef VELMOR_CHECKS_SCRATCH
+#include <sanitizer/asan_interface.h>
+
+#include <cstring>
+#endif
+
 namespace velmor::ordered {
 
 namespace {
@@ -18,6 +24,29 @@ struct alignas(kAlignment) Chunk {
 };
 
 namespace {
+
+// Builds with AddressSanitizer check what is done with scratch memory: nobody may touch what is not
+// taken, such as the gap after each array, and what is taken begins as NaN.
+#ifdef VELMOR_CHECKS_SCRATCH
+constexpr std::size_t kGap = 2048;  // as large as all tiles that a kernel takes at once, and more
+void Forbid(const void* from, std::size_t bytes) { __asan_poison_memory_region(from, bytes); }
+void Permit(void* from, std::size_t bytes) {
+  __asan_unpoison_memory_region(from, bytes);
+  std::memset(from, 0xFF, bytes);
+}
+#else
+constexpr std::size_t kGap = 0;
+void Forbid(const void* /*from*/, std::size_t /*bytes*/) {}
+void Permit(void* /*from*/, std::size_t /*bytes*/) {}
+#endif
+
+std::byte* Begin(Chunk* chunk) { return static_cast<std::byte*>(static_cast<void*>(chunk + 1)); }
+
+// Gives back what was taken of a chunk after the first `used` bytes.
+void Untake(Chunk* chunk, std::size_t used) {
+  Forbid(Begin(chunk) + used, chunk->used - used);
+  chunk->used = used;
+}
 
 struct Memory {
   Chunk* top = nullptr;
@@ -40,6 +69,7 @@ struct Memory {
   void Push(void* bytes, std::size_t size) {
     if (bytes != nullptr) {
       top = new (bytes) Chunk{top, size, 0};
+      Forbid(Begin(top), size);
     }
   }
 
@@ -62,7 +92,7 @@ Workspace::Workspace() : _top(memory.top), _used(memory.top ? memory.top->used :
 
 Workspace::~Workspace() {
   if (memory.top == _top && _top != nullptr) {
-    _top->used = _used;
+    Untake(_top, _used);
   }
   if (--memory.depth > 0 || memory.top == nullptr) {
     return;
@@ -74,19 +104,19 @@ Workspace::~Workspace() {
     memory.Push(::operator new (sizeof(Chunk) + size, std::align_val_t{kAlignment}, std::nothrow),
                 size);
   } else {
-    memory.top->used = 0;
+    Untake(memory.top, 0);
   }
 }
 
 void* Workspace::TakeBytes(std::size_t bytes) {
-  const std::size_t size = (bytes + kAlignment - 1) / kAlignment * kAlignment;
+  const std::size_t size = (bytes + kAlignment - 1) / kAlignment * kAlignment + kGap;
   if (memory.top == nullptr || memory.top->size - memory.top->used < size) {
     const std::size_t chunkSize = std::max(size, memory.Size());  // doubles what there is
     memory.Push(::operator new (sizeof(Chunk) + chunkSize, std::align_val_t{kAlignment}),
                 chunkSize);
   }
-  auto* const begin = static_cast<std::byte*>(static_cast<void*>(memory.top + 1));
-  void* const taken = begin + memory.top->used;
+  void* const taken = Begin(memory.top) + memory.top->used;
+  Permit(taken, bytes);
   memory.top->used += size;
   return taken;
 }
