@@ -96,18 +96,6 @@ void Progress::Show(std::uint64_t bytesRead) {
   }
 }
 
-void FirstError::Merge(const FirstError& other) {
-  if (other.IsAny() && (!IsAny() || other._batch < _batch)) {
-    *this = other;
-  }
-}
-
-void FirstError::Rethrow() const {
-  if (IsAny()) {
-    std::rethrow_exception(_error);
-  }
-}
-
 CaseReader::CaseReader(Reader& file, const CaseColumns& columns, Progress& progress)
     : _file(file), _columns(columns), _progress(progress), _parser(file.GetSource()) {
   _case.values.resize(columns.values.size());

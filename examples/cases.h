@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <exception>
 #include <limits>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -95,30 +96,42 @@ class Progress {
   std::chrono::steady_clock::time_point _shown;
 };
 
-// Of the batches that several threads claim one after the other, the first that has an error. Each
-// thread keeps that of its own batches, and claims no more after one; what others claimed before is
-// then still looked through, so that the error is the same however many threads there are.
+// Of the batches that several threads claim one after the other, the first that has an error. When
+// there is one, no more should be claimed; what was claimed before is still looked through, so that
+// the error is the same however many threads there are. Used by several threads at once.
 class FirstError {
  public:
-  bool IsAny() const { return _error != nullptr; }
+  bool IsAny() const {
+    const std::lock_guard lock(_mutex);
+    return _error != nullptr;
+  }
 
-  // Calls `action`, which is about the batch of this number, and keeps the Error that it throws.
+  // Calls `action`, which is about the batch of this number, and keeps the Error that it throws
+  // unless there is one of a batch before. Returns whether it throws none.
   template <class Action>
-  void Try(std::uint64_t batch, const Action& action) {
+  bool Try(std::uint64_t batch, const Action& action) {
     try {
       action();
+      return true;
     } catch (const Error&) {
-      _error = std::current_exception();
-      _batch = batch;
+      const std::lock_guard lock(_mutex);
+      if (_error == nullptr || batch < _batch) {
+        _error = std::current_exception();
+        _batch = batch;
+      }
+      return false;
     }
   }
 
-  void Merge(const FirstError& other);
-
   // Throws the error if there is one.
-  void Rethrow() const;
+  void Rethrow() const {
+    if (IsAny()) {
+      std::rethrow_exception(_error);
+    }
+  }
 
  private:
+  mutable std::mutex _mutex;
   std::exception_ptr _error;
   std::uint64_t _batch = 0;  // that it is about
 };

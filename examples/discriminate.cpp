@@ -6,7 +6,6 @@
 #include <velmor/velmor.h>
 
 #include <CLI/CLI.hpp>
-#include <Eigen/Cholesky>
 #include <Eigen/Core>
 #include <algorithm>
 #include <charconv>
@@ -15,6 +14,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,11 +23,15 @@
 
 #include "cases.h"
 #include "csv.h"
+#include "discriminant.h"
 #include "pass.h"
 #include "report.h"
 
 namespace {
 
+using discriminant::Factors;
+using discriminant::Functions;
+using discriminant::Statistics;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
@@ -99,15 +103,9 @@ using Names = std::vector<std::string>;
 struct Group {
   int number = 0;  // in the order of the names
   std::uint64_t cases = 0;
-  std::vector<double> origin;  // the values of one of the cases
+  std::vector<double> origin;  // the values of its first case
 };
 using Groups = std::map<std::string, Group, std::less<>>;  // by name
-
-// Linear functions of a case's values, one for each group. Rows are variables, columns groups.
-struct Functions {
-  MatrixXd coefficients;
-  VectorXd constants;
-};
 
 // What is known before the first pass, and more after each.
 struct Study {
@@ -152,7 +150,7 @@ csv::Error HasChanged(const Study& study) {
 template <class Share>
 csv::CaseCounts ReadCases(const Study& study, csv::Progress& progress,
                           typename Share::Result& result) {
-  csv::Reader reader(study.options.file);
+  csv::Reader reader(study.options.file, Share::ChunkSize(study));
   csv::Pass<Share> pass(reader, study.columns, progress, study, result);
   velmor::Driver(&pass, study.options.threads);
   progress.EndPass();
@@ -162,12 +160,15 @@ csv::CaseCounts ReadCases(const Study& study, csv::Progress& progress,
   return pass.Counts();
 }
 
+constexpr std::size_t kChunkSize = std::size_t{256} << 10U;
+
 // The first pass: which groups there are.
 class GroupsShare {
  public:
   using Input = Study;
   using Result = Groups;
-  GroupsShare(const Study& study, std::uint64_t /*cacheSize*/) : _study(study) {}
+  explicit GroupsShare(const Study& study) : _study(study) {}
+  static std::size_t ChunkSize(const Study& /*study*/) { return kChunkSize; }
 
   void Add(const csv::Case& current) {
     auto place = _groups.find(current.group);
@@ -178,8 +179,10 @@ class GroupsShare {
     ++place->second.cases;
   }
 
-  void MergeInto(Groups& all) const {
-    for (const auto& [name, group] : _groups) {
+  Groups Take() { return std::exchange(_groups, {}); }
+
+  void Append(const Groups& next, Groups& all) const {
+    for (const auto& [name, group] : next) {
       const auto [place, isNew] = all.try_emplace(name, group);
       place->second.cases += isNew ? 0 : group.cases;
     }
@@ -211,6 +214,13 @@ void FindGroups(Study& study, csv::Progress& progress) {
                       " cases used are all in one group, " +
                       csv::Printable(study.groups.begin()->first) + "; it takes two or more");
   }
+  const std::uint64_t fewest = study.groups.size() + study.variables.size();
+  if (study.counts.Used() < fewest) {
+    throw study.Error("the " + std::to_string(study.counts.Used()) + " cases used, in " +
+                      std::to_string(study.NGroups()) + " groups, are too few for " +
+                      std::to_string(study.NVariables()) + " columns; it takes " +
+                      std::to_string(fewest) + ", as many as groups and columns together");
+  }
   int number = 0;
   for (auto& [name, group] : study.groups) {
     group.number = number++;
@@ -226,27 +236,40 @@ const Group& FindGroup(const Study& study, std::string_view name) {
 }
 
 struct Sums {
-  velmor::DiscriminantMatrix all;
-  velmor::DiscIndividualMatrix byGroup;
+  Sums() = default;  // can only be appended to
+  Sums(int groups, int variables)
+      : all(std::make_unique<velmor::DiscriminantMatrix>(groups, variables)),
+        byGroup(std::make_unique<velmor::DiscIndividualMatrix>(groups, variables)) {}
+
+  std::unique_ptr<velmor::DiscriminantMatrix> all = std::make_unique<velmor::DiscriminantMatrix>();
+  std::unique_ptr<velmor::DiscIndividualMatrix> byGroup =
+      std::make_unique<velmor::DiscIndividualMatrix>();
 };
 
 // The second pass: sums. velmor's discriminant accumulators leave them raw, and a sum of squares
 // that is centred only afterwards loses the digits in which it agrees with what is subtracted: some
 // log10(1 + d d) of them, d being the distance from the origin to the mean in standard deviations.
 // From zero that would be more than five digits for the years of a decade. So each group's values
-// are summed from an origin of the group's own, one of its cases: that mostly costs less than one
+// are summed from an origin of the group's own, its first case: that mostly costs less than one
 // digit, and what does not vary comes out as exactly zero.
 class SumsShare {
  public:
   using Input = Study;
   using Result = Sums;
-  SumsShare(const Study& study, std::uint64_t cacheSize)
+  explicit SumsShare(const Study& study)
       : _study(study),
         _values(study.variables.size()),
-        _batch(NColumns(), BatchRows(cacheSize), Weight(), nullptr, &_group),
-        _batchByGroup(NColumns(), BatchRows(cacheSize), Weight(), nullptr, &_group,
+        _batch(NColumns(), BatchRows(), Weight(), nullptr, &_group),
+        _batchByGroup(NColumns(), BatchRows(), Weight(), nullptr, &_group,
                       static_cast<unsigned int>(study.NGroups())),
-        _sums{{study.NGroups(), study.NVariables()}, {study.NGroups(), study.NVariables()}} {}
+        _sums(NewSums()) {}
+
+  // As many bytes to read as sums have, so that to merge these is not most of the work.
+  static std::size_t ChunkSize(const Study& study) {
+    const std::size_t variables = study.variables.size();
+    return std::clamp(study.groups.size() * variables * (variables + 1) / 2 * sizeof(double),
+                      kChunkSize, 64 * kChunkSize);
+  }
 
   void Add(const csv::Case& current) {
     const Group& group = FindGroup(_study, current.group);
@@ -262,30 +285,38 @@ class SumsShare {
     }
   }
 
-  void MergeInto(Sums& sums) {
+  Sums Take() {
     AccumulateCases();
-    sums.all += _sums.all;
-    sums.byGroup += _sums.byGroup;
+    return std::exchange(_sums, NewSums());
+  }
+
+  static void Append(const Sums& next, Sums& all) {
+    *all.all += *next.all;
+    *all.byGroup += *next.byGroup;
   }
 
  private:
   unsigned int NColumns() const { return static_cast<unsigned int>(_values.size()); }
   const double* Weight() const { return _study.columns.weight ? &_weight : nullptr; }
 
-  unsigned int BatchRows(std::uint64_t cacheSize) const {
+  Sums NewSums() const { return {_study.NGroups(), _study.NVariables()}; }
+
+  // The same on every machine, as batches round the sums differently where they end.
+  unsigned int BatchRows() const {
+    constexpr std::uint64_t kBatchSize = std::uint64_t{1} << 20U;
     const bool hasWeights = Weight() != nullptr;
     const std::uint64_t rowSize =
         velmor::DataBatch::RowSize(NColumns(), hasWeights, false, true) +
         2 * velmor::DataBatchByGroup::RowSize(NColumns(), hasWeights, false, true);
     // Merging costs about as much as a case or two of every group.
-    return csv::BatchRows(cacheSize, rowSize, _values.size(), 64 + 16 * _study.groups.size());
+    return csv::BatchRows(kBatchSize, rowSize, _values.size(), 64 + 16 * _study.groups.size());
   }
 
   void AccumulateCases() {
-    _sums.all += _batch;
+    *_sums.all += _batch;
     _batch.Clear();
     _batchByGroup.SortByGroup();
-    _sums.byGroup += _batchByGroup;
+    *_sums.byGroup += _batchByGroup;
     _batchByGroup.Clear();
   }
 
@@ -302,44 +333,13 @@ Eigen::Map<const VectorXd> AsVector(const std::vector<double>& numbers) {
   return {numbers.data(), static_cast<Index>(numbers.size())};
 }
 
-// What the sums come to. Rows are variables, columns variables or groups.
-struct Statistics {
-  VectorXd weights;  // of the groups
-  VectorXd centre;   // means in all
-  MatrixXd means;    // in the groups, less those in all
-  MatrixXd within;   // squares and products S
-  MatrixXd between;  // squares and products T - S
-
-  double Freedom() const { return weights.sum() - static_cast<double>(weights.size()); }
-};
-
-Statistics Centre(const velmor::DiscriminantMatrix& raw, const Groups& groups) {
-  const int variables = raw.NVar();
-  VectorXd weights(raw.NGroup());
-  MatrixXd origins(variables, raw.NGroup());
-  MatrixXd sums(variables, raw.NGroup());  // from the origins, like all raw ones
-  MatrixXd products = MatrixXd::Zero(variables, variables);
-  for (const auto& [name, group] : groups) {
-    const int g = group.number;
-    weights[g] = raw.sumW(g);
-    origins.col(g) = AsVector(group.origin);
-    for (int x = 0; x < variables; ++x) {
-      sums(x, g) = raw.sumX1(g, x);
-      products(x, x) += raw.sumX2(g, x);
-    }
+// Where the values of each group were summed from.
+MatrixXd Origins(const Study& study) {
+  MatrixXd origins(study.NVariables(), study.NGroups());
+  for (const auto& [name, group] : study.groups) {
+    origins.col(group.number) = AsVector(group.origin);
   }
-  for (int x = 0; x < variables; ++x) {
-    for (int y = 0; y < x; ++y) {
-      products(x, y) = products(y, x) = raw.TSSP(x, y);
-    }
-  }
-  const MatrixXd fromOrigins = sums * weights.cwiseInverse().asDiagonal();
-  // Means, too, are seen from within the data until they are printed.
-  MatrixXd means = (origins.colwise() - origins.col(0)) + fromOrigins;
-  const VectorXd mean = means * weights / weights.sum();
-  means.colwise() -= mean;
-  return {weights, origins.col(0) + mean, means, products - fromOrigins * sums.transpose(),
-          means * weights.asDiagonal() * means.transpose()};
+  return origins;
 }
 
 void CheckRange(const Study& study, const Statistics& s) {
@@ -366,31 +366,14 @@ void CheckRange(const Study& study, const Statistics& s) {
   }
 }
 
-using Factors = Eigen::LDLT<MatrixXd>;  // Cholesky's, of a symmetric matrix
-
-// Factors S. A pivot is the part of a variable's square in S that the variables factored before do
-// not explain. Of a combination of these, rounding leaves a share of some 1e-15 instead of none;
-// shares above 1e-10 leave about the six digits that are shown.
-Factors Factor(const Study& study, const MatrixXd& within) {
-  constexpr double kLeastShare = 1e-10;
-  Factors factors(within);
-  const VectorXd shares =
-      factors.vectorD().cwiseQuotient(factors.transpositionsP() * within.diagonal());
-  Eigen::VectorXi order = Eigen::VectorXi::LinSpaced(within.rows(), 0, study.NVariables() - 1);
-  order = factors.transpositionsP() * order;
-  for (Index i = 0; i < shares.size(); ++i) {
-    if (shares[i] < kLeastShare) {
-      throw study.Error("column " + study.variables[static_cast<std::size_t>(order[i])] +
-                        " is a combination of other columns within the groups; leave one of them "
-                        "out");
-    }
+Factors Factor(const Study& study, const Statistics& s) {
+  Factors factors(s);
+  if (const std::optional<Index> dependent = factors.FirstDependent()) {
+    throw study.Error("column " + study.variables[static_cast<std::size_t>(*dependent)] +
+                      " is a combination of the columns before it within the groups, or too close "
+                      "to one to compute with; leave one of them out");
   }
   return factors;
-}
-
-double WilksLambda(const Factors& within, const Statistics& s) {
-  const auto logDeterminant = [](const Factors& f) { return f.vectorD().array().log().sum(); };
-  return std::exp(logDeterminant(within) - logDeterminant((s.within + s.between).ldlt()));
 }
 
 VectorXd Priors(const Study& study, const Statistics& s) {
@@ -400,14 +383,13 @@ VectorXd Priors(const Study& study, const Statistics& s) {
   return VectorXd::Constant(s.weights.size(), 1. / static_cast<double>(s.weights.size()));
 }
 
-Functions ClassificationFunctions(const Study& study, const Statistics& s, const Factors& within,
-                                  const MatrixXd& means) {
-  const MatrixXd coefficients = s.Freedom() * within.solve(means);
-  const VectorXd squares = means.cwiseProduct(coefficients).colwise().sum();
-  if (!coefficients.allFinite() || !squares.allFinite()) {
+Functions GetFunctions(const Study& study, const Statistics& s, const Factors& within,
+                       const MatrixXd& means) {
+  Functions functions = discriminant::ClassificationFunctions(s, within, means, Priors(study, s));
+  if (!functions.coefficients.allFinite() || !functions.constants.allFinite()) {
     throw study.Error("the means are too large, in standard deviations, to compute with");
   }
-  return {coefficients, Priors(study, s).array().log().matrix() - squares / 2.};
+  return functions;
 }
 
 // The third pass: the weight of the cases by group, one row each, and the group they are taken for.
@@ -415,10 +397,9 @@ class ClassifiedShare {
  public:
   using Input = Study;
   using Result = MatrixXd;
-  ClassifiedShare(const Study& study, std::uint64_t /*cacheSize*/)
-      : _study(study),
-        _weights(MatrixXd::Zero(study.NGroups(), study.NGroups())),
-        _scores(study.NGroups()) {}
+  explicit ClassifiedShare(const Study& study)
+      : _study(study), _weights(NoWeights()), _scores(study.NGroups()) {}
+  static std::size_t ChunkSize(const Study& /*study*/) { return kChunkSize; }
 
   void Add(const csv::Case& current) {
     const Functions& functions = _study.functions;
@@ -431,9 +412,12 @@ class ClassifiedShare {
     _weights(FindGroup(_study, current.group).number, takenFor) += current.weight;
   }
 
-  void MergeInto(MatrixXd& all) const { all += _weights; }
+  MatrixXd Take() { return std::exchange(_weights, NoWeights()); }
+  static void Append(const MatrixXd& next, MatrixXd& all) { all += next; }
 
  private:
+  MatrixXd NoWeights() const { return MatrixXd::Zero(_study.NGroups(), _study.NGroups()); }
+
   const Study& _study;
   MatrixXd _weights;
   VectorXd _scores;
@@ -526,7 +510,7 @@ std::string Report(const Study& study, const Sums& sums, const Statistics& s, co
   std::string covariances;
   for (const auto& [name, group] : study.groups) {
     groups.push_back(csv::Printable(name));
-    const MatrixXd table = Covariances(sums.byGroup, group.number, s.weights[group.number]);
+    const MatrixXd table = Covariances(*sums.byGroup, group.number, s.weights[group.number]);
     deviations.row(group.number) = table.diagonal().cwiseMax(0.).cwiseSqrt();
     covariances += MatrixTable("Covariances in " + groups.back(), variables, variables, table);
   }
@@ -537,11 +521,10 @@ std::string Report(const Study& study, const Sums& sums, const Statistics& s, co
          MatrixTable("Tests of equal means", variables,
                      {"Wilks' lambda", "F", "df between", "df within"}, Tests(s)) +
          "\nWilks' lambda of all variables together: " +
-         report::Significant(WilksLambda(within, s)) + '\n' +
+         report::Significant(within.WilksLambda(s)) + '\n' +
          MatrixTable("Pooled covariances within the groups", variables, variables,
                      s.within / s.Freedom()) +
-         covariances +
-         FunctionTable(study, groups, ClassificationFunctions(study, s, within, means)) +
+         covariances + FunctionTable(study, groups, GetFunctions(study, s, within, means)) +
          ClassificationTable(groups, classified);
 }
 
@@ -552,11 +535,11 @@ std::string Discriminate(const Options& options) {
 
   Sums sums;
   ReadCases<SumsShare>(study, progress, sums);
-  const Statistics s = Centre(sums.all, study.groups);
+  const Statistics s = discriminant::Centre(*sums.all, Origins(study));
   CheckRange(study, s);
-  const Factors within = Factor(study, s.within);
+  const Factors within = Factor(study, s);
   study.centre = s.centre;
-  study.functions = ClassificationFunctions(study, s, within, s.means);
+  study.functions = GetFunctions(study, s, within, s.means);
 
   MatrixXd classified = MatrixXd::Zero(study.NGroups(), study.NGroups());
   ReadCases<ClassifiedShare>(study, progress, classified);

@@ -5,6 +5,8 @@
 #include <velmor/driver.h>
 
 #include <cstdint>
+#include <map>
+#include <mutex>
 
 #include "cases.h"
 #include "csv.h"
@@ -12,10 +14,13 @@
 namespace csv {
 
 // Share is what a thread makes of its share of the cases. Every thread has one of its own, made
-// with Share(input, cacheSize), cacheSize being the bytes of cache it may use. It has
+// with Share(input). It has
 //   Input, Result              types; Input is only read
 //   Add(const Case&)           takes a case that is used, at the same address each time
-//   MergeInto(Result&)         brings what came of its cases to the result of all
+//   Result Take()              what came of the cases since it was taken before
+//   Append(Result&, Result&)   brings the former, which came of a batch, to the latter, which came
+//                              of all batches before it: called in their order, so that results do
+//                              not depend on the threads
 template <class Share>
 class Pass : public velmor::ProblemBase {
  public:
@@ -39,43 +44,49 @@ class Pass : public velmor::ProblemBase {
   class Part : public velmor::ProblemPartBase {
    public:
     explicit Part(Pass& pass)
-        : _pass(pass),
-          _cases(pass._file, pass._columns, pass._progress),
-          _share(pass._input, pass._cacheSize) {}
+        : _pass(pass), _cases(pass._file, pass._columns, pass._progress), _share(pass._input) {}
 
     // Only claims cases: while a thread is here, the others wait.
     bool ReadBatch() override {
       bool isAny = false;
-      if (!_error.IsAny()) {
+      if (!_pass._error.IsAny()) {
         _batch = _pass._batches++;
-        _error.Try(_batch, [&] { isAny = _cases.Claim(); });
+        _pass._error.Try(_batch, [&] { isAny = _cases.Claim(); });
       }
       return isAny;
     }
 
     void AccumulateBatch() override {
-      _error.Try(_batch, [this] {
+      const auto add = [this] {
         while (_cases.Next()) {
           _share.Add(_cases.Current());
         }
-      });
-    }
-
-    void MergeResult() override {
-      _pass._error.Merge(_error);
-      if (!_pass._error.IsAny()) {
-        _share.MergeInto(_pass._result);
-        _pass._counts += _cases.Counts();
+      };
+      if (_pass._error.Try(_batch, add)) {
+        _pass.Append(_batch, _share);
       }
     }
+
+    void MergeResult() override { _pass._counts += _cases.Counts(); }
 
    private:
     Pass& _pass;
     CaseReader _cases;
     Share _share;
     std::uint64_t _batch = 0;  // the one claimed last
-    FirstError _error;
   };
+
+  // Appends what came of a batch, and of those behind it that waited for it.
+  void Append(std::uint64_t batch, Share& share) {
+    const std::lock_guard lock(_mutex);
+    _waiting.emplace(batch, share.Take());
+    const auto append = [&] { share.Append(_waiting.begin()->second, _result); };
+    while (!_waiting.empty() && _waiting.begin()->first == _appended &&
+           _error.Try(_appended, append)) {
+      _waiting.erase(_waiting.begin());
+      ++_appended;
+    }
+  }
 
   Reader& _file;
   const CaseColumns& _columns;
@@ -85,6 +96,9 @@ class Pass : public velmor::ProblemBase {
   CaseCounts _counts;
   std::uint64_t _batches = 0;  // claimed
   FirstError _error;
+  std::mutex _mutex;                         // of what follows, and of the result
+  std::map<std::uint64_t, Result> _waiting;  // for batches before them
+  std::uint64_t _appended = 0;               // batches
 };
 
 }  // namespace csv

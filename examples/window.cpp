@@ -42,24 +42,22 @@ class Window::Part : public velmor::ProblemPartBase {
       : _filling(filling), _cases(filling._file, filling._window._columns, filling._progress) {}
 
   bool ReadBatch() override {
-    if (_error.IsAny()) {
+    if (_filling._error.IsAny()) {
       return false;
     }
     _firstRow = _filling._rows;
-    _error.Try(_firstRow,
-               [this] { _filling._rows += _cases.Claim(_filling._window._mostRows - _firstRow); });
+    _filling._error.Try(_firstRow, [this] {
+      _filling._rows += _cases.Claim(_filling._window._mostRows - _firstRow);
+    });
     _endRow = _filling._rows;
     return _firstRow < _endRow;
   }
 
   void AccumulateBatch() override {
-    _error.Try(_firstRow, [this] { Parse(); });
+    _filling._error.Try(_firstRow, [this] { Parse(); });
   }
 
-  void MergeResult() override {
-    _filling._counts += _cases.Counts();
-    _filling._error.Merge(_error);
-  }
+  void MergeResult() override { _filling._counts += _cases.Counts(); }
 
  private:
   void Parse() {
@@ -78,7 +76,6 @@ class Window::Part : public velmor::ProblemPartBase {
   CaseReader _cases;
   std::uint64_t _firstRow = 0;  // of the records claimed last
   std::uint64_t _endRow = 0;
-  FirstError _error;
 };
 
 velmor::ProblemPartBase* Window::Filling::CreatePart() { return new Part(*this); }

@@ -244,16 +244,19 @@ TEST_F(Discriminate, AsksForMoreThanOneCaseOfWeightInAGroup) {
   EXPECT_THAT(Table(outcome.out, "Tests of equal means"), EndsWith("           2       7.75"));
 }
 
-// More chunks and batches than threads; groups that begin late, missing values, weights of 0.
+// More chunks and batches than threads; groups that begin late, missing values, weights of 0; and
+// two columns so near to each other that the last bits of their sums would be seen in the tables.
 TEST_F(Discriminate, GivesTheSameTablesForAnyNumberOfThreads) {
   std::mt19937 random(1);
   std::ostringstream text;
-  text << "a,b,c,weight,group\n";
+  text << "a,b,c,near a,weight,group\n";
   for (int row = 0; row < 60000; ++row) {
     const auto group = random() % (row < 40000 ? 3 : 5);
-    text << random() % 1000 + 100 * group << ".123456,\"" << random() % 1000 << "\",";
+    const double a = static_cast<double>(random() % 1000 + 100 * group);
+    text << a << ".123456,\"" << random() % 1000 << "\",";
     random() % 1000 == 0 ? text << "NA" : text << random() % 1000 + 50 * (group % 2) << "e-3";
-    text << ',' << random() % 3 << ",\"group\n" << group << "\"\n";
+    text << ',' << a << ".1" << random() % 10 << ",." << random() % 3 << ",\"group\n"
+         << group << "\"\n";
   }
   Write("x.csv", text.str());
   const std::string arguments = "x.csv --group group --weight weight --threads ";
@@ -326,8 +329,8 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
       {"g,v,w\na,1,1\na,2,1\nb,1,0\nc,NA,1\n", "--group g --weight w",
        "x.csv: the 2 cases used are all in one group, a; it takes two or more"},
       {"g,v\na,1\nb,2\n", "--group g",
-       "x.csv: the cases used weigh 2 in all, one each without --weight; it must be more than the "
-       "number of groups, 2"},
+       "x.csv: the 2 cases used, in 2 groups, are too few for 1 columns; it takes 3, as many as "
+       "groups and columns together"},
       {many, "--group g --threads 2",
        "x.csv: there are more than 1000 groups; is --group the right column?"},
       // Neither 0.1 nor 0.3 is a binary fraction, and so their sums are inexact.
@@ -335,8 +338,8 @@ TEST_F(Discriminate, SaysWhatIsWrong) {
        "x.csv: column u does not vary within the groups, or too little to compute with; leave it "
        "out or rescale it"},
       {"g,v,u,t\na,.1,.2,.3\na,.3,.1,.4\na,.7,.7,1.4\nb,.2,.4,9.6\nb,.4,.1,9.5\n", "--group g",
-       "x.csv: column v is a combination of other columns within the groups; leave one of them "
-       "out"},
+       "x.csv: column t is a combination of the columns before it within the groups, or too close "
+       "to one to compute with; leave one of them out"},
       {"g,v\na,0\na,1e-300\nb,1\n", "--group g",
        "x.csv: column v does not vary within the groups, or too little to compute with; leave it "
        "out or rescale it"},

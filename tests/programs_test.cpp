@@ -4,7 +4,10 @@
 namespace {
 
 using Describe = InDirectory;
+using Discriminate = InDirectory;
 
 TEST_F(Describe, DoesWhatTheSessionsSay) { Session::RunAll(SESSIONS "/describe.txt"); }
+
+TEST_F(Discriminate, DoesWhatTheSessionsSay) { Session::RunAll(SESSIONS "/discriminate.txt"); }
 
 }  // namespace
