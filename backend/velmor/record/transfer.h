@@ -6,7 +6,7 @@
 //   Make(shape)                       static: an empty accumulator of that shape
 //   Transfer(my, shape, state)        static: writes or reads all that such a record holds, the
 //                                     state being a StateWriter or a StateReader
-// To be included by the accumulator's source only, which also instantiates the class.
+// The accumulator's source instantiates StateOf for its class.
 
 #include "record/internals.h"
 #include "record/stateof.h"

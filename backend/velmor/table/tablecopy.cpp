@@ -20,11 +20,11 @@
 namespace velmor {
 namespace {
 
-// Rows are taken a chunk at a time, column by column: pieces of 32 KiB are long enough to be copied
-// at the speed of memory. Columns that are side by side are taken together, in pieces of a chunk
-// that go through all steps while they are in the second-level cache; so are the chunks themselves
-// for a batch that keeps rows.
-constexpr std::size_t kMostChunkRows = 4096;
+// Rows are taken a stretch at a time, column by column: pieces of 32 KiB are long enough to be
+// copied at the speed of memory. Columns that are side by side are taken together, in pieces of a
+// stretch that go through all steps while they are in the second-level cache; so are the stretches
+// themselves for a batch that keeps rows.
+constexpr std::size_t kMostStretchRows = 4096;
 constexpr std::size_t kMostPieceRows = 512;
 constexpr std::size_t kPieceValues = std::size_t{1} << 15U;
 
@@ -33,7 +33,7 @@ std::size_t PieceRows(std::size_t columns) {
   return std::clamp(kPieceValues / columns / 64 * 64, std::size_t{64}, kMostPieceRows);
 }
 
-using ChunkBits = std::array<std::uint64_t, kMostChunkRows / 64>;
+using StretchBits = std::array<std::uint64_t, kMostStretchRows / 64>;
 
 // What an absent value does: its row is left out, but where values are coded, it is written as the
 // missing code.
@@ -47,13 +47,13 @@ class RowCopy {
         _valueRole(batch.missingCode ? Role::CodedValue : Role::Value),
         _copiesRows(batch.isByRow && batch.columns > 1 &&
                     SideBySide(table.values) == batch.columns),
-        _chunkRows(batch.isByRow ? PieceRows(batch.columns) : kMostChunkRows),
-        _groups(_workspace.Take<double>(table.groups ? _chunkRows : 0)),
-        _kept(_workspace.Take<std::uint16_t>(_chunkRows)) {
+        _stretchRows(batch.isByRow ? PieceRows(batch.columns) : kMostStretchRows),
+        _groups(_workspace.Take<double>(table.groups ? _stretchRows : 0)),
+        _kept(_workspace.Take<std::uint16_t>(_stretchRows)) {
     if (_batch.isByRow) {
       // Columns of their own. A cache line more than the rows need, as columns whose distance is a
       // power of two would share their sets of a cache.
-      const std::size_t stride = _chunkRows + 8;
+      const std::size_t stride = _stretchRows + 8;
       _columns = {_workspace.Take<double>(stride * batch.columns), stride, batch.columns};
       _columnAddresses = _workspace.Take<const double*>(batch.columns);
       for (std::size_t i = 0; i < batch.columns; ++i) {
@@ -62,9 +62,9 @@ class RowCopy {
     }
   }
 
-  std::size_t ChunkRows() const { return _chunkRows; }
+  std::size_t StretchRows() const { return _stretchRows; }
 
-  // Copies up to ChunkRows() rows to row `at` of the batch and behind it. Returns how many.
+  // Copies up to StretchRows() rows to row `at` of the batch and behind it. Returns how many.
   std::size_t Copy(RowRange rows, std::size_t at) {
     if (!_batch.isByRow) {
       _columns = {_batch.values + at, _batch.maxRows, _batch.columns};
@@ -120,7 +120,8 @@ class RowCopy {
   // Reads columns that are side by side, finds out which rows are to be left out or refused because
   // of them, and codes what is absent.
   void Read(std::span<const ColumnView> columns, Role role, RowRange rows, ordered::Columns to) {
-    const std::size_t pieceRows = columns.size() == 1 ? kMostChunkRows : PieceRows(columns.size());
+    const std::size_t pieceRows =
+        columns.size() == 1 ? kMostStretchRows : PieceRows(columns.size());
     for (std::size_t from = 0; from < rows.count; from += pieceRows) {
       const RowRange piece{rows.first + from, std::min(pieceRows, rows.count - from)};
       ReadColumns(columns, piece, {to.first + from, to.stride, to.count});
@@ -130,7 +131,7 @@ class RowCopy {
     }
   }
 
-  //   word  of the chunk's bits, the first of the piece
+  //   word  of the stretch's bits, the first of the piece
   void Examine(const ColumnView& column, Role role, RowRange piece, std::size_t word,
                double* values) {
     const bool canBeUnfit =
@@ -139,8 +140,8 @@ class RowCopy {
       return;  // a tenth of the time that copying the column takes
     }
     const std::size_t words = (piece.count + 63) / 64;
-    ChunkBits absent;  // NOLINT(*-member-init): as many words are set as are used
-    ChunkBits unfit;   // NOLINT(*-member-init)
+    StretchBits absent;  // NOLINT(*-member-init): as many words are set as are used
+    StretchBits unfit;   // NOLINT(*-member-init)
     std::fill_n(absent.begin(), words, 0);
     std::fill_n(unfit.begin(), words, 0);
     MarkAbsent(column, piece, values, absent.data());
@@ -178,7 +179,7 @@ class RowCopy {
   }
 
   // Rows that are left out are not refused.
-  //   first  the chunk's first row
+  //   first  the stretch's first row
   void ThrowIfRefused(std::uint64_t first) const {
     for (std::size_t i = 0; i < _refused.size(); ++i) {
       if (const std::uint64_t refused = _refused[i] & ~_leftOut[i]; refused != 0) {
@@ -236,7 +237,7 @@ class RowCopy {
 
   // Closes the gaps of the rows that are left out. Returns the number of those kept.
   std::size_t LeaveOut(std::size_t rows, std::size_t at) {
-    if (_leftOut == ChunkBits{}) {
+    if (_leftOut == StretchBits{}) {
       return rows;
     }
     std::size_t kept = 0;
@@ -261,14 +262,14 @@ class RowCopy {
   const BatchRows& _batch;
   Role _valueRole;
   bool _copiesRows;  // a table of rows into a batch of rows
-  std::size_t _chunkRows;
+  std::size_t _stretchRows;
   ordered::Workspace _workspace;
-  double* _groups;              // of the chunk, like all below
+  double* _groups;              // of the stretch, like all below
   std::uint16_t* _kept;         // the rows that are not left out, if any is left out
   ordered::Columns _columns{};  // the values
   const double** _columnAddresses = nullptr;
-  ChunkBits _leftOut{};
-  ChunkBits _refused{};
+  StretchBits _leftOut{};
+  StretchBits _refused{};
 };
 
 void AssertFits(const ColumnView& column, bool isRead) {
@@ -298,8 +299,8 @@ std::size_t CopyRows(const TableView& table, std::uint64_t from, std::uint64_t t
   const DefaultFloatEnvironment environment;
   RowCopy copy(table, batch);
   std::size_t copied = 0;
-  for (std::uint64_t row = from; row < to; row += copy.ChunkRows()) {
-    const auto rows = std::min<std::uint64_t>(copy.ChunkRows(), to - row);
+  for (std::uint64_t row = from; row < to; row += copy.StretchRows()) {
+    const auto rows = std::min<std::uint64_t>(copy.StretchRows(), to - row);
     copied += copy.Copy({row, rows}, batch.rows + copied);
   }
   return copied;
