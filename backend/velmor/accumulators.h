@@ -28,8 +28,8 @@ using AllAccumulators =
     ClassList<MatrixBase, MatrixListwise, MatrixPairwise, SMatrixListwise, NSMatrixListwise,
               SMatrixPairwise, NSMatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix>;
 
-// Each call goes to the accumulator's own class. All but Is and Make throw std::invalid_argument
-// when that is not the library's.
+// Each call goes to the accumulator's own class. GetShape and Write throw std::invalid_argument
+// when it is not a class of the library's.
 template <>
 struct StateOf<MatrixBase> {
   static bool Is(Kind kind);

@@ -13,7 +13,7 @@
 
 namespace velmor {
 
-// The blocks of a node of that level, whose first is a multiple of their number.
+// The blocks of a node: 2^level of them, the first being a multiple of 2^level.
 struct BlockRange {
   std::uint64_t first;
   unsigned int level;

@@ -18,7 +18,7 @@ struct SideMeans {
 // merged[i] = a.means[i] + MeanDiff(a.means[i], a.weight, b.means[i], b.weight), i < count.
 void MergeMeans(SideMeans a, SideMeans b, std::size_t count, double* merged);
 
-// Merges b's extremes into a's: b's replaces a's where it is strictly further out.
+// Merges b's extremes into a's: an extreme of b's replaces a's where it is strictly further out.
 void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, double* minsA,
                    double* maxsA);
 
@@ -26,7 +26,7 @@ void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, 
 // room: a count, then the fields of PairStatData.
 void MergePairs(double* const* a, const double* const* b, std::size_t count);
 
-// How far the merged means are from those of each side.
+// How far the merged means are from each side's means.
 struct Shifts {
   const double* ofA;  // merged mean - a's mean
   const double* ofB;

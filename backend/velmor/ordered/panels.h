@@ -19,8 +19,9 @@ const Engine& EngineFor(std::size_t columns);
 // than the others.
 class Panels {
  public:
-  // Takes the panels' memory. hasWeighted: whether there is to be a second set of panels, of
-  // weights times values; otherwise the values stand for them.
+  // Takes the panels' memory.
+  //   hasWeighted  whether there are also panels of weights times values; if not, Weighted gives
+  //                the panels of values
   Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace);
 
   const Engine& UsedEngine() const { return *_engine; }
@@ -31,15 +32,16 @@ class Panels {
   const double* Weighted(unsigned panel) const { return _weighted + panel * Stride(); }
 
   // Fills the panels from a strip of rows.
-  //   means    subtracted from the columns, in place, first; null: nothing is. A step of its own
-  //   for
-  //            each panel: columns that are a power of two apart share a set of the first-level
-  //            cache, and reading, writing and turning them at once takes longer than both
+  //   means    are first subtracted from the columns, in place, unless null. This is a step of its
+  //            own for each panel: columns that are a power of two apart share a set of the
+  //            first-level cache, and reading, writing and turning them at once takes longer than
+  //            one after the other
   //   weights  of the strip's rows; null without weighted panels
   void Pack(std::size_t from, std::size_t rows, const double* means, const double* weights);
 
  private:
-  // A row of a panel's columns; of the last column as often as there is no other.
+  // The addresses of a row in a panel's columns. The last column stands in for columns that the
+  // panel lacks.
   std::array<double*, kMaxPanel> ColumnsAt(unsigned panel, std::size_t row) const;
 
   const Engine* _engine;

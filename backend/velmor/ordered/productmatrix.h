@@ -4,7 +4,8 @@
 //
 // Each cell of a result is one chain (chains.h), and the cells are independent of each other. So
 // how a block is walked changes no bit: the engine's kernels walk it in panels, strips of rows and
-// tiles of cells. The thread's workspace holds these; std::bad_alloc is thrown when there is none.
+// tiles of cells. The thread's workspace holds panels and tiles; std::bad_alloc is thrown when it
+// can't grow.
 
 #include "ordered/cases.h"
 
@@ -14,9 +15,9 @@ namespace velmor::ordered {
 // arrays may be null. At least one row and one column. Returns WeightedSum of the weights.
 double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs);
 
-// Subtracts the means from the columns, in place; then the CrossProducts of all pairs of columns,
-// each with itself included, as a packed lower triangle: cell (i, j), j <= i, at i(i+1)/2 + j,
-// column i being the first operand. Returns the start of the last row.
+// Subtracts the means from the columns, in place. Then takes the CrossProducts of all pairs of
+// columns, a column with itself included, as a packed lower triangle: cell (i, j), j <= i, at
+// i(i+1)/2 + j, column i being the first operand. Returns the start of the last row.
 double* CenteredProducts(Columns x, const double* means, Cases cases, double* triangle);
 
 // The same triangle of the columns as they are; and sums[i] = ProductSum of column i and the

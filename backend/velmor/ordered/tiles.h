@@ -24,7 +24,7 @@ inline const double* From(const double* weights, std::size_t row) {
   return weights ? weights + row : nullptr;
 }
 
-// Running sums of products, a tile of panel by panel after the other.
+// Running sums of products: tiles of `panel` by `panel` cells, one after the other.
 class Tiles {
  public:
   Tiles(Workspace& workspace, std::size_t panel, std::size_t tiles)
@@ -42,9 +42,10 @@ class Tiles {
   double* _cells;
 };
 
-// The products of all pairs of columns, the cells of row i up to column i + extra - 1 copied one
-// row after the other. Returns the start of the last row.
-//   visit  called with the panels, as they are packed, for each strip: (panels, first row, rows)
+// The products of all pairs of columns, row after row: of row i the cells of the first i + extra
+// columns. Returns the start of the last row.
+//   means  subtracted from the columns first, in place, unless null
+//   visit  called as visit(panels, first row, rows) for each strip, when it is packed
 template <class Visit>
 double* TriangularProducts(Columns x, const double* means, Cases cases, std::size_t extra,
                            double* cells, Workspace& workspace, Visit visit) {

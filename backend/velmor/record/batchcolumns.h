@@ -10,8 +10,9 @@
 
 namespace velmor {
 
-// A bound of a block of columns, kept as its class got it. The difference of two has 64 bits, so
-// that a product of differences, the number of cells of a rectangle, does not overflow.
+// A bound of a block of columns, as the accumulator's constructor got it. The difference of two
+// bounds has 64 bits, so that a product of differences, the number of cells of a rectangle, does
+// not overflow.
 struct Bound {
   int column;
 
@@ -20,7 +21,7 @@ struct Bound {
   friend std::int64_t operator-(Bound a, Bound b) { return std::int64_t{a.column} - b.column; }
 };
 
-// Batch columns [from, to), from < to. Asserts that the batch has them.
+// Columns [from, to) of a batch, from < to. Asserts that the batch has so many.
 inline ordered::Columns BatchColumns(DataBatch& batch, int from, int to) {
   Internals::Column(batch, static_cast<unsigned int>(to - 1));
   double* const first = Internals::Column(batch, static_cast<unsigned int>(from));

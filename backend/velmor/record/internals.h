@@ -1,6 +1,6 @@
 #pragma once
 
-// The library's own way to what its public classes hold: each of them has this one friend.
+// The library's own access to what its public classes hold: the one friend that they declare.
 
 #include <velmor/databatch.h>
 
@@ -16,7 +16,8 @@ struct Internals {
     return *owner._my;
   }
 
-  // A batch's column, of which no address is kept: the batch may go on staging rows afterwards.
+  // A batch's column for the length of an operation. Nobody keeps the address, so the batch may go
+  // on staging rows afterwards.
   static double* Column(DataBatch& batch, unsigned int column) {
     const bool wasWatched = batch._isWatched;
     double* const first = batch.Column(column);

@@ -1,8 +1,8 @@
 #pragma once
 
 // What the listwise accumulators share: how a batch's weights become totals, and the merge of the
-// totals and of a triangle. Record stands for an accumulator's Data; its members have the same
-// names in all of them.
+// totals and of a triangle. Record stands for an accumulator's Data, whose members have the same
+// names in all three accumulators.
 
 #include <velmor/auto_array.h>
 #include <velmor/databatch.h>
@@ -18,9 +18,9 @@
 
 namespace velmor {
 
-// Sets a record's number of cases, weight sums, means and extremes from a batch's columns, and
-// returns the batch's cases under their combined weights. Where the batch has both kinds of weights
-// its case weights are overwritten with the combined ones, so their own sum is taken first.
+// Sets a record's number of cases, weight sums, means and extremes from a batch's columns. Returns
+// the batch's cases with their combined weights. Where the batch has both kinds of weights, the
+// combined weights overwrite its case weights, so the sum of the case weights is taken first.
 //   mins, maxs  one a column; null when not wanted
 template <class Record>
 ordered::Cases TakeMoments(Record& record, DataBatch& batch, ordered::Columns columns, double* mins,
@@ -40,7 +40,7 @@ ordered::Cases TakeMoments(Record& record, DataBatch& batch, ordered::Columns co
   return cases;
 }
 
-// The merge of two records' means. Made before anything is changed, because it takes memory.
+// The merge of two records' means. Constructed before a record is changed, because it takes memory.
 class MeanMerge {
  public:
   template <class Record>
@@ -56,7 +56,7 @@ class MeanMerge {
     }
   }
 
-  // The distances of the means from i on.
+  // The merged means less each record's own, from column i on.
   ordered::Shifts Shifts(std::size_t i) const { return {_shiftsA + i, _shiftsB + i}; }
 
   // The last step of a merge: the merged means replace the record's, and d's totals are added.

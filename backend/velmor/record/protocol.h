@@ -1,8 +1,8 @@
 #pragma once
 
 // The steps that every accumulator's operator+= takes around its record's own arithmetic. A record
-// says with IsEmpty whether it holds a case. New states are built aside and moved in, so that one
-// that can't be finished leaves the record as it was.
+// says with IsEmpty that it holds no case. A new record is built aside and moved in, so that the
+// old one is as it was when memory runs out.
 
 #include <velmor/databatch.h>
 #include <velmor/matrixbase.h>
@@ -14,7 +14,7 @@
 namespace velmor {
 
 // Adds a batch: reduces it to a record of its own (Fresh makes an empty one of the same shape),
-// then merges that. A first batch's record is taken over as it is.
+// then merges the two. An empty record takes the batch's over as it is.
 template <class Record, class Batch>
 void AddBatch(Record& record, Batch& batch) {
   if (batch.NRows() == 0) {
@@ -46,7 +46,8 @@ void AddBatchInPlace(Record& record, DataBatch& batch) {
   }
 }
 
-// The other side of a merge as the accumulator's own class, null if it holds no case.
+// The other side of a merge as the accumulator's own class, which is asserted; null if the other
+// side holds no case.
 template <class Accumulator>
 const Accumulator* SameClass(const MatrixBase& other) {
   if (other.NRows() == 0) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// What an accumulator is, apart from what it holds: what has to agree between two of them before
-// they can be merged.
+// What an accumulator is, apart from what it holds. It has to agree before two accumulators can be
+// merged.
 
 #include <array>
 #include <cmath>
@@ -27,12 +27,12 @@ enum class Family { Listwise, Pairwise, ByGroup };
 
 // Which batch columns an accumulator has.
 enum class Ranges {
-  All,              // every one of its first batch
-  One,              // those from one to another; all where it is not told
-  OneFromAnywhere,  // the same, and where it is told only the first, the others from there on
-  Two,              // two adjacent ranges, neither of them empty
-  TwoOrOne,         // two adjacent ranges, of which one can be empty
-  Groups            // as many as it has variables
+  All,              // all columns of its first batch
+  One,              // a range of columns; all columns where no range is given
+  OneFromAnywhere,  // a range of columns; where only its first is given, all from there on
+  Two,              // two adjacent ranges; neither is empty
+  TwoOrOne,         // two adjacent ranges; one can be empty
+  Groups            // as many columns as it has variables
 };
 
 // What is known of an accumulator by its kind.
@@ -65,9 +65,9 @@ inline const KindFacts& FactsOf(Kind kind) {
 
 struct Shape {
   Kind kind{};
-  // Of the discriminant kinds {groups, variables, 0}, both 0 while not known. Of the others the
-  // block's {Col0, Col1, Col2}, a whole matrix being a block that begins at column 0; Col2 is 0
-  // while not known.
+  // Discriminant kinds: {groups, variables, 0}, both 0 while not known. Other kinds: the block's
+  // {Col0, Col1, Col2}, a whole matrix being a block that begins at column 0; Col2 is 0 while not
+  // known.
   std::array<std::int32_t, 3> bounds{};
   double missingCode = 0.;  // of the pairwise kinds
   bool hasCases = false;
@@ -87,11 +87,12 @@ struct Shape {
 // Whether two missing codes mark the same values.
 inline bool IsSameCode(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
-// What keeps accumulators of these shapes from being merged, such as "columns 0 to 3, not 0 to 4":
-// a's, not b's. Empty when nothing does.
+// What keeps accumulators of these shapes from being merged, as a's, not b's: "missing code -9, not
+// -99". Empty when nothing does.
 std::string Difference(const Shape& a, const Shape& b);
 
-// The shape of accumulators of both of these: b's, where a leaves it open. They do not differ.
+// The shape of what is merged from accumulators of these shapes, which have no Difference: a's, and
+// b's where a's is open.
 Shape Joined(Shape a, const Shape& b);
 
 }  // namespace velmor

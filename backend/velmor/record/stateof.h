@@ -1,8 +1,7 @@
 #pragma once
 
-// What the forest and the state need of an accumulator besides its public operations. Each
-// accumulator's source defines this for its class, by including transfer.h; accumulators.h has it
-// for MatrixBase.
+// What the forest and the state need of an accumulator besides its public operations. transfer.h
+// defines it for accumulators that have a record, accumulators.h for MatrixBase.
 
 #include "record/shape.h"
 #include "record/statestream.h"
@@ -21,9 +20,10 @@ struct StateOf {
   // An empty accumulator of that shape.
   static std::unique_ptr<Accumulator> Make(const Shape& shape);
 
-  // What an accumulator that is not empty holds, and one of that shape that holds what comes next.
-  // Read throws StateError and std::bad_alloc.
+  // Writes what an accumulator holds, which is not empty.
   static void Write(const Accumulator& accumulator, StateWriter& state);
+  // An accumulator of the shape, holding what comes next in the state. Throws StateError and
+  // std::bad_alloc.
   static std::unique_ptr<Accumulator> Read(const Shape& shape, StateReader& state);
 };
 

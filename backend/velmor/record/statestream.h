@@ -54,7 +54,7 @@ class StateWriter {
   void Numbers(const std::vector<double>& numbers, std::size_t count) {
     Numbers(numbers.data(), count);
   }
-  // What a reader asks.
+  // Questions that only a reader has.
   static void Expect(std::uint64_t /*count*/, std::size_t /*size*/) {}
   static void Check(bool /*holds*/, const char* /*what*/) {}
 
@@ -69,8 +69,8 @@ class StateReader {
  public:
   explicit StateReader(std::span<const std::byte> bytes) : _bytes(bytes) {}
 
-  // Throws StateError unless the last bytes are the hash of the others; they don't count from then
-  // on.
+  // Throws StateError unless the last bytes are the hash of the others. The hash does not count as
+  // a part of the state from then on.
   void CheckHash();
 
   template <std::integral Integer>
@@ -116,8 +116,8 @@ class StateReader {
     ReadNumbers({static_cast<double*>(numbers), count});
   }
 
-  // Throws StateError unless `count` items of so many bytes are left: before memory is taken for
-  // them.
+  // Throws StateError unless `count` items of so many bytes are left. Asked before memory is taken
+  // for the items.
   void Expect(std::uint64_t count, std::size_t size) const {
     if (count > (_bytes.size() - _at) / size) {
       Fail("the state ends too early");

@@ -20,14 +20,14 @@ struct RowRange {
 };
 
 // How many of the columns, counted from the first, are aligned doubles side by side in each row, as
-// in a table that is stored row by row. At least 1, which says nothing of that column.
+// in a table that is stored row by row. At least 1; a single column can be of any type.
 std::size_t SideBySide(std::span<const ColumnView> columns);
 
 // The values of row `row` of columns that are side by side.
 const double* ValuesOfRow(const ColumnView& first, std::uint64_t row);
 
-// Reads a column, or several that are side by side. An integer that no double is equal to becomes
-// NaN; no other integer does.
+// Reads a column, or several columns that are side by side. An integer to which no double is equal
+// becomes NaN.
 void ReadColumns(std::span<const ColumnView> columns, RowRange rows, ordered::Columns to);
 
 // Whether a column has any mark of absent values.
@@ -37,7 +37,7 @@ bool HasMarks(const ColumnView& column);
 //   values  of the rows, as ReadColumns gives them
 void MarkAbsent(const ColumnView& column, RowRange rows, const double* values, std::uint64_t* bits);
 
-// Whether a column is of integers among which some have no double.
+// Whether a column is of integers to some of which no double is equal.
 bool IsOf64BitIntegers(const ColumnView& column);
 
 // A value for a message, in as many digits as tell it from others.

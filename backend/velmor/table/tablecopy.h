@@ -10,7 +10,7 @@
 
 namespace velmor {
 
-// A batch's memory, and what it asks of the rows that it is given.
+// A batch's memory, and what the batch asks of the rows that it is given.
 struct BatchRows {
   double* values = nullptr;  // of row 0 and column 0
   // Whether value (row, column) is at row * columns + column, or at column * maxRows + row.
