@@ -247,9 +247,7 @@ void CheckBelongsTo(const Result& first, const Result& other) {
 }
 
 // Results are merged like blocks: pair by pair, in the order of their numbers.
-using Forest = velmor::BlockForest<velmor::MatrixBase>;
-
-void Add(std::uint64_t number, Result& result, Forest& forest) {
+void Add(std::uint64_t number, Result& result, velmor::BlockForest<velmor::MatrixBase>& forest) {
   try {
     forest.Add(number, std::move(result.sums));
   } catch (const std::invalid_argument&) {
@@ -283,7 +281,7 @@ void Save(const Result& result, const std::string& path) {
 Result Load(const std::vector<std::string>& paths) {
   Result all = LoadOne(paths.front());
   constexpr std::uint64_t kMostRows = std::numeric_limits<std::uint32_t>::max();  // of one file
-  Forest forest(kMostRows, *NewAccumulator(all.subject));
+  velmor::BlockForest<velmor::MatrixBase> forest(kMostRows, *NewAccumulator(all.subject));
   Add(0, all, forest);
   std::string sources = all.source;
   for (std::size_t i = 1; i < paths.size(); ++i) {

@@ -22,17 +22,18 @@ constexpr std::array kEngines{
 // How many of them can run: asks the processor, and whether the operating system saves the
 // registers.
 std::size_t AvailableEngines() {
+  std::size_t available = 1;
 #ifdef VELMOR_HAS_X86_SETS
   __builtin_cpu_init();
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt")) {
+    ++available;
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) {
-      return 3;
+      ++available;
     }
-    return 2;
   }
 #endif
-  return 1;
+  return available;
 }
 
 // Set at the first call: a host that is linked with the static library may accumulate before the
