@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "arguments.h"
 #include "reduction.h"
 #include "report.h"
 #include "resultfile.h"
@@ -36,12 +37,16 @@ Examples:
 
 void DefineOptions(CLI::App& app, Options& options) {
   app.description("Describes the numeric columns of a CSV file, on several machines at once.");
-  app.add_option("FILE", options.file, "CSV file with a header line")->required()->type_name("");
+  app.add_option("FILE", options.file, "CSV file with a header line")
+      ->required()
+      ->type_name("")
+      ->check(arguments::FileName());
   study::DefineOptions(app, options.study);
   options.study.threads = 1;  // more ranks are another way to use all processors
   app.get_option("--threads")->description("Threads of each rank; by default 1");
   app.add_option("--save", options.save, "Keep the result in a file, for describe --load")
-      ->type_name("RESULT");
+      ->type_name("RESULT")
+      ->check(arguments::FileName());
   app.footer(study::kExplanation + std::string(kExamples));
 }
 

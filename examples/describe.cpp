@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "arguments.h"
 #include "csv.h"
 #include "report.h"
 #include "resultfile.h"
@@ -48,14 +49,17 @@ Examples:
 void DefineOptions(CLI::App& app, Options& options) {
   std::vector<CLI::Option*> ofFile{
       app.add_option("FILE", options.file, "CSV file with a header line, - for standard input")
-          ->type_name("")};
+          ->type_name("")
+          ->check(arguments::FileName())};
   for (CLI::Option* const option : study::DefineOptions(app, options.study)) {
     ofFile.push_back(option);
   }
   app.add_option("--save", options.save, "Keep the result in a file, for --load")
-      ->type_name("RESULT");
+      ->type_name("RESULT")
+      ->check(arguments::FileName());
   app.add_option("--load", options.load, "Show results that were saved, instead of FILE's")
-      ->type_name("RESULT");
+      ->type_name("RESULT")
+      ->check(arguments::FileName());
   // Not left to Option::excludes, which would fill the help with all their names.
   app.final_callback([ofFile, &options] {
     if (options.load.empty() && ofFile.front()->empty()) {

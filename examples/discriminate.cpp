@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "arguments.h"
 #include "cases.h"
 #include "csv.h"
 #include "discriminant.h"
@@ -81,7 +82,10 @@ Examples:
 )";
 
 void DefineOptions(CLI::App& app, Options& options) {
-  app.add_option("FILE", options.file, "CSV file with a header line")->required()->type_name("");
+  app.add_option("FILE", options.file, "CSV file with a header line")
+      ->required()
+      ->type_name("")
+      ->check(arguments::FileName());
   app.add_option("--group", options.group, "Column that names each case's group")
       ->required()
       ->type_name("COLUMN");
@@ -94,7 +98,7 @@ void DefineOptions(CLI::App& app, Options& options) {
       ->check(CLI::IsMember({"equal", "sizes"}).description(""));
   app.add_option("--threads", options.threads, "Threads; by default one for each processor")
       ->type_name("N")
-      ->check(CLI::Range(0, 1024).description(""));
+      ->transform(arguments::WholeNumber(0, 1024));
   app.footer(kExplanation);
 }
 

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "arguments.h"
 #include "reduction.h"
 #include "report.h"
 
@@ -201,7 +202,7 @@ void DefineOptions(CLI::App& app, int& threads) {
   app.description("Prints a hash of the state of each accumulator over the same made-up cases.");
   app.add_option("--threads", threads, "Threads of each rank; by default 1")
       ->type_name("N")
-      ->check(CLI::Range(0, 1024).description(""));
+      ->transform(arguments::WholeNumber(0, 1024));
   app.footer(R"(
 Machines that print the same compute the same, to the last bit. Several of them can also share the
 work, which must not change what is printed:

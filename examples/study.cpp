@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 
+#include "arguments.h"
 #include "window.h"
 
 namespace study {
@@ -73,10 +74,10 @@ std::vector<CLI::Option*> DefineOptions(CLI::App& app, Options& options) {
           ->type_name("NUMBER"),
       app.add_option("--block-rows", options.blockRows, "Rows that are summed up before a merge")
           ->type_name("N")
-          ->check(CLI::Range(std::uint64_t{1}, kMostRows).description("")),
+          ->transform(arguments::WholeNumber(1, kMostRows)),
       app.add_option("--threads", options.threads, "Threads; by default one for each processor")
           ->type_name("N")
-          ->check(CLI::Range(0, 1024).description(""))};
+          ->transform(arguments::WholeNumber(0, 1024))};
   app.add_flag("--covariance", options.report.covariance, "Show covariances, not correlations");
   app.add_flag("--counts", options.report.counts, "Show also how many cases each pair has");
   return ofFile;
