@@ -1,11 +1,17 @@
 // resultfile.cpp: results of studies in files; start at Save and Load, at the end.
 #include "resultfile.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <velmor/blockforest.h>
 #include <velmor/state.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <charconv>
+#include <cinttypes>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -41,8 +47,40 @@ File Open(const std::string& path, const char* mode) {
   return file;
 }
 
-// A file that goes by another name until all of it is there, and is removed if it never is. A file
-// that has that name already is not ours: it is left alone, and an error.
+// What stdio has no call for.
+class Descriptor {
+ public:
+  Descriptor(const std::string& path, int flags) : _number(open(path.c_str(), flags | O_CLOEXEC)) {}
+  ~Descriptor() {
+    if (IsOpen()) {
+      close(_number);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  bool IsOpen() const { return _number >= 0; }
+  int Get() const { return _number; }
+
+ private:
+  int _number;
+};
+
+// The mode of a file that may be written, nothing when there is none.
+std::optional<mode_t> ModeOf(const std::string& path) {
+  const Descriptor file(path, O_WRONLY);
+  struct stat status {};
+  if (file.IsOpen() && fstat(file.Get(), &status) == 0) {
+    return status.st_mode & 07777U;
+  }
+  if (errno != ENOENT) {
+    throw csv::SystemError("write", path);
+  }
+  return std::nullopt;
+}
+
+// A file that goes by another name until all of it is on the disk, and is removed if it never is. A
+// file that has that name already is not ours: it is left alone, and an error.
 class NewFile {
  public:
   explicit NewFile(std::string path) : _path(std::move(path)), _file(Open(PartPath(), "wbx")) {}
@@ -55,17 +93,32 @@ class NewFile {
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
+  void SetMode(mode_t mode) {
+    if (fchmod(fileno(_file.get()), mode) != 0) {
+      throw csv::SystemError("write", _path);
+    }
+  }
+
   void Write(std::span<const std::byte> bytes) {
     if (std::fwrite(bytes.data(), 1, bytes.size(), _file.get()) != bytes.size()) {
       throw csv::SystemError("write", _path);
     }
   }
 
+  // If the machine stops, the name leads to what it led to before or to all of the file: that has
+  // to be on the disk before its name is, and the name before anyone is told of it.
   void Finish() {
-    if (std::fclose(_file.release()) != 0 || std::rename(PartPath().c_str(), _path.c_str()) != 0) {
+    if (std::fflush(_file.get()) != 0 || fsync(fileno(_file.get())) != 0 ||
+        std::fclose(_file.release()) != 0 || std::rename(PartPath().c_str(), _path.c_str()) != 0) {
       throw csv::SystemError("write", _path);
     }
     _isPart = false;
+    const std::string folder = std::filesystem::path(_path).parent_path().string();
+    const Descriptor names(folder.empty() ? "." : folder, O_RDONLY | O_DIRECTORY);
+    // Some file systems have nothing to do for names, and say EINVAL.
+    if (!names.IsOpen() || (fsync(names.Get()) != 0 && errno != EINVAL)) {
+      throw csv::SystemError("write", _path);
+    }
   }
 
  private:
@@ -97,12 +150,9 @@ std::string Check(std::string_view text) {
   for (const char c : text) {
     hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
   }
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string digits;
-  for (unsigned int shift = 64; shift != 0; shift -= 4) {
-    digits += kDigits[(hash >> (shift - 4)) % 16];
-  }
-  return digits;
+  std::array<char, 17> digits{};
+  std::snprintf(digits.data(), digits.size(), "%016" PRIx64, hash);
+  return digits.data();
 }
 
 // What comes before the bytes of the sums.
@@ -272,7 +322,11 @@ void Save(const Result& result, const std::string& path) {
   if (isLink && error) {
     throw csv::Error("cannot write " + path + ": " + error.message());
   }
+  const std::optional<mode_t> mode = ModeOf(place);
   NewFile file(place);
+  if (mode) {
+    file.SetMode(*mode);
+  }
   file.Write(std::as_bytes(std::span(head)));
   file.Write(velmor::Save(*result.sums));
   file.Finish();

@@ -24,6 +24,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -37,7 +38,8 @@
 #include "proof.h"
 
 // A directory of its own for the files of a test, with the current directory in it. Commands find
-// the programs by their names, and the examples' data in $data.
+// the programs by their names, the examples' data in $data, and in $drop what makes root heed
+// modes.
 class InDirectory : public testing::Test {
  public:
   InDirectory() {
@@ -48,6 +50,7 @@ class InDirectory : public testing::Test {
     static const std::string path = PROGRAMS ":" + std::string(std::getenv("PATH"));
     setenv("PATH", path.c_str(), 1);
     setenv("data", EXAMPLE_DATA, 1);
+    setenv("drop", geteuid() == 0 ? "setpriv --bounding-set -dac_override" : "", 1);
     // NOLINTEND(concurrency-mt-unsafe)
   }
   ~InDirectory() override {
