@@ -10,7 +10,7 @@ namespace velmor {
 
 // Prints the line above and aborts.
 //   file  __FILE__ of the check: a path that begins with "backend/velmor/" stands as it is; any
-//         other is that of a public header, wherever it was compiled from
+//         other path is a public header's, wherever that was compiled from
 [[noreturn]] void AssertionFailed(const char* file, int line, const char* function,
                                   const char* condition) noexcept;
 

@@ -63,10 +63,10 @@ class ProblemBase {
 //
 // Errors. On the calling thread (the only one with threads == 1) every exception passes to the
 // caller. NorvGoToCaller on a pool thread: the other parts stop at their next turn and merge, the
-// one that raised it does not, and the host service atnnxt_ is called once after all have ended.
+// part that raised it does not, and the host service atnnxt_ is called once after all have ended.
 // Any other exception on a pool thread: the other parts stop at their next turn and merge, and the
-// caller gets the first such exception after all have ended; then atnnxt_ is not called, not even
-// if there was a NorvGoToCaller as well. Parts are deleted in every case.
+// caller gets the first of these exceptions after all have ended; then atnnxt_ is not called, not
+// even if there was a NorvGoToCaller as well. Parts are deleted in every case.
 //
 // Asserts that there is a problem and that it makes parts. Can be called from several threads at
 // once and from within a part. The process may exit meanwhile, also from within a part; and it may
