@@ -2,7 +2,7 @@
 
 // What the benchmarks share. A rate counts cells (or pairs, or values) times rows in a second, on
 // one thread unless the name says otherwise, and is named operation/shape/who: an engine, or
-// "plain" for the loops that define the result (plain.h).
+// "plain" for the loops that define the result (tests/definition.h).
 
 #include <benchmark/benchmark.h>
 #include <velmor/velmor.h>

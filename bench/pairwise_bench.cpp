@@ -1,6 +1,7 @@
 // What does SMatrixPairwise cost with nothing missing, and where values are missing?
 #include "bench.h"
-#include "plain.h"
+
+#include "../tests/definition.h"
 
 void bench::Register() {
   static constexpr struct {
@@ -23,8 +24,9 @@ void bench::Register() {
       const std::string name = "SMatrixPairwise/p:" + std::to_string(p) + '/' + pattern.name;
       ForEachEngine(name,
                     Accumulating(cases, cells, [] { return velmor::SMatrixPairwise(kMissing); }));
-      RegisterTimed(name + "/plain",
-                    Accumulating(cases, cells, [] { return PlainPairwise(kMissing); }));
+      RegisterTimed(name + "/plain", Accumulating(cases, cells, [p] {
+                      return velmor::test::Define(velmor::SMatrixPairwise(kMissing), p);
+                    }));
     }
   }
 }

@@ -1,6 +1,7 @@
 // How near does SMatrixListwise come to what the core can do, from few columns to many?
 #include "bench.h"
-#include "plain.h"
+
+#include "../tests/definition.h"
 
 void bench::Register() {
   RegisterLimits();
@@ -8,6 +9,7 @@ void bench::Register() {
     const auto cases = std::make_shared<Cases>(p);
     RegisterSymmetric(p, cases);
     RegisterTimed("SMatrixListwise/p:" + std::to_string(p) + "/plain",
-                  Accumulating(cases, Triangle(p), [] { return PlainListwise(); }));
+                  Accumulating(cases, Triangle(p),
+                               [p] { return velmor::test::Define(velmor::SMatrixListwise(), p); }));
   }
 }

@@ -14,26 +14,41 @@ constexpr double kMissing = -999.;
 constexpr unsigned int kColumns = 5;
 constexpr unsigned int kGroups = 3;
 
+// An accumulator by its constructor's arguments; bounds that it does not take are not used.
+template <class Accumulator>
+std::unique_ptr<Accumulator> MakeAccumulator(double missingCode, const std::vector<int>& bounds) {
+  const auto make = [&bounds](auto... code) {
+    if constexpr (std::is_constructible_v<Accumulator, decltype(code)..., int, int, int>) {
+      return std::make_unique<Accumulator>(code..., bounds.at(0), bounds.at(1), bounds.at(2));
+    } else if constexpr (std::is_constructible_v<Accumulator, decltype(code)..., int, int>) {
+      return std::make_unique<Accumulator>(code..., bounds.at(0), bounds.at(1));
+    } else {
+      return std::make_unique<Accumulator>(code...);
+    }
+  };
+  if constexpr (requires(const Accumulator& a) { a.MissingCode(); }) {
+    return make(missingCode);
+  } else {
+    return make();
+  }
+}
+
 // An empty accumulator of each class; MatrixBase stands for one that is known only as that.
 template <class Accumulator>
 std::unique_ptr<Accumulator> NewAccumulator() {
   constexpr int kLast = kColumns;
   if constexpr (std::is_same_v<Accumulator, MatrixBase>) {
     return NewAccumulator<SMatrixPairwise>();
-  } else if constexpr (std::is_same_v<Accumulator, MatrixListwise>) {
-    return std::make_unique<MatrixListwise>();
-  } else if constexpr (std::is_same_v<Accumulator, MatrixPairwise>) {
-    return std::make_unique<MatrixPairwise>(kMissing);
+  } else if constexpr (requires(const Accumulator& a) { a.NGroup(); }) {
+    return MakeAccumulator<Accumulator>(kMissing, {kGroups, kLast});
   } else if constexpr (std::is_same_v<Accumulator, SMatrixListwise>) {
-    return std::make_unique<SMatrixListwise>();
+    return MakeAccumulator<Accumulator>(kMissing, {0, 0});  // all columns
   } else if constexpr (std::is_same_v<Accumulator, NSMatrixListwise>) {
-    return std::make_unique<NSMatrixListwise>(1, 3, kLast);
+    return MakeAccumulator<Accumulator>(kMissing, {1, 3, kLast});
   } else if constexpr (std::is_same_v<Accumulator, SMatrixPairwise>) {
-    return std::make_unique<SMatrixPairwise>(kMissing, 1, kLast);
-  } else if constexpr (std::is_same_v<Accumulator, NSMatrixPairwise>) {
-    return std::make_unique<NSMatrixPairwise>(kMissing, 0, 2, kLast);
+    return MakeAccumulator<Accumulator>(kMissing, {1, kLast});
   } else {
-    return std::make_unique<Accumulator>(kGroups, kLast);
+    return MakeAccumulator<Accumulator>(kMissing, {0, 2, kLast});
   }
 }
 
@@ -98,8 +113,12 @@ std::unique_ptr<Accumulator> Accumulated(const Cases& cases) {
   return accumulator;
 }
 
-using Accumulators =
-    std::tuple<MatrixListwise, SMatrixListwise, NSMatrixListwise, MatrixPairwise, SMatrixPairwise,
-               NSMatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix, MatrixBase>;
+// In the order of their numbers.
+template <class... More>
+using ClassesAnd =
+    std::tuple<SMatrixListwise, NSMatrixListwise, MatrixListwise, SMatrixPairwise, NSMatrixPairwise,
+               MatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix, More...>;
+using Classes = ClassesAnd<>;
+using Accumulators = ClassesAnd<MatrixBase>;
 
 }  // namespace velmor::test

@@ -48,87 +48,47 @@ struct Cases {
   }
 };
 
-// Cases without values.
-inline Cases RandomWeights(std::mt19937& random, std::size_t rows, bool weighted,
-                           bool regWeighted) {
-  std::uniform_real_distribution<double> weight(0.1, 2.);
-  Cases cases;
-  for (const auto& [isWanted, weights] :
-       {std::pair{weighted, &cases.weights}, {regWeighted, &cases.regWeights}}) {
-    weights->resize(isWanted ? rows : 0);
-    std::generate(weights->begin(), weights->end(), [&] { return weight(random); });
-  }
-  return cases;
-}
-
-// Accumulates the cases cut up at random: into parts, which are merged, of a few batches each, some
-// of which may be empty.
-template <class Accumulator, class Make, class MakeBatch>
-void AccumulateSplit(std::mt19937 random, const Cases& cases, Make make, MakeBatch makeBatch,
-                     Accumulator& whole) {
-  const std::size_t rows = cases.rows.size();
-  for (std::size_t from = 0; from < rows;) {
-    auto part = make();
-    for (auto batches = 1 + random() % 3; batches > 0; --batches) {
-      const std::size_t to = std::min<std::size_t>(rows, from + random() % 30);
-      *part += *makeBatch(cases.Slice(from, to));
-      from = to;
-    }
-    whole += *part;
-  }
-}
-
-// The statistics of two columns over the cases in which both are present, in two passes and in
-// extended precision.
-struct PairMoments {
-  int nRows = 0;
-  long double weightSum = 0.;
-  long double mean0 = 0.;
-  long double mean1 = 0.;
-  long double cscp = 0.;
+// The host's current case, as batches look at it.
+struct CurrentCase {
+  double weight = 0.;
+  double regWeight = 0.;
+  unsigned int group = 0;
 };
 
-inline PairMoments TwoPasses(const Cases& cases, std::size_t column0, std::size_t column1,
-                             double missingCode = kNaN) {
-  const auto forEach = [&](auto use) {
-    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-      const double x = cases.rows[i][column0];
-      const double y = cases.rows[i][column1];
-      if (x != missingCode && y != missingCode) {
-        use(x, y,
-            (cases.weights.empty() ? 1.L : cases.weights[i]) *
-                (cases.regWeights.empty() ? 1.L : cases.regWeights[i]));
-      }
-    }
-  };
-  PairMoments m;
-  forEach([&m](double x, double y, long double u) {
-    ++m.nRows;
-    m.weightSum += u;
-    m.mean0 += u * x;
-    m.mean1 += u * y;
-  });
-  m.mean0 /= m.weightSum;
-  m.mean1 /= m.weightSum;
-  forEach([&m](double x, double y, long double u) { m.cscp += u * (x - m.mean0) * (y - m.mean1); });
-  return m;
+inline void AddRow(DataBatch& batch, const double* values) { batch.AddRow(values); }
+inline void AddRow(DataBatchByGroup& batch, const double* values) {
+  std::copy_n(values, batch.NColumns(), batch.NextRow());
+  batch.AddRow();
+}
+
+// Adds the cases one by one to a batch that looks at `current`.
+template <class SomeBatch>
+void AddRows(SomeBatch& batch, CurrentCase& current, const Cases& cases) {
+  for (std::size_t row = 0; row < cases.rows.size(); ++row) {
+    current = {cases.weights.empty() ? 0. : cases.weights[row],
+               cases.regWeights.empty() ? 0. : cases.regWeights[row],
+               cases.groups.empty() ? 0 : cases.groups[row]};
+    AddRow(batch, cases.rows[row].data());
+  }
+}
+
+// An empty batch for as many cases as there are and `room` more, with their kinds of weights.
+//   nGroups  of a batch by group
+template <class SomeBatch, class... Groups>
+std::unique_ptr<SomeBatch> EmptyBatch(const Cases& cases, unsigned int columns, std::size_t room,
+                                      const CurrentCase& current, Groups... nGroups) {
+  return std::make_unique<SomeBatch>(
+      columns, static_cast<unsigned int>(std::max<std::size_t>(1, cases.rows.size() + room)),
+      cases.weights.empty() ? nullptr : &current.weight,
+      cases.regWeights.empty() ? nullptr : &current.regWeight,
+      cases.groups.empty() && sizeof...(nGroups) == 0 ? nullptr : &current.group, nGroups...);
 }
 
 // A batch that holds the cases. No more can be added to it.
 inline std::unique_ptr<DataBatch> Batch(const Cases& cases, unsigned int columns) {
-  double weight = 0.;
-  double regWeight = 0.;
-  unsigned int group = 0;
-  auto batch = std::make_unique<DataBatch>(
-      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
-      cases.weights.empty() ? nullptr : &weight, cases.regWeights.empty() ? nullptr : &regWeight,
-      cases.groups.empty() ? nullptr : &group);
-  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-    weight = cases.weights.empty() ? 0. : cases.weights[i];
-    regWeight = cases.regWeights.empty() ? 0. : cases.regWeights[i];
-    group = cases.groups.empty() ? 0 : cases.groups[i];
-    batch->AddRow(cases.rows[i].data());
-  }
+  CurrentCase current;
+  auto batch = EmptyBatch<DataBatch>(cases, columns, 1, current);
+  AddRows(*batch, current, cases);
   return batch;
 }
 
@@ -136,47 +96,88 @@ inline std::unique_ptr<DataBatch> Batch(const Cases& cases) {
   return Batch(cases, static_cast<unsigned int>(cases.rows.at(0).size()));
 }
 
-// A batch of grouped cases, sorted unless told otherwise. No more can be added to it.
+// A batch of grouped cases, sorted. No more can be added to it.
 inline std::unique_ptr<DataBatchByGroup> GroupedBatch(const Cases& cases, unsigned int columns,
-                                                      unsigned int nGroups, bool sorted = true) {
-  double weight = 0.;
-  unsigned int group = 0;
-  auto batch = std::make_unique<DataBatchByGroup>(
-      columns, static_cast<unsigned int>(cases.rows.size()) + 1,
-      cases.weights.empty() ? nullptr : &weight, nullptr, &group, nGroups);
-  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-    weight = cases.weights.empty() ? 0. : cases.weights[i];
-    group = cases.groups[i];
-    std::copy(cases.rows[i].begin(), cases.rows[i].end(), batch->NextRow());
-    batch->AddRow();
-  }
-  if (sorted) {
-    batch->SortByGroup();
-  }
+                                                      unsigned int nGroups) {
+  CurrentCase current;
+  auto batch = EmptyBatch<DataBatchByGroup>(cases, columns, 1, current, nGroups);
+  AddRows(*batch, current, cases);
+  batch->SortByGroup();
   return batch;
 }
 
-// Every field of a record, of both kinds of records.
-template <class Variable>
-std::vector<double> Fields(const Variable& v) {
-  std::vector<double> fields{static_cast<double>(v.NRows()), v.WeightSum(), v.RegWeightSum(),
-                             v.Mean(), v.CSS()};
-  if constexpr (requires { v.Min(); }) {
-    fields.insert(fields.end(), {v.Min(), v.Max()});
+// Cases in memory, row by row, as a host's table.
+class CaseTable {
+ public:
+  CaseTable(Cases cases, unsigned int columns, std::vector<double> absentCodes = {})
+      : _cases(std::move(cases)), _columns(columns), _absentCodes(std::move(absentCodes)) {
+    for (const auto& row : _cases.rows) {
+      _values.insert(_values.end(), row.begin(), row.end());
+    }
   }
-  return fields;
+
+  TableView View() const {
+    TableView view;
+    view.rows = _cases.rows.size();
+    const auto width = static_cast<std::ptrdiff_t>(_columns * sizeof(double));
+    for (std::size_t column = 0; column < _columns; ++column) {
+      view.values.emplace_back(_values.data() + column, width).absentCodes = _absentCodes;
+    }
+    const auto add = [](const auto& all, std::optional<ColumnView>& column) {
+      if (!all.empty()) {
+        column.emplace(all.data());
+      }
+    };
+    add(_cases.weights, view.weights);
+    add(_cases.regWeights, view.regWeights);
+    add(_cases.groups, view.groups);
+    return view;
+  }
+
+ private:
+  Cases _cases;
+  unsigned int _columns;
+  std::vector<double> _absentCodes;
+  std::vector<double> _values;
+};
+
+// All that a batch holds, as bits. One by group has to be sorted.
+template <class SomeBatch>
+std::vector<std::uint64_t> Contents(SomeBatch& batch) {
+  std::vector<std::uint64_t> all{batch.NRows()};
+  const auto add = [&](const auto* x, unsigned int count) {
+    std::transform(x, x ? x + count : x, std::back_inserter(all), [](double v) { return Bits(v); });
+  };
+  const unsigned int rows = batch.NRows();
+  add(batch.Weights(), rows);
+  for (unsigned int column = 0; column < batch.NColumns(); ++column) {
+    add(batch.Column(column), rows);
+  }
+  if constexpr (requires { batch.groupCount(0); }) {
+    for (unsigned int group = 0; group < batch.NGroups(); ++group) {
+      all.push_back(batch.groupCount(group));
+    }
+  } else {
+    all.push_back(batch.MaxGroupSeen());
+    add(batch.RegWeights(), rows);
+    add(batch.Groups(), rows);
+  }
+  return all;
 }
 
-template <class Pair>
-std::vector<double> PairFields(const Pair& p) {
-  return {static_cast<double>(p.NRows()),
-          p.WeightSum(),
-          p.RegWeightSum(),
-          p.Mean0(),
-          p.Mean1(),
-          p.CSS0(),
-          p.CSS1(),
-          p.CSCP()};
+// Every field of a variable's or a pair's record.
+template <class Record>
+std::vector<double> Fields(const Record& r) {
+  std::vector<double> fields{static_cast<double>(r.NRows()), r.WeightSum(), r.RegWeightSum()};
+  if constexpr (requires { r.CSCP(); }) {
+    fields.insert(fields.end(), {r.Mean0(), r.Mean1(), r.CSS0(), r.CSS1(), r.CSCP()});
+  } else {
+    fields.insert(fields.end(), {r.Mean(), r.CSS()});
+    if constexpr (requires { r.Min(); }) {
+      fields.insert(fields.end(), {r.Min(), r.Max()});
+    }
+  }
+  return fields;
 }
 
 }  // namespace velmor::test

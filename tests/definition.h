@@ -16,23 +16,36 @@ void Append(Doubles& all, const Some& some) {
   all.insert(all.end(), some.begin(), some.end());
 }
 
-// Columns [col0, col2) of a batch, and pairs of them: each column with those before it or, where
-// col0 < col1, each of [col0, col1) with each of [col1, col2).
+// Columns [col0, col2) of a batch, and pairs of them: each column with those before it or, of a
+// rectangle, each of [col0, col1) with each of [col1, col2).
 struct Block {
   int col0, col1, col2;
+  bool isRectangle;
 
-  bool IsRectangle() const { return col0 < col1; }
   std::size_t Place(int column) const { return static_cast<std::size_t>(column - col0); }
   // Calls visit(i, j), column i being a product's first operand and a pair's first variable.
   template <class Visit>
   void ForEachPair(Visit visit) const {
-    for (int i = col0; i < (IsRectangle() ? col1 : col2); ++i) {
-      for (int j = IsRectangle() ? col1 : col0; j < (IsRectangle() ? col2 : i); ++j) {
+    for (int i = col0; i < (isRectangle ? col1 : col2); ++i) {
+      for (int j = isRectangle ? col1 : col0; j < (isRectangle ? col2 : i); ++j) {
         visit(i, j);
       }
     }
   }
 };
+
+// The block of an accumulator of so many columns.
+template <class Accumulator>
+Block BlockOf(const Accumulator& a, unsigned int columns) {
+  const int all = static_cast<int>(columns);
+  if constexpr (requires { a.Col0(); }) {
+    constexpr bool kIsRectangle = std::is_same_v<Accumulator, NSMatrixListwise> ||
+                                  std::is_same_v<Accumulator, NSMatrixPairwise>;
+    return {a.Col0(), a.Col1(), a.Col2() == 0 ? all : a.Col2(), kIsRectangle};
+  } else {
+    return {0, 0, all, false};
+  }
+}
 
 inline double* ColumnOf(DataBatch& batch, int column) {
   return batch.Column(static_cast<unsigned int>(column));
@@ -57,13 +70,13 @@ class ListwiseDefinition {
   ListwiseDefinition(const Block& block, bool hasExtremes)
       : _block(block), _hasExtremes(hasExtremes) {}
 
-  void Add(DataBatch& batch) {
+  void operator+=(DataBatch& batch) {
     ListwiseDefinition part(_block, _hasExtremes);
     part.Take(batch);
-    Merge(part);
+    *this += part;
   }
 
-  void Merge(const ListwiseDefinition& d) {
+  void operator+=(const ListwiseDefinition& d) {
     if (_columns.empty() || (_isWeightless && d._totals.weightSum != 0.)) {
       *this = d;
     } else if (d._totals.weightSum != 0.) {
@@ -120,12 +133,12 @@ class ListwiseDefinition {
     const auto ofMine = [&](std::size_t i) { return _columns[i].mean - mine[i].mean; };
     const auto ofOther = [&](std::size_t i) { return _columns[i].mean - other[i].mean; };
     const auto merge = [&](std::size_t i, std::size_t j, double& cell, double otherCell) {
-      const double factor = a * (_block.IsRectangle() ? ofMine(i) : shift[i]);
+      const double factor = a * (_block.isRectangle ? ofMine(i) : shift[i]);
       cell = ((otherCell + factor * ofMine(j)) + (b * ofOther(i)) * ofOther(j)) + cell;
     };
     for (std::size_t i = 0; i < mine.size(); ++i) {
       double& squares = _columns[i].squares;
-      if (_block.IsRectangle()) {
+      if (_block.isRectangle) {
         squares = ((other[i].squares + (shift[i] * shift[i]) * a) + (ofOther(i) * ofOther(i)) * b) +
                   squares;
       } else {
@@ -155,7 +168,7 @@ class PairwiseDefinition {
     _work._missingCode = missingCode;
   }
 
-  void Add(DataBatch& batch) {
+  void operator+=(DataBatch& batch) {
     const int n = static_cast<int>(batch.NRows());
     const double* const w = batch.Weights();
     const double* const r = batch.RegWeights();
@@ -177,7 +190,7 @@ class PairwiseDefinition {
     });
   }
 
-  void Merge(const PairwiseDefinition& d) {
+  void operator+=(const PairwiseDefinition& d) {
     if (_variables.empty()) {
       *this = d;
     } else if (d._totals.weightSum != 0.) {
@@ -220,14 +233,14 @@ class SumsDefinition {
  public:
   explicit SumsDefinition(unsigned int nGroups) : _nGroups(nGroups) {}
 
-  void Add(Batch& batch) {
+  void operator+=(Batch& batch) {
     SumsDefinition part(_nGroups);
     part._nRows = batch.NRows();
     part.Take(batch);
-    Merge(part);
+    *this += part;
   }
 
-  void Merge(const SumsDefinition& d) {
+  void operator+=(const SumsDefinition& d) {
     if (_sums.empty()) {
       *this = d;
     } else if (d._weightSum != 0.) {
@@ -266,7 +279,7 @@ inline void SumsDefinition<DataBatch>::Take(DataBatch& batch) {
                       ofColumn.data() + _nGroups, n);
     Append(_sums, ofColumn);
   }
-  Block{0, 0, columns}.ForEachPair([&](int i, int j) {
+  Block{0, 0, columns, false}.ForEachPair([&](int i, int j) {
     _sums.push_back(CrossProduct(ColumnOf(batch, i), ColumnOf(batch, j), batch.Weights(), n));
   });
 }
@@ -291,6 +304,24 @@ inline void SumsDefinition<DataBatchByGroup>::Take(DataBatchByGroup& batch) {
     }
     _sums.push_back(WeightedSum(w, n));
     from += static_cast<std::size_t>(n);
+  }
+}
+
+// What the accumulator, an empty one, makes of batches of so many columns.
+template <class Accumulator>
+auto Define(const Accumulator& a, unsigned int columns) {
+  if constexpr (requires { a.NGroup(); }) {
+    constexpr bool kIsByGroup = std::is_same_v<Accumulator, DiscIndividualMatrix>;
+    using SomeBatch = std::conditional_t<kIsByGroup, DataBatchByGroup, DataBatch>;
+    return SumsDefinition<SomeBatch>(static_cast<unsigned int>(a.NGroup()));
+  } else {
+    const Block block = BlockOf(a, columns);
+    constexpr bool kHasExtremes = std::is_base_of_v<MatrixBase, Accumulator>;
+    if constexpr (requires { a.MissingCode(); }) {
+      return PairwiseDefinition(block, kHasExtremes, a.MissingCode());
+    } else {
+      return ListwiseDefinition(block, kHasExtremes);
+    }
   }
 }
 

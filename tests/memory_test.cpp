@@ -85,32 +85,6 @@ int ExpectAllOrNothing(const char* what, const Make& make, const Operate& operat
   return failures;
 }
 
-// A table of the cases.
-class Table {
- public:
-  explicit Table(Cases cases) : _cases(std::move(cases)) {
-    for (const auto& row : _cases.rows) {
-      _values.insert(_values.end(), row.begin(), row.end());
-    }
-  }
-
-  TableView View() const {
-    TableView view;
-    view.rows = _cases.rows.size();
-    for (unsigned int i = 0; i < kColumns; ++i) {
-      view.values.emplace_back(&_values[i], kColumns * sizeof(double)).absentCodes = {kMissing};
-    }
-    view.weights.emplace(_cases.weights.data());
-    view.regWeights.emplace(_cases.regWeights.data());
-    view.groups.emplace(_cases.groups.data());
-    return view;
-  }
-
- private:
-  Cases _cases;
-  std::vector<double> _values;  // row by row
-};
-
 template <class Accumulator>
 std::unique_ptr<Accumulator> Some(std::uint32_t seed = 1) {
   return Accumulated<Accumulator>(MixedCases(9, seed));
@@ -214,7 +188,7 @@ TYPED_TEST(Memory, ForestsAreAllOrNothingOrPutMergesOff) {
 TYPED_TEST(Memory, TablesAreAccumulatedOrNot) {
   using ForestOfType = BlockForest<TypeParam>;
   const Watchdog watchdog;
-  const Table table(MixedCases(40));
+  const CaseTable table(MixedCases(40), kColumns, {kMissing});
   const TableView view = table.View();
   const auto shape = NewAccumulator<TypeParam>();
   for (const int threads : {1, 2}) {
@@ -240,7 +214,7 @@ void ExpectBatchesAllOrNothing(const Make& make) {
     accumulator += *batch;
     return Save(accumulator);
   };
-  const Table table(MixedCases(40));
+  const CaseTable table(MixedCases(40), kColumns, {kMissing});
   const TableView view = table.View();
   const auto fill = [&view](Pointer& batch) { batch->AddColumns(view, 0, view.rows); };
   ExpectAllOrNothing(
@@ -306,7 +280,7 @@ TEST(MemoryOf, Records) {
         WorkArea area;
         p.Init(x, w, w, w, area, 4);
       },
-      [](const PairStat& p) { return PairFields(p); });
+      [](const PairStat& p) { return Fields(p); });
 }
 
 TEST(MemoryOf, Arrays) {
@@ -414,6 +388,39 @@ TEST(MemoryOf, DriverStopsBeforeTheEndOfData) {
         allocation, [&] { run(true); }, hasThrown);
     EXPECT_TRUE(hasThrown);
   }
+}
+
+// A pairwise accumulator keeps little more than its records' numbers, and allocates nothing once it
+// has seen its largest batch.
+template <class Accumulator>
+void ExpectThrift(const std::vector<int>& bounds, std::size_t pairs) {
+  constexpr std::size_t kWide = 100;
+  Cases cases;
+  for (int i = 0; i < 1000; ++i) {
+    cases.rows.emplace_back(kWide, i % 3 == 0 ? kMissing : i);
+    cases.weights.push_back(1. + i);
+  }
+  cases.regWeights = cases.weights;
+  const auto largest = Batch(cases);
+  const auto smaller = Batch(cases.Slice(3, 9));
+  const auto accumulator = MakeAccumulator<Accumulator>(kMissing, bounds);
+  const auto copy = MakeAccumulator<Accumulator>(kMissing, bounds);
+  const std::size_t most = 128 * (pairs + kWide) + 32 * cases.rows.size();
+  const std::size_t bytes = allocations.bytes;
+  *accumulator += *largest;
+  EXPECT_LE(allocations.bytes - bytes, most);
+  const std::size_t count = allocations.count + allocations.scratch;
+  *accumulator += *largest;
+  *accumulator += *smaller;
+  EXPECT_EQ(allocations.count + allocations.scratch, count);
+  *copy += *accumulator;
+  EXPECT_LE(allocations.bytes - bytes, 2 * most);
+}
+
+TEST(MemoryOf, PairwiseRecords) {
+  ExpectThrift<SMatrixPairwise>({0, 100}, 4950);
+  ExpectThrift<NSMatrixPairwise>({0, 45, 100}, 2475);
+  ExpectThrift<MatrixPairwise>({}, 4950);
 }
 
 // What the pool takes it runs and destroys; what it does not take stays the caller's.

@@ -14,6 +14,37 @@ constexpr double kUnit = 0x1p-53;
 constexpr double kMissing = -7e77;
 constexpr unsigned int kColumns = 4;
 
+// The statistics of two columns over the cases in which both are present, in two passes and in
+// extended precision.
+struct PairMoments {
+  long double weightSum = 0.;
+  long double mean0 = 0.;
+  long double mean1 = 0.;
+  long double cscp = 0.;
+};
+
+PairMoments TwoPasses(const Cases& cases, std::size_t column0, std::size_t column1) {
+  const auto forEach = [&](auto use) {
+    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+      const double x = cases.rows[i][column0];
+      const double y = cases.rows[i][column1];
+      if (x != kMissing && y != kMissing) {
+        use(x, y, static_cast<long double>(cases.weights[i]) * cases.regWeights[i]);
+      }
+    }
+  };
+  PairMoments m;
+  forEach([&m](double x, double y, long double u) {
+    m.weightSum += u;
+    m.mean0 += u * x;
+    m.mean1 += u * y;
+  });
+  m.mean0 /= m.weightSum;
+  m.mean1 /= m.weightSum;
+  forEach([&m](double x, double y, long double u) { m.cscp += u * (x - m.mean0) * (y - m.mean1); });
+  return m;
+}
+
 // What the bounds of a split depend on.
 struct Split {
   std::size_t batchRows = 0;  // most cases in a batch
@@ -49,7 +80,7 @@ Exact ExactOf(const Cases& cases, std::size_t x, std::size_t y) {
     return static_cast<double>(std::sqrt(m.cscp / m.weightSum));
   };
   Exact exact;
-  exact.moments = TwoPasses(cases, x, y, kMissing);
+  exact.moments = TwoPasses(cases, x, y);
   Cases both;
   for (std::size_t i = 0; i < cases.rows.size(); ++i) {
     const auto& row = cases.rows[i];

@@ -292,8 +292,7 @@ void CheckGolden(const std::string& name, const Type& state) {
 
 TYPED_TEST(State, HasTheBytesThatItAlwaysHad) {
   if constexpr (!std::is_same_v<TypeParam, MatrixBase>) {
-    std::string name = testing::internal::GetTypeName<TypeParam>();
-    name.erase(0, name.rfind(':') + 1);
+    const std::string name = NameOf<TypeParam>();
     CheckGolden(name, *Accumulated<TypeParam>(MixedCases(30)));
     CheckGolden(name + "Forest", SomeForest<TypeParam>());
   }

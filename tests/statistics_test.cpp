@@ -56,9 +56,9 @@ TEST(PairStat, InitCountsCompletePairs) {
   WorkArea area = Area(-9.);
   PairStat pair;
   pair.Init(x.data(), y.data(), nullptr, nullptr, area, 3);
-  EXPECT_THAT(PairFields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
+  EXPECT_THAT(Fields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
   pair.Init(x.data(), y.data(), nullptr, x.data(), area, 2);
-  EXPECT_THAT(PairFields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
+  EXPECT_THAT(Fields(pair), ElementsAre(1., 1., 1., 1., 4., 0., 0., 0.));
 }
 
 TEST(VarStat, UpdateIsTheStatisticsOfAll) {
@@ -85,11 +85,11 @@ TEST(PairStat, UpdateIsTheStatisticsOfAll) {
   PairStat first;
   PairStat second;
   first.Init(x.data(), y.data(), nullptr, nullptr, area, 2);
-  EXPECT_THAT(PairFields(first), ElementsAre(2., 2., 2., 2., 4., 2., 8., 4.));
+  EXPECT_THAT(Fields(first), ElementsAre(2., 2., 2., 2., 4., 2., 8., 4.));
   second.Init(x.data() + 2, y.data() + 2, nullptr, nullptr, area, 1);
   const std::unique_ptr<PairStat> copy(first.Copy());
   first.Update(second);
-  EXPECT_THAT(PairFields(first), ElementsAre(3., 3., 3., 3., 4., 8., 8., 4.));
+  EXPECT_THAT(Fields(first), ElementsAre(3., 3., 3., 3., 4., 8., 8., 4.));
   EXPECT_EQ(copy->CSS1(), 8.);
   EXPECT_EQ(copy->NRows(), 2);
 }

@@ -22,6 +22,13 @@ struct TypesOf<std::tuple<Types...>> {
   using Each = testing::Types<Types...>;
 };
 
+// A class's name without its namespace.
+template <class Type>
+std::string NameOf() {
+  const std::string name = testing::internal::GetTypeName<Type>();
+  return name.substr(name.rfind(':') + 1);
+}
+
 // The message of what the call throws.
 template <class Error, class Call>
 std::string MessageOf(Call call) {

@@ -1,9 +1,8 @@
 // Fuzzes AddColumns of both kinds of batches: from a table of any types and layouts, in memory that
 // ends where the table ends, it appends what AddRow appends or refuses the first row that it has
 // to.
-#include "ordered/engine.h"
-
-#include "input.h"
+#include "../columntypes.h"
+#include "anyengine.h"
 
 #include <cstring>
 #include <deque>
@@ -11,40 +10,6 @@
 
 namespace velmor::test {
 namespace {
-
-// Calls visit(T()), T being the type's C++ type.
-template <class Visit>
-auto WithType(ValueType type, Visit visit) {
-  switch (type) {
-    case ValueType::Double:
-      return visit(double{});
-    case ValueType::Float:
-      return visit(float{});
-    case ValueType::Int8:
-      return visit(std::int8_t{});
-    case ValueType::Int16:
-      return visit(std::int16_t{});
-    case ValueType::Int32:
-      return visit(std::int32_t{});
-    case ValueType::Int64:
-      return visit(std::int64_t{});
-    case ValueType::UInt8:
-      return visit(std::uint8_t{});
-    case ValueType::UInt16:
-      return visit(std::uint16_t{});
-    case ValueType::UInt32:
-      return visit(std::uint32_t{});
-    case ValueType::UInt64:
-      return visit(std::uint64_t{});
-    case ValueType::Bool:
-      break;
-  }
-  return visit(bool{});
-}
-
-std::size_t SizeOf(ValueType type) {
-  return WithType(type, [](auto x) { return sizeof(x); });
-}
 
 // A value as it is read one by one.
 struct Value {
@@ -130,8 +95,10 @@ class Table {
  private:
   // Adds columns whose values in a row are side by side. Returns the first one's first value.
   std::byte* AddColumns(Input& input, unsigned int columns) {
-    const auto type = columns == 1 ? static_cast<ValueType>(input.Below(11)) : ValueType::Double;
-    const auto size = static_cast<std::ptrdiff_t>(SizeOf(type));
+    const auto type =
+        columns == 1 ? static_cast<ValueType>(input.Below(kColumnTypes)) : ValueType::Double;
+    std::ptrdiff_t size = 0;
+    WithType(type, [&](auto x) { size = sizeof(x); });
     const auto rows = static_cast<std::ptrdiff_t>(view.rows);
     const std::ptrdiff_t width = size * columns;
     const std::ptrdiff_t strides[] = {width, width, -width, width + 8, width + 1, 3 * width, 0};
@@ -215,46 +182,38 @@ struct Terms {
   std::uint64_t groups = DataBatch::kMostGroups;
 };
 
-enum class Role { Value, Weight, Group };
+enum class Role { Value, CaseWeight, RegWeight, Group };
+constexpr const char* kRoleNames[] = {"column ", "case weights", "regression weights", "groups"};
+
+bool IsRefused(const Value& value, Role role, const Terms& terms) {
+  const bool isCoded = role == Role::Value && terms.missingCode;
+  if (value.isAbsent) {
+    return isCoded && std::isnan(*terms.missingCode);
+  }
+  const bool isGroup = 0. <= value.number && value.number < static_cast<double>(terms.groups) &&
+                       std::trunc(value.number) == value.number;
+  return !value.isExact || (isCoded && value.number == *terms.missingCode) ||
+         (role == Role::Group && !isGroup);
+}
 
 // A row that is taken value by value.
-class Row {
- public:
-  Row(std::uint64_t row, const Terms& terms) : _row(row), _terms(terms) {}
+struct Row {
+  std::uint64_t number;
+  const Terms& terms;
+  bool isLeftOut = false;
+  std::string refusal = {};  // what is said first of it
 
   // Returns what is written in place of a value.
-  //   number  of a column that has one beside its name
-  double Take(const ColumnView& column, Role role, const char* name,
-              std::optional<std::size_t> number = std::nullopt) {
-    const Value value = ValueOf(column, _row);
-    const bool isCoded = role == Role::Value && _terms.missingCode;
-    _isLeftOut = _isLeftOut || (value.isAbsent && !isCoded);
-    if (IsRefused(value, role) && _refusal.empty()) {
-      _refusal = "row " + std::to_string(_row) + ", " + name +
-                 (number ? std::to_string(*number) : "") + ": ";
+  double Take(const ColumnView& column, Role role, std::size_t place = 0) {
+    const Value value = ValueOf(column, number);
+    const bool isCoded = value.isAbsent && role == Role::Value && terms.missingCode;
+    isLeftOut = isLeftOut || (value.isAbsent && !isCoded);
+    if (IsRefused(value, role, terms) && refusal.empty()) {
+      refusal = "row " + std::to_string(number) + ", " + kRoleNames[static_cast<int>(role)] +
+                (role == Role::Value ? std::to_string(place) : "") + ": ";
     }
-    return value.isAbsent && isCoded ? *_terms.missingCode : value.number;
+    return isCoded ? *terms.missingCode : value.number;
   }
-
-  bool IsLeftOut() const { return _isLeftOut; }
-  const std::string& Refusal() const { return _refusal; }  // what is said first of it
-
- private:
-  bool IsRefused(const Value& value, Role role) const {
-    const bool isCoded = role == Role::Value && _terms.missingCode;
-    if (value.isAbsent) {
-      return isCoded && std::isnan(*_terms.missingCode);
-    }
-    const bool isGroup = 0. <= value.number && value.number < static_cast<double>(_terms.groups) &&
-                         std::trunc(value.number) == value.number;
-    return !value.isExact || (isCoded && value.number == *_terms.missingCode) ||
-           (role == Role::Group && !isGroup);
-  }
-
-  std::uint64_t _row;
-  const Terms& _terms;
-  bool _isLeftOut = false;
-  std::string _refusal;
 };
 
 // What AddColumns has to do with some rows.
@@ -265,146 +224,103 @@ struct Expected {
 
 Expected Expect(const TableView& table, std::uint64_t from, std::uint64_t to, const Terms& terms) {
   Expected expected;
-  for (std::uint64_t i = from; i < to; ++i) {
-    Row row(i, terms);
+  Cases& cases = expected.cases;
+  for (std::uint64_t number = from; number < to; ++number) {
+    Row row{number, terms};
     std::vector<double> values;
-    values.reserve(table.values.size());
     for (const ColumnView& column : table.values) {
-      values.push_back(row.Take(column, Role::Value, "column ", values.size()));
+      values.push_back(row.Take(column, Role::Value, values.size()));
     }
-    const double weight =
-        table.weights ? row.Take(*table.weights, Role::Weight, "case weights") : 0.;
-    const double regWeight =
-        table.regWeights ? row.Take(*table.regWeights, Role::Weight, "regression weights") : 0.;
-    const double group = table.groups ? row.Take(*table.groups, Role::Group, "groups") : 0.;
-    if (row.IsLeftOut()) {
+    const double weight = table.weights ? row.Take(*table.weights, Role::CaseWeight) : 0.;
+    const double regWeight = table.regWeights ? row.Take(*table.regWeights, Role::RegWeight) : 0.;
+    const double group = table.groups ? row.Take(*table.groups, Role::Group) : 0.;
+    if (row.isLeftOut) {
       continue;
     }
-    if (!row.Refusal().empty()) {
-      return {{}, row.Refusal()};
+    if (!row.refusal.empty()) {
+      return {{}, row.refusal};
     }
-    expected.cases.rows.push_back(std::move(values));
-    expected.cases.weights.push_back(weight);
-    expected.cases.regWeights.push_back(regWeight);
-    expected.cases.groups.push_back(static_cast<unsigned int>(group));
+    cases.rows.push_back(std::move(values));
+    cases.weights.push_back(weight);
+    cases.regWeights.push_back(regWeight);
+    cases.groups.push_back(static_cast<unsigned int>(group));
   }
   return expected;
-}
-
-unsigned int AddColumns(DataBatch& batch, const TableView& table, std::uint64_t from,
-                        std::uint64_t to, const Terms& terms) {
-  return batch.AddColumns(table, from, to, terms.missingCode, terms.groups);
-}
-unsigned int AddColumns(DataBatchByGroup& batch, const TableView& table, std::uint64_t from,
-                        std::uint64_t to, const Terms& /*terms*/) {
-  return batch.AddColumns(table, from, to);
-}
-
-void AddRow(DataBatch& batch, const std::vector<double>& values) { batch.AddRow(values.data()); }
-void AddRow(DataBatchByGroup& batch, const std::vector<double>& values) {
-  std::copy(values.begin(), values.end(), batch.NextRow());
-  batch.AddRow();
-}
-
-template <class Batch>
-void AddRows(Batch& batch, Host& host, const Cases& cases) {
-  for (std::size_t row = 0; row < cases.rows.size(); ++row) {
-    host.Take(cases, row);
-    AddRow(batch, cases.rows[row]);
-  }
-}
-
-void RequireSameContents(DataBatch& batch, DataBatch& expected) {
-  const auto require = [&](const auto* x, const auto* y) {
-    for (unsigned int row = 0; x && row < batch.NRows(); ++row) {
-      Require(Bits(x[row]) == Bits(y[row]), "a value, weight or group is another");
-    }
-  };
-  Require(batch.MaxGroupSeen() == expected.MaxGroupSeen(), "another greatest group");
-  require(batch.Weights(), expected.Weights());
-  require(batch.RegWeights(), expected.RegWeights());
-  require(batch.Groups(), expected.Groups());
-  for (unsigned int column = 0; column < batch.NColumns(); ++column) {
-    require(batch.Column(column), expected.Column(column));
-  }
-}
-
-void RequireSameContents(DataBatchByGroup& batch, DataBatchByGroup& expected) {
-  batch.SortByGroup();
-  expected.SortByGroup();
-  for (unsigned int group = 0; group < batch.NGroups(); ++group) {
-    Require(batch.groupCount(group) == expected.groupCount(group), "another number in a group");
-  }
-  for (unsigned int row = 0; row < batch.NRows(); ++row) {
-    for (unsigned int column = 0; column < batch.NColumns(); ++column) {
-      Require(Bits(batch.Column(column)[row]) == Bits(expected.Column(column)[row]),
-              "a value is another");
-    }
-    Require(!batch.HasWeights() || Bits(batch.Weights()[row]) == Bits(expected.Weights()[row]),
-            "a weight is another");
-  }
 }
 
 // Appends some rows, by AddColumns or one by one, to a batch, and all of them one by one to
 // another.
 template <class Batch>
-void Append(Input& input, const TableView& table, const Terms& terms, Host& host, Batch& batch,
-            Batch& plain) {
+void Append(Input& input, const TableView& table, const Terms& terms, CurrentCase& current,
+            Batch& batch, Batch& plain) {
   const auto rows = static_cast<unsigned int>(table.rows);
   const unsigned int from = input.Below(rows + 1);
   const unsigned int most = std::min(rows - from, batch.MaxRows() - batch.NRows());
   const std::uint64_t to = from + most - input.Below(most + 1);
   const Expected expected = Expect(table, from, to, terms);
-  AddRows(plain, host, expected.cases);
+  AddRows(plain, current, expected.cases);
   if (input.Below(4) == 3) {
-    AddRows(batch, host, expected.cases);
+    AddRows(batch, current, expected.cases);
     return;
   }
+  unsigned int added = 0;
+  std::string refusal;
   try {
-    const HostsRounding rounding(input);
-    Require(AddColumns(batch, table, from, to, terms) == expected.cases.rows.size() &&
-                expected.refusal.empty(),
-            "another number of rows");
+    InSomeRounding(input, [&] {
+      if constexpr (std::is_same_v<Batch, DataBatch>) {
+        added = batch.AddColumns(table, from, to, terms.missingCode, terms.groups);
+      } else {
+        added = batch.AddColumns(table, from, to);
+      }
+    });
   } catch (const std::invalid_argument& error) {
-    if (expected.refusal.empty() || !std::string_view(error.what()).starts_with(expected.refusal)) {
-      Fail(std::string(error.what()) + " -- instead of -- " + expected.refusal);
-    }
+    refusal = error.what();
   }
-  Require(batch.NRows() == plain.NRows(), "another number of rows in the batch");
+  Require(refusal.starts_with(expected.refusal) && refusal.empty() == expected.refusal.empty(),
+          refusal + " -- instead of -- " + expected.refusal);
+  Require(added == expected.cases.rows.size() && batch.NRows() == plain.NRows(),
+          "another number of rows");
+}
+
+template <class Batch>
+void RequireSame(Batch& batch, Batch& plain) {
+  if constexpr (std::is_same_v<Batch, DataBatchByGroup>) {
+    batch.SortByGroup();
+    plain.SortByGroup();
+  }
+  Require(Contents(batch) == Contents(plain), "another content");
 }
 
 template <class Batch, class... Groups>
 void Compare(Input& input, const TableView& table, const Terms& terms, Groups... groups) {
-  Host host;
+  CurrentCase current;
   const auto columns = static_cast<unsigned int>(table.values.size());
-  const auto rows = static_cast<unsigned int>(table.rows) + input.Below(9);
+  const auto rows = std::max(1U, static_cast<unsigned int>(table.rows) + input.Below(9));
   const auto make = [&] {
-    return std::make_unique<Batch>(columns, std::max(1U, rows),
-                                   table.weights ? &host.weight : nullptr,
-                                   table.regWeights ? &host.regWeight : nullptr,
-                                   table.groups ? &host.group : nullptr, groups...);
+    return std::make_unique<Batch>(columns, rows, table.weights ? &current.weight : nullptr,
+                                   table.regWeights ? &current.regWeight : nullptr,
+                                   table.groups ? &current.group : nullptr, groups...);
   };
   const auto batch = make();
   const auto plain = make();
   for (int step = 0; step < 5; ++step) {
-    Append(input, table, terms, host, *batch, *plain);
+    Append(input, table, terms, current, *batch, *plain);
     if (input.Below(4) == 3) {
-      RequireSameContents(*batch, *plain);
+      RequireSame(*batch, *plain);
     }
     if (input.Below(8) == 7) {
       batch->Clear();
       plain->Clear();
     }
   }
-  RequireSameContents(*batch, *plain);
+  RequireSame(*batch, *plain);
 }
 
 }  // namespace
 
 void Run(Input& input) {
   constexpr double kCodes[] = {-99., kNaN, kInf, 0., 1., 127.};
-  ordered::Use(
-      *ordered::Available()[input.Below(static_cast<unsigned int>(ordered::Available().size()))]);
+  UseAnyEngine(input);
   const bool isLong = input.Below(16) == 15;  // chunks of 4096 rows are copied at a time
   const unsigned int rows = isLong ? 4090 + input.Below(9) : input.Rows(200);
   const Table table(input, rows, 1 + input.Below(isLong ? 2 : 9));

@@ -1,7 +1,5 @@
 // Fuzzes batches by group, however they are filled, and the sums that are made of them: with every
 // engine they are those of the plain definition.
-#include "ordered/engine.h"
-
 #include "against_definition.h"
 
 namespace velmor::test {
@@ -11,20 +9,17 @@ namespace {
 struct Filling {
   unsigned int groups;
   unsigned int room;
-  unsigned int sortedAt;  // a row before which it is sorted, too
-  bool isRefilled;        // after it had other cases
-  bool hasRegWeights;     // which are not used
+  std::size_t sortedAt;  // a row before which it is sorted, too
+  bool isRefilled;       // after it had other cases
 };
 
-void Fill(DataBatchByGroup& batch, Host& host, const Cases& cases, unsigned int sortedAt) {
-  for (std::size_t row = 0; row < cases.rows.size(); ++row) {
-    if (row == sortedAt) {
-      batch.SortByGroup();
-    }
-    host.Take(cases, row);
-    std::copy(cases.rows[row].begin(), cases.rows[row].end(), batch.NextRow());
-    batch.AddRow();
+void Fill(DataBatchByGroup& batch, CurrentCase& current, const Cases& cases, std::size_t sortedAt) {
+  const std::size_t middle = std::min(sortedAt, cases.rows.size());
+  AddRows(batch, current, cases.Slice(0, middle));
+  if (middle < cases.rows.size()) {
+    batch.SortByGroup();
   }
+  AddRows(batch, current, cases.Slice(middle, cases.rows.size()));
   batch.SortByGroup();
 }
 
@@ -35,33 +30,34 @@ void RequireSorted(DataBatchByGroup& batch, const Cases& cases) {
   std::stable_sort(order.begin(), order.end(), [&cases](std::size_t a, std::size_t b) {
     return cases.groups[a] < cases.groups[b];
   });
-  Require(batch.NRows() == order.size() && batch.IsSorted(), "a batch that is not sorted");
-  for (std::size_t row = 0; row < order.size(); ++row) {
-    for (unsigned int column = 0; column < batch.NColumns(); ++column) {
-      Require(Bits(batch.Column(column)[row]) == Bits(cases.rows[order[row]][column]),
-              "a value out of its place");
+  std::vector<std::uint64_t> expected{order.size()};
+  const auto add = [&](auto valueOf) {
+    for (const std::size_t row : order) {
+      expected.push_back(Bits(valueOf(row)));
     }
-    Require(!batch.HasWeights() || Bits(batch.Weights()[row]) == Bits(cases.weights[order[row]]),
-            "a weight out of its place");
+  };
+  if (!cases.weights.empty()) {
+    add([&](std::size_t row) { return cases.weights[row]; });
+  }
+  for (unsigned int column = 0; column < batch.NColumns(); ++column) {
+    add([&](std::size_t row) { return cases.rows[row][column]; });
   }
   for (unsigned int group = 0; group < batch.NGroups(); ++group) {
-    Require(batch.groupCount(group) == std::count(cases.groups.begin(), cases.groups.end(), group),
-            "a wrong number of cases in a group");
+    expected.push_back(
+        static_cast<std::uint64_t>(std::count(cases.groups.begin(), cases.groups.end(), group)));
   }
+  Require(batch.IsSorted() && Contents(batch) == expected, "a batch that is not sorted");
 }
 
 std::unique_ptr<DataBatchByGroup> Filled(const Cases& cases, unsigned int columns,
                                          const Filling& filling) {
-  Host host;
-  const auto rows = static_cast<unsigned int>(cases.rows.size());
-  auto batch = std::make_unique<DataBatchByGroup>(
-      columns, std::max(1U, rows + filling.room), cases.weights.empty() ? nullptr : &host.weight,
-      filling.hasRegWeights ? &host.regWeight : nullptr, &host.group, filling.groups);
+  CurrentCase current;
+  auto batch = EmptyBatch<DataBatchByGroup>(cases, columns, filling.room, current, filling.groups);
   if (filling.isRefilled) {
-    Fill(*batch, host, cases.Slice(rows / 2, rows), filling.sortedAt);
+    Fill(*batch, current, cases.Slice(cases.rows.size() / 2, cases.rows.size()), filling.sortedAt);
     batch->Clear();
   }
-  Fill(*batch, host, cases, filling.sortedAt);
+  Fill(*batch, current, cases, filling.sortedAt);
   RequireSorted(*batch, cases);
   return batch;
 }
@@ -71,23 +67,19 @@ std::unique_ptr<DataBatchByGroup> Filled(const Cases& cases, unsigned int column
 void Run(Input& input) {
   constexpr unsigned int kMostColumns[] = {4, 9, 9, 17, 40};
   constexpr unsigned int kRoom[] = {0, 1, 7, 200};
-  ordered::Use(
-      *ordered::Available()[input.Below(static_cast<unsigned int>(ordered::Available().size()))]);
+  UseAnyEngine(input);
   CaseShape shape(input, input.OneOf(kMostColumns));
   const unsigned int mostGroups = 2 + 1000 / (shape.columns * shape.columns);
   shape.groups = 1 + input.Below(input.Coin() ? std::min(300U, mostGroups) : 5);
-  const Filling filling{shape.groups, input.OneOf(kRoom), input.Rows(200), input.Coin(),
-                        shape.isRegWeighted};
+  const Filling filling{shape.groups, input.OneOf(kRoom), input.Rows(200), input.Coin()};
   // It may know more groups than the batches.
-  const unsigned int groups = shape.groups + input.Below(3);
+  const auto groups = static_cast<int>(shape.groups + input.Below(3));
   Exercise(
-      input, shape, SumsDefinition<DataBatchByGroup>(groups),
+      input, shape,
       [&] {
-        return std::make_unique<DiscIndividualMatrix>(static_cast<int>(groups),
-                                                      static_cast<int>(shape.columns));
+        return std::make_unique<DiscIndividualMatrix>(groups, static_cast<int>(shape.columns));
       },
-      [&](const Cases& cases) { return Filled(cases, shape.columns, filling); },
-      ReadSums<DiscIndividualMatrix>);
+      [&](const Cases& cases) { return Filled(cases, shape.columns, filling); });
 }
 
 }  // namespace velmor::test

@@ -5,12 +5,11 @@
 
 #include "../cases.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <array>
 #include <cfenv>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <string>
 
 namespace velmor::test {
@@ -21,7 +20,7 @@ namespace velmor::test {
   std::abort();
 }
 
-inline void Require(bool condition, const char* what) {
+inline void Require(bool condition, const std::string& what) {
   if (!condition) {
     Fail(what);
   }
@@ -32,24 +31,32 @@ using Random = std::minstd_rand;
 // Draws choices until the bytes are used up, and the first of each from then on.
 class Input {
  public:
-  Input(const std::uint8_t* bytes, std::size_t size) : _bytes(bytes, size) {}
+  explicit Input(std::span<const std::uint8_t> bytes) : _bytes(bytes) {}
 
-  bool IsUsedUp() { return _bytes.remaining_bytes() == 0; }
-  std::string Rest() { return _bytes.ConsumeRemainingBytesAsString(); }
+  bool IsUsedUp() const { return _bytes.empty(); }
+  std::string Rest() { return {_bytes.begin(), _bytes.end()}; }
 
-  // A number below n.
-  unsigned int Below(unsigned int n) { return _bytes.ConsumeIntegralInRange(0U, n - 1); }
-  bool Coin() { return _bytes.ConsumeBool(); }
+  // Up to `most`, from as many bytes as that has, the last one first.
+  std::uint64_t UpTo(std::uint64_t most) {
+    std::uint64_t number = 0;
+    for (std::uint64_t left = most; left != 0 && !IsUsedUp(); left >>= 8U) {
+      number = number << 8U | _bytes.back();
+      _bytes = _bytes.first(_bytes.size() - 1);
+    }
+    return most == ~std::uint64_t{0} ? number : number % (most + 1);
+  }
+  unsigned int Below(unsigned int n) { return static_cast<unsigned int>(UpTo(n - 1)); }
+  bool Coin() { return UpTo(1) != 0; }
   template <class T, std::size_t N>
   T OneOf(const T (&choices)[N]) {
     return choices[Below(N)];
   }
-  Random Seed() { return Random(_bytes.ConsumeIntegral<std::uint32_t>()); }
+  Random Seed() { return Random(static_cast<std::uint32_t>(UpTo(0xFFFF'FFFF))); }
 
   // A number of rows: a few, or about as many as the kernels' tiles and blocks have.
   unsigned int Rows(unsigned int most) {
     constexpr unsigned int kEdges[] = {0, 1, 8, 16, 64, 128, 192, 256};
-    const unsigned int draw = _bytes.ConsumeIntegral<std::uint8_t>();
+    const unsigned int draw = Below(256);
     const unsigned int nearEdge = kEdges[draw % 8] + draw / 8 % 4;
     return std::min(most, draw < 128 ? nearEdge - std::min(nearEdge, 1U) : (draw - 128) / 6);
   }
@@ -57,7 +64,7 @@ class Input {
   double Number();
 
  private:
-  FuzzedDataProvider _bytes;
+  std::span<const std::uint8_t> _bytes;
 };
 
 // Numbers at which arithmetic or a comparison may do something else than elsewhere.
@@ -69,11 +76,11 @@ constexpr double kSpecial[] = {0.,     -0.,     1.,      -1.,       0.1,      kN
 
 // A special number, a small one, or any double by its bits.
 inline double Input::Number() {
-  const unsigned int draw = _bytes.ConsumeIntegral<std::uint8_t>();
+  const unsigned int draw = Below(256);
   if (draw < std::size(kSpecial)) {
     return kSpecial[draw];
   }
-  return draw == 0xFF ? std::bit_cast<double>(_bytes.ConsumeIntegral<std::uint64_t>())
+  return draw == 0xFF ? std::bit_cast<double>(UpTo(~std::uint64_t{0}))
                       : (static_cast<double>(draw) - 128.) / 7.;
 }
 
@@ -196,38 +203,24 @@ inline Cases DrawCases(Input& input, const CaseShape& shape) {
   return cases;
 }
 
-// The host's current case, as batches look at it.
-struct Host {
-  double weight = 0.;
-  double regWeight = 0.;
-  unsigned int group = 0;
-
-  // Turns to a case.
-  void Take(const Cases& cases, std::size_t row) {
-    weight = cases.weights.empty() ? 0. : cases.weights[row];
-    regWeight = cases.regWeights.empty() ? 0. : cases.regWeights[row];
-    group = cases.groups.empty() ? 0 : cases.groups[row];
+// Calls an operation of the library with some rounding, which it has to leave, also when it throws.
+template <class Operation>
+void InSomeRounding(Input& input, const Operation& operation) {
+  const int mode = input.OneOf({FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO});
+  std::exception_ptr error;
+  std::fesetround(mode);
+  try {
+    operation();
+  } catch (...) {
+    error = std::current_exception();
   }
-};
-
-// The rounding that the host computes with while a call lasts, and that the call has to leave.
-class HostsRounding {
- public:
-  explicit HostsRounding(Input& input)
-      : _mode(input.OneOf({FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})) {
-    std::fesetround(_mode);
+  const bool isLeft = std::fegetround() == mode;
+  std::fesetround(FE_TONEAREST);
+  Require(isLeft, "the host's rounding was not restored");
+  if (error) {
+    std::rethrow_exception(error);
   }
-  ~HostsRounding() {
-    const bool isLeft = std::fegetround() == _mode;
-    std::fesetround(FE_TONEAREST);
-    Require(isLeft, "the host's rounding was not restored");
-  }
-  HostsRounding(const HostsRounding&) = delete;
-  HostsRounding& operator=(const HostsRounding&) = delete;
-
- private:
-  int _mode;
-};
+}
 
 // What a fuzzer does with an input; each defines its own.
 void Run(Input& input);

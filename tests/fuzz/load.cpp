@@ -6,13 +6,12 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
+#include "../accumulators.h"
+#include "../allocations.h"
 #include "input.h"
-
-#include <sanitizer/allocator_interface.h>
 
 #include <cstring>
 #include <stdexcept>
-#include <tuple>
 
 namespace velmor::test {
 namespace {
@@ -41,29 +40,17 @@ void Repair(Bytes& bytes) {
   std::memcpy(&bytes[size - sizeof(hash)], &hash, sizeof(hash));
 }
 
-// Bytes that were allocated so far.
-std::size_t allocated = 0;
-
-void CountAllocation(const volatile void* /*memory*/, std::size_t size) { allocated += size; }
-void IgnoreFree(const volatile void* /*memory*/) {}
-
-void CountAllocations() {
-  static const int kHasHooks =
-      __sanitizer_install_malloc_and_free_hooks(CountAllocation, IgnoreFree);
-  Require(kHasHooks > 0, "allocations are not counted");
-}
-
 // The state that these bytes are, null if they are none.
 template <class State>
 std::unique_ptr<State> LoadIfAny(const Bytes& bytes) {
   std::unique_ptr<State> state;
-  const std::size_t before = allocated;
+  const std::size_t before = allocations.bytes;
   try {
     state = Load<State>(bytes);
   } catch (const StateError&) {  // NOLINT(bugprone-empty-catch): they are none
   }
   // An accumulator, an error's message and the like are not counted by the state's bytes.
-  Require(allocated - before <= 20 * bytes.size() + 2000,
+  Require(allocations.bytes - before <= 20 * bytes.size() + 2000,
           "too much memory for a state of this size");
   if (!state) {
     return nullptr;
@@ -196,11 +183,6 @@ void Use(const Bytes& bytes) {
   }
 }
 
-// In the order of their numbers.
-using Classes =
-    std::tuple<SMatrixListwise, NSMatrixListwise, MatrixListwise, SMatrixPairwise, NSMatrixPairwise,
-               MatrixPairwise, DiscriminantMatrix, DiscIndividualMatrix>;
-
 void UseAny(const Bytes& bytes) {
   const auto number = NumberAt<std::uint16_t>(bytes, kClassAt);
   [&]<std::size_t... kPlace>(std::index_sequence<kPlace...>) {
@@ -220,7 +202,6 @@ void UseAny(const Bytes& bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
   using namespace velmor::test;  // NOLINT(google-build-using-namespace)
-  CountAllocations();
   Bytes bytes(size);
   std::transform(input, input + size, bytes.begin(), [](auto byte) { return std::byte{byte}; });
   if (size < kHeaderSize) {

@@ -54,14 +54,11 @@ class AccumulatorWriter {
 
   void AddAll() {
     constexpr int kGroups = kInputGroups;
-    AddFamily<MatrixListwise, SMatrixListwise, NSMatrixListwise>(
-        "Listwise", [](const auto& a, const Block& block) { return ReadListwise(a, block); });
-    AddFamily<MatrixPairwise, SMatrixPairwise, NSMatrixPairwise>(
-        "Pairwise", [](const auto& a, const Block& block) { return ReadPairwise(a, block); },
-        _input.missingCode);
-    Add<DataBatch>("DiscriminantMatrix", ReadSums<DiscriminantMatrix>,
+    AddFamily<MatrixListwise, SMatrixListwise, NSMatrixListwise>("Listwise");
+    AddFamily<MatrixPairwise, SMatrixPairwise, NSMatrixPairwise>("Pairwise", _input.missingCode);
+    Add<DataBatch>("DiscriminantMatrix",
                    [this] { return DiscriminantMatrix(kGroups, _input.columns); });
-    Add<DataBatchByGroup>("DiscIndividualMatrix", ReadSums<DiscIndividualMatrix>,
+    Add<DataBatchByGroup>("DiscIndividualMatrix",
                           [this] { return DiscIndividualMatrix(kGroups, _input.columns); });
     AddRecords();
   }
@@ -77,8 +74,8 @@ class AccumulatorWriter {
     }
   }
 
-  template <class Kind, class Make, class Read>
-  void Add(const std::string& name, Read read, Make make) {
+  template <class Kind, class Make>
+  void Add(const std::string& name, Make make) {
     auto whole = make();
     auto part = make();
     const std::unique_ptr<Kind> batches[] = {MakeBatch<Kind>(0), MakeBatch<Kind>(1),
@@ -95,25 +92,20 @@ class AccumulatorWriter {
     AddHash(label, state, _lines);
     // Where there are thousands of results, the hash stands for them.
     if (_input.columns <= kMostColumns) {
-      AddResults(label, read(whole), _lines);
+      AddResults(label, Read(whole), _lines);
     }
   }
 
   // The accumulators of one family: over all columns, over the last ones, and of the first ones
   // with the others. `code` is the missing code, where there is one.
-  template <class Matrix, class Symmetric, class Rectangular, class Read, class... Code>
-  void AddFamily(const std::string& family, Read read, Code... code) {
-    const auto add = [&](const std::string& name, const Block& block, auto make) {
-      Add<DataBatch>(
-          name + family, [&](const auto& a) { return read(a, block); }, make);
-    };
+  template <class Matrix, class Symmetric, class Rectangular, class... Code>
+  void AddFamily(const std::string& family, Code... code) {
     const int columns = _input.columns;
     const int middle = (columns + 1) / 3;
-    add("Matrix", {0, 0, columns}, [&] { return Matrix(code...); });
-    add("SMatrix", {middle, middle, columns}, [&] { return Symmetric(code..., middle, columns); });
+    Add<DataBatch>("Matrix" + family, [&] { return Matrix(code...); });
+    Add<DataBatch>("SMatrix" + family, [&] { return Symmetric(code..., middle, columns); });
     if (middle > 0) {
-      add("NSMatrix", {0, middle, columns},
-          [&] { return Rectangular(code..., 0, middle, columns); });
+      Add<DataBatch>("NSMatrix" + family, [&] { return Rectangular(code..., 0, middle, columns); });
     }
   }
 
@@ -140,7 +132,7 @@ class AccumulatorWriter {
       });
     }
     _lines.push_back({_number + " VarStat", Fields(variable)});
-    _lines.push_back({_number + " PairStat", PairFields(pair)});
+    _lines.push_back({_number + " PairStat", Fields(pair)});
   }
 
   std::string _number;
@@ -295,7 +287,7 @@ Lines ForestLines(const TypedTable& table, int threads, const Run& run) {
   options.threads = threads;
   const TableView view = table.View();
   const int columns = static_cast<int>(view.values.size());
-  const auto add = [&](const std::string& label, const auto& shape, auto read) {
+  const auto add = [&](const std::string& label, const auto& shape) {
     decltype(Accumulate(view, shape, options).Result()) result;
     std::vector<std::byte> forestState;
     std::vector<std::byte> state;
@@ -307,25 +299,18 @@ Lines ForestLines(const TypedTable& table, int threads, const Run& run) {
     });
     AddHash("forest " + label + " forest's", forestState, lines);
     AddHash("forest " + label, state, lines);
-    AddResults("forest " + label, read(*result), lines);
-  };
-  const auto listwise = [](const Block& block) {
-    return [block](const auto& a) { return ReadListwise(a, block); };
-  };
-  const auto pairwise = [](const Block& block) {
-    return [block](const auto& a) { return ReadPairwise(a, block); };
+    AddResults("forest " + label, Read(*result), lines);
   };
   constexpr double kCode = TypedTable::kMissingCode;
   constexpr int kGroups = kInputGroups;
-  add("MatrixListwise", MatrixListwise(), listwise({0, 0, columns}));
-  add("SMatrixListwise", SMatrixListwise(0, columns), listwise({0, 0, columns}));
-  add("NSMatrixListwise", NSMatrixListwise(0, 2, columns), listwise({0, 2, columns}));
-  add("MatrixPairwise", MatrixPairwise(kCode), pairwise({0, 0, columns}));
-  add("SMatrixPairwise", SMatrixPairwise(kCode, 0, columns), pairwise({0, 0, columns}));
-  add("NSMatrixPairwise", NSMatrixPairwise(kCode, 0, 2, columns), pairwise({0, 2, columns}));
-  add("DiscriminantMatrix", DiscriminantMatrix(kGroups, columns), ReadSums<DiscriminantMatrix>);
-  add("DiscIndividualMatrix", DiscIndividualMatrix(kGroups, columns),
-      ReadSums<DiscIndividualMatrix>);
+  add("MatrixListwise", MatrixListwise());
+  add("SMatrixListwise", SMatrixListwise(0, columns));
+  add("NSMatrixListwise", NSMatrixListwise(0, 2, columns));
+  add("MatrixPairwise", MatrixPairwise(kCode));
+  add("SMatrixPairwise", SMatrixPairwise(kCode, 0, columns));
+  add("NSMatrixPairwise", NSMatrixPairwise(kCode, 0, 2, columns));
+  add("DiscriminantMatrix", DiscriminantMatrix(kGroups, columns));
+  add("DiscIndividualMatrix", DiscIndividualMatrix(kGroups, columns));
   return lines;
 }
 
