@@ -3,6 +3,7 @@
 
 #include "accumulators.h"
 #include "forest.h"
+#include "ordered/floatenvironment.h"
 #include "record/internals.h"
 
 #include <array>
@@ -222,11 +223,14 @@ struct StateFormat<BlockForest<Accumulator>> {
 
 template <class State>
 std::vector<std::byte> Save(const State& state) {
+  // Asking whether a number is NaN raises a flag when it is a signalling NaN.
+  const DefaultFloatEnvironment environment;
   return StateFormat<State>::Save(state);
 }
 
 template <class State>
 std::unique_ptr<State> Load(const std::byte* bytes, std::size_t size) {
+  const DefaultFloatEnvironment environment;  // as in Save
   StateReader reader({bytes, size});
   std::unique_ptr<State> state = StateFormat<State>::Load(reader);
   reader.Check(reader.IsAtEnd(), "there are bytes too many");

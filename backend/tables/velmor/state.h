@@ -15,7 +15,8 @@ namespace velmor {
 // of the library reads them.
 //
 // State is one of the eight accumulators, MatrixBase, or a BlockForest of one of these. The bytes
-// of a MatrixBase are its own class's, and so are a forest's of them.
+// of a MatrixBase are its own class's, and so are a forest's of them. Both functions leave the
+// caller's floating-point environment as it is, exception flags included.
 
 // The bytes of a state. O(number of bytes). A node takes 64 bytes for each pair, up to 56 for each
 // variable that is accumulated pairwise, 8 for each other number, and 16 besides; the whole takes
