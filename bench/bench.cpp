@@ -17,7 +17,7 @@ std::vector<double> UniformValues(std::size_t count, unsigned seed) {
   return values;
 }
 
-Cases::Cases(unsigned columns, GapsOf gapsOf)
+Cases::Cases(unsigned columns, GapsOf gapsOf, ValueOf valueOf)
     : _batch(columns, kRows, &_weight, nullptr, &_group),
       _columns(UniformValues(std::size_t{columns} * kRows)) {
   const std::vector<double> gaps = UniformValues(_columns.size(), 2);
@@ -25,6 +25,7 @@ Cases::Cases(unsigned columns, GapsOf gapsOf)
   for (unsigned r = 0; r < kRows; ++r) {
     for (unsigned c = 0; c < columns; ++c) {
       double& value = _columns[std::size_t{c} * kRows + r];
+      value = valueOf(r, c, value);
       const unsigned source = gapsOf(c);
       if (source != kNoGaps && gaps[std::size_t{source} * kRows + r] < -.8) {
         value = kMissing;

@@ -46,9 +46,12 @@ class Cases {
   // them with, none in a column for which it says kNoGaps.
   using GapsOf = unsigned (*)(unsigned column);
   static constexpr unsigned kNoGaps = -1U;
+  // What becomes of a value between -1 and 1.
+  using ValueOf = double (*)(unsigned row, unsigned column, double uniform);
 
   explicit Cases(
-      unsigned columns, GapsOf gapsOf = [](unsigned) { return kNoGaps; });
+      unsigned columns, GapsOf gapsOf = [](unsigned) { return kNoGaps; },
+      ValueOf valueOf = [](unsigned, unsigned, double uniform) { return uniform; });
 
   // The batch as if just filled.
   velmor::DataBatch& Refilled();

@@ -165,23 +165,22 @@ void CenterColumns(Trial& t) {
 
 void Moments(Trial& t, bool arePanels) {
   Array& moments = t.NewResults(t.x.size() * kMomentFields);
-  Array& sum = t.NewResults(1, 0.);
-  double* const weightSum = t.Is(kOwn) ? sum.At() : nullptr;
+  Array& sum = t.NewResults(1, arePanels ? 0. : kNotWritten);
   const double* const weights = t.ByRow(t.weights);
   const double* const panels = t.NewPanels(t.x);
   bool isFirst = true;
   t.InStrips([&](Rows rows, std::size_t from) {
     if (arePanels) {
       t.engine.PanelMoments(panels + from * t.lanes, t.panels, t.stride, rows, From(weights, from),
-                            isFirst, moments.At(), weightSum);
+                            isFirst, moments.At(), sum.At());
       isFirst = isFirst && rows.count == 0;
     } else if (std::exchange(isFirst, false)) {
       t.engine.ColumnMoments(t.NewColumns().data(), t.panels, t.rows, weights, moments.At(),
-                             weightSum);
+                             sum.At());
     }
   });
   const double all = WeightedSum(t.weights, t.rows);
-  sum.Want() = t.Is(kOwn) && t.weights && t.panels > 0 ? all : 0.;
+  sum.Want() = t.panels > 0 ? all : *sum.At();
   const std::size_t written = t.rows == 0 ? 0 : t.x.size();
   std::copy(moments.At(), moments.At(written * kMomentFields), &moments.Want());
   for (std::size_t c = 0; c < written; ++c) {
@@ -401,8 +400,8 @@ const struct {
     {"Pack", kWeighted, [](Trial& t) { Pack(t, false); }},
     {"Center", kListed, [](Trial& t) { Pack(t, true); }},
     {"CenterColumns", 0, CenterColumns},
-    {"ColumnMoments", kWeighted | kOwn, [](Trial& t) { Moments(t, false); }},
-    {"PanelMoments", kListed | kWeighted | kOwn, [](Trial& t) { Moments(t, true); }},
+    {"ColumnMoments", kWeighted, [](Trial& t) { Moments(t, false); }},
+    {"PanelMoments", kListed | kWeighted, [](Trial& t) { Moments(t, true); }},
     {"Products", kAllOwn, [](Trial& t) { Products(t, false); }},
     {"DiagonalProducts", kAllOwn, [](Trial& t) { Products(t, true); }},
     {"PanelSums", kListed | kWeighted, PanelSums},

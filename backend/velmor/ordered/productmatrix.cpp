@@ -20,7 +20,7 @@ double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs
   for (std::size_t i = 0; i < panels * lanes; ++i) {
     columns[i] = x[std::min(i, x.count - 1)];
   }
-  double weightSum = cases.weights ? 0. : static_cast<double>(cases.rows);
+  double weightSum = 0.;
   engine.ColumnMoments(columns, static_cast<unsigned>(panels), cases.rows, cases.weights, moments,
                        &weightSum);
   for (std::size_t i = 0; i < x.count; ++i) {

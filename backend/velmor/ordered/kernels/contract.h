@@ -127,11 +127,9 @@ struct Engine {
 
   // moments.h. The moments of all rows of columns, kMomentFields fields for each of `count` panels,
   // in all lanes. They need no value before; without a row they get none.
-  //   columns   Engine::panel addresses of row 0 for each panel; some may be the same. A panel is
-  //             quickest where all of them leave their leading runs.
+  //   columns   Engine::panel addresses of row 0 for each panel; some may be the same
   //   weights   of the rows; null: 1 each
-  //   weightSum  of the weights, a running sum; null when not wanted. Without weights or panels it
-  //             stays as it was.
+  //   weightSum  gets the sum of the weights; needs no value before
   void (*ColumnMoments)(const double* const* columns, unsigned count, std::size_t rows,
                         const double* weights, double* moments, double* weightSum);
 
@@ -139,7 +137,7 @@ struct Engine {
   //   weights   by row of the panel; null: 1 each
   //   isFirst   whether no row has been taken yet; the moments need no value then. It holds until
   //             there has been a row.
-  //   weightSum  as above, of the rows' weights
+  //   weightSum  of the weights of all rows that were taken, a running sum, 0 at first
   void (*PanelMoments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                        const double* weights, bool isFirst, double* moments, double* weightSum);
 

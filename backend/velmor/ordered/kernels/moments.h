@@ -1,9 +1,9 @@
 #pragma once
 
-// Means and extremes of columns. Contract: contract.h. A mean's leading run of equal values is a
-// lane's state; once no lane is in its run any more, the plain loop goes on.
+// Means and extremes of columns. Contract: contract.h.
 
 #include "ordered/kernels/contract.h"
+#include "ordered/kernels/runs.h"
 #include "ordered/kernels/tuning.h"
 #include "ordered/kernels/vectors.h"
 
@@ -29,6 +29,15 @@ struct RowsOfPanels {
       x[r] = Get(i + r, v);
     }
   }
+  // Whether a lane of some differs from its value in the rows [from, to).
+  bool Differ(unsigned v, std::size_t from, std::size_t to, Mask<Set> some,
+              Vector<Set> values) const {
+    Mask<Set> differ{};
+    for (std::size_t i = from; i < to; ++i) {
+      differ |= Get(i, v) != values;
+    }
+    return HoldsAnywhere<Set>(differ & some);
+  }
 };
 
 // Rows of columns, which are turned on the way.
@@ -46,6 +55,23 @@ struct RowsOfColumns {
   }
   void GetSome(std::size_t i, unsigned v, Vector<Set> (&x)[Set::kLanes]) const {
     LoadTransposed<Set>(columns + v * Set::kLanes, i, x);
+  }
+  // Column by column, in which rows stand side by side.
+  bool Differ(unsigned v, std::size_t from, std::size_t to, Mask<Set> some,
+              Vector<Set> values) const {
+    Mask<Set> differ{};
+    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+      const double* const x = columns[v * Set::kLanes + lane];
+      const Vector<Set> value = Broadcast<Set>(values[lane]);
+      std::size_t i = some[lane] != 0 ? from : to;
+      for (; i + Set::kLanes <= to; i += Set::kLanes) {
+        differ |= LoadVector<Set>(x + i) != value;
+      }
+      for (; i < to; ++i) {
+        differ |= Broadcast<Set>(x[i]) != value;
+      }
+    }
+    return HoldsAnywhere<Set>(differ);
   }
 };
 
@@ -104,33 +130,63 @@ struct MomentVectors {
     min[v] = x < min[v] ? x : min[v];
     max[v] = x > max[v] ? x : max[v];
   }
-  // Takes rows as long as a lane may be in its run, and says how many. takeWeight(i) is row i's.
-  template <class Source, class TakeWeight>
-  std::size_t TakeRuns(const Source& source, std::size_t rows, TakeWeight takeWeight) {
-    std::size_t i = 0;
-    for (bool haveEnded = HaveEnded(); !haveEnded && i < rows; ++i) {
-      const double weight = takeWeight(i);
-      for (unsigned v = 0; v < kVectors; ++v) {
-        TakeWithRun(v, weight, source.Get(i, v));
+  // The end of rows of which no lane leaves its run.
+  template <class Source>
+  [[gnu::always_inline]] std::size_t SteadyRows(const Source& source, std::size_t from,
+                                                std::size_t end) const {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const Mask<Set> isInRun = ~ended[v];
+      const Vector<Set> runValue = LoadVector<Set>(Field(v, kRunValue));
+      if (HoldsAnywhere<Set>(isInRun)) {
+        end = SteadyUntil<Set>(from, end, [&](std::size_t first, std::size_t to) {
+          return source.Differ(v, first, to, isInRun, runValue);
+        });
       }
-      haveEnded = i % 8 == 7 && HaveEnded();
     }
-    return i;
+    return end;
   }
-  void TakeWithRun(unsigned v, double weight, Vector<Set> x) {
-    double* const runWeight = Field(v, kRunWeight);
-    ended[v] = ended[v] | ~(x == LoadVector<Set>(Field(v, kRunValue)));
-    sum[v] = AddWhere<Set>(ended[v], weight * x, sum[v]);
-    StoreVector<Set>(AddWhere<Set>(~ended[v], Broadcast<Set>(weight), LoadVector<Set>(runWeight)),
-                     runWeight);
+  [[gnu::always_inline]] void DropSumsOfRuns() {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      sum[v] = ended[v] ? sum[v] : Vector<Set>{};
+    }
+  }
+  // A row's values, with which a lane may leave its run.
+  [[gnu::always_inline]] void TakeWithRun(unsigned v, double weight, double weightBefore,
+                                          Vector<Set> x) {
+    RunningMean<Set> mean{sum[v], LoadVector<Set>(Field(v, kRunValue)),
+                          LoadVector<Set>(Field(v, kRunWeight)), ended[v]};
+    mean.Take(~Mask<Set>{}, x, Broadcast<Set>(weight), Broadcast<Set>(weightBefore));
+    sum[v] = mean.sum;
+    ended[v] = mean.ended;
+    StoreVector<Set>(mean.runWeight, Field(v, kRunWeight));
     TakeExtremes(v, x);
   }
 };
 
+// The sum of the weights of all rows before one. Asked for in ascending order.
+template <class Source, bool kWeighted>
+struct WeightsBefore {
+  const Source& source;
+  const double* weights;
+  double sum;
+  std::size_t rows = 0;
+
+  double Row(std::size_t i) {
+    if constexpr (kWeighted) {
+      for (; rows < i; ++rows) {
+        sum = weights[source.Row(rows)] + sum;
+      }
+      return sum;
+    }
+    return sum + static_cast<double>(i);
+  }
+};
+
 // kSumsWeights: their sum is one more chain beside those of the columns.
+//   weightBefore  the weights of the rows that were taken before
 template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
 void ContinueMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,
-                     double* moments, double* weightSum) {
+                     double* moments, double weightBefore, double* weightSum) {
   constexpr unsigned kVectors = kPanels * Set::kPanel / Set::kLanes;
   if (rows == 0) {
     return;
@@ -142,7 +198,8 @@ void ContinueMoments(const Source& source, std::size_t rows, const double* weigh
   } else {
     taken.Get();
   }
-  double allWeights = kSumsWeights ? *weightSum : 0.;
+  WeightsBefore<Source, kWeighted> weightsBefore{source, weights, weightBefore};
+  double allWeights = weightBefore;
   const auto takeWeight = [&](std::size_t i) {
     const double weight = kWeighted ? weights[source.Row(i)] : 1.;
     if constexpr (kSumsWeights) {
@@ -154,27 +211,39 @@ void ContinueMoments(const Source& source, std::size_t rows, const double* weigh
     taken.sum[v] = (kWeighted ? weight * x : x) + taken.sum[v];
     taken.TakeExtremes(v, x);
   };
-  std::size_t i = taken.TakeRuns(source, rows, takeWeight);
-  for (; i + Set::kLanes <= rows; i += Set::kLanes) {
-    double weight[Set::kLanes];
-#pragma GCC unroll 8
-    for (unsigned r = 0; r < Set::kLanes; ++r) {
-      weight[r] = takeWeight(i + r);
-    }
-#pragma GCC unroll 8
-    for (unsigned v = 0; v < kVectors; ++v) {
-      Vector<Set> x[Set::kLanes];
-      source.GetSome(i, v, x);
+  for (std::size_t i = 0; i < rows;) {
+    const bool haveEnded = taken.HaveEnded();
+    const std::size_t steady = haveEnded ? rows : taken.SteadyRows(source, i, rows);
+    for (; i + Set::kLanes <= steady; i += Set::kLanes) {
+      double weight[Set::kLanes];
 #pragma GCC unroll 8
       for (unsigned r = 0; r < Set::kLanes; ++r) {
-        take(v, weight[r], x[r]);
+        weight[r] = takeWeight(i + r);
+      }
+#pragma GCC unroll 8
+      for (unsigned v = 0; v < kVectors; ++v) {
+        Vector<Set> x[Set::kLanes];
+        source.GetSome(i, v, x);
+#pragma GCC unroll 8
+        for (unsigned r = 0; r < Set::kLanes; ++r) {
+          take(v, weight[r], x[r]);
+        }
       }
     }
-  }
-  for (; i < rows; ++i) {
-    const double weight = takeWeight(i);
-    for (unsigned v = 0; v < kVectors; ++v) {
-      take(v, weight, source.Get(i, v));
+    for (; i < steady; ++i) {
+      const double weight = takeWeight(i);
+      for (unsigned v = 0; v < kVectors; ++v) {
+        take(v, weight, source.Get(i, v));
+      }
+    }
+    if (!haveEnded) {
+      taken.DropSumsOfRuns();
+      for (; i < rows && i < steady + kChangingRows; ++i) {
+        const double weight = takeWeight(i);
+        for (unsigned v = 0; v < kVectors; ++v) {
+          taken.TakeWithRun(v, weight, weightsBefore.Row(i), source.Get(i, v));
+        }
+      }
     }
   }
   taken.Put();
@@ -188,7 +257,7 @@ void ContinueMoments(const Source& source, std::size_t rows, const double* weigh
 template <class Set, class Source, unsigned kTogether, class SourceAt>
 void ContinueAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, const double* weights,
                         bool isFirst, double* moments, double* weightSum) {
-  using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double*);
+  using Take = void (*)(const Source&, std::size_t, const double*, bool, double*, double, double*);
   constexpr Take kTake[][2] = {{ContinueMoments<Set, Source, 1, false, false>,
                                 ContinueMoments<Set, Source, kTogether, false, false>},
                                {ContinueMoments<Set, Source, 1, true, false>,
@@ -196,12 +265,16 @@ void ContinueAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, con
                                {ContinueMoments<Set, Source, 1, true, true>,
                                 ContinueMoments<Set, Source, kTogether, true, true>}};
   const auto& others = kTake[weights ? 1 : 0];
-  const auto& first = weights && weightSum ? kTake[2] : others;
+  const auto& first = weights ? kTake[2] : others;
+  const double weightBefore = *weightSum;
+  if (count > 0 && !weights) {
+    *weightSum = weightBefore + static_cast<double>(rows);
+  }
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
     (p == 0 ? first : others)[takesSome ? 1 : 0](
         sourceAt(p), rows, weights, isFirst,
-        moments + std::size_t{p} * (kMomentFields * Set::kPanel), weightSum);
+        moments + std::size_t{p} * (kMomentFields * Set::kPanel), weightBefore, weightSum);
     p += takesSome ? kTogether : 1;
   }
 }
@@ -222,6 +295,7 @@ template <class Set>
 void ColumnMoments(const double* const* columns, unsigned count, std::size_t rows,
                    const double* weights, double* moments, double* weightSum) {
   using Source = RowsOfColumns<Set>;
+  *weightSum = count > 0 ? 0. : *weightSum;
   ContinueAllMoments<Set, Source, kColumnsAtOnce / Set::kPanel>(
       count, [=](unsigned p) { return Source{columns + std::size_t{p} * Set::kPanel}; }, rows,
       weights, true, moments, weightSum);

@@ -6,6 +6,7 @@
 // number. Contract: contract.h.
 
 #include "ordered/kernels/contract.h"
+#include "ordered/kernels/runs.h"
 #include "ordered/kernels/vectors.h"
 
 namespace velmor::ordered {
@@ -20,6 +21,17 @@ struct PairVector {
   void Put(unsigned field, Vector<Set> v) const { StoreVector<Set>(v, At(field)); }
   Mask<Set> GetMask(unsigned field) const { return LoadMask<Set>(At(field)); }
   void PutMask(unsigned field, Mask<Set> m) const { StoreMask<Set>(m, At(field)); }
+  // Of the pair's variable 0 or 1, while their values come in.
+  RunningMean<Set> GetMean(unsigned i) const {
+    return {Get(kPairSum0 + i), Get(kPairRunValue0 + i), Get(kPairRunWeight0 + i),
+            GetMask(kPairEnded0 + i)};
+  }
+  void PutMean(unsigned i, const RunningMean<Set>& mean) const {
+    Put(kPairSum0 + i, mean.sum);
+    Put(kPairRunValue0 + i, mean.runValue);
+    Put(kPairRunWeight0 + i, mean.runWeight);
+    PutMask(kPairEnded0 + i, mean.ended);
+  }
 };
 
 // A row of values x, a weight at a time, by vector v of the panels.
@@ -39,7 +51,7 @@ struct PairPanels {
   }
 };
 
-// Whether both means of every lane have left their leading runs.
+// Whether all lanes have left the leading runs of both means.
 template <class Set, unsigned kVectors>
 bool RunsHaveEnded(PairPanels<Set> y) {
   Mask<Set> ended = ~Mask<Set>{};
@@ -49,56 +61,73 @@ bool RunsHaveEnded(PairPanels<Set> y) {
   return HoldsEverywhere<Set>(ended);
 }
 
-// One row while a lane may still be in a leading run.
-template <class Set>
-void TakeRow(PairVector<Set> pair, double x, double weight, Vector<Set> y, Mask<Set> isPresent) {
-  const Vector<Set> x0 = Broadcast<Set>(x);
-  const Vector<Set> u = Broadcast<Set>(weight);
-  const Mask<Set> starts = isPresent & ~pair.GetMask(kPairStarted);
-  const Vector<Set> first0 = starts ? x0 : pair.Get(kPairRunValue0);
-  const Vector<Set> first1 = starts ? y : pair.Get(kPairRunValue1);
-  const Mask<Set> ended0 = pair.GetMask(kPairEnded0) | (isPresent & ~(x0 == first0));
-  const Mask<Set> ended1 = pair.GetMask(kPairEnded1) | (isPresent & ~(y == first1));
-  pair.Put(kPairRunValue0, first0);
-  pair.Put(kPairRunValue1, first1);
-  pair.PutMask(kPairStarted, pair.GetMask(kPairStarted) | starts);
-  pair.PutMask(kPairEnded0, ended0);
-  pair.PutMask(kPairEnded1, ended1);
-  const auto add = [pair](Mask<Set> mask, Vector<Set> term, PairField field) {
-    pair.Put(field, AddWhere<Set>(mask, term, pair.Get(field)));
+// The end of rows of which no lane begins or leaves a run (runs.h).
+template <class Set, unsigned kVectors, bool kIsComplete>
+std::size_t SteadyPairRows(const PairVariable& x, PairPanels<Set> y, std::size_t from) {
+  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  std::size_t end = x.rows.count;
+  // Shortens the rows for variable i of vector v, which has valueOf(row, values of the panel).
+  const auto shorten = [&](unsigned v, unsigned i, auto valueOf) {
+    const RunningMean<Set> mean = y.Pairs(v).GetMean(i);
+    if (!HoldsAnywhere<Set>(~mean.ended)) {
+      return;
+    }
+    // A run that has not begun does so with the first value: no value is equal to this.
+    const Vector<Set> runValue =
+        y.Pairs(v).GetMask(kPairStarted) ? mean.runValue : Broadcast<Set>(__builtin_nan(""));
+    end = SteadyUntil<Set>(from, end, [&](std::size_t first, std::size_t to) {
+      Mask<Set> leaves{};
+      for (std::size_t r = first; r < to; ++r) {
+        const std::size_t row = RowAt<Set>(x.rows, r);
+        const Vector<Set> values = y.Values(row, v);
+        const Mask<Set> differs = valueOf(row, values) != runValue;
+        leaves |= kIsComplete ? differs : differs & (values != missing);
+      }
+      return HoldsAnywhere<Set>(leaves & ~mean.ended);
+    });
   };
-  add(isPresent & ~ended0, u, kPairRunWeight0);
-  add(isPresent & ~ended1, u, kPairRunWeight1);
-  add(isPresent & ended0, u * x0, kPairSum0);
-  add(isPresent & ended1, u * y, kPairSum1);
-  add(isPresent, u, kPairWeightSum);
+  for (unsigned v = 0; v < kVectors; ++v) {
+    shorten(v, 0, [&x](std::size_t row, Vector<Set>) { return Broadcast<Set>(x.values[row]); });
+    shorten(v, 1, [](std::size_t, Vector<Set> values) { return values; });
+  }
+  return end;
 }
 
+template <class Set, unsigned kVectors>
+void DropSumsOfRuns(PairPanels<Set> y) {
+  for (unsigned v = 0; v < kVectors; ++v) {
+    const PairVector<Set> pair = y.Pairs(v);
+    for (unsigned i = 0; i < 2; ++i) {
+      pair.Put(kPairSum0 + i,
+               pair.GetMask(kPairEnded0 + i) ? pair.Get(kPairSum0 + i) : Vector<Set>{});
+    }
+  }
+}
+
+// One row, in which a lane may begin or leave a run.
+template <class Set>
+void TakeRow(PairVector<Set> pair, double x, double weight, Vector<Set> y, Mask<Set> isPresent) {
+  const Vector<Set> u = Broadcast<Set>(weight);
+  const Vector<Set> weightBefore = pair.Get(kPairWeightSum);
+  const Mask<Set> hasStarted = pair.GetMask(kPairStarted);
+  for (unsigned i = 0; i < 2; ++i) {
+    const Vector<Set> values = i == 0 ? Broadcast<Set>(x) : y;
+    RunningMean<Set> mean = pair.GetMean(i);
+    mean.runValue = isPresent & ~hasStarted ? values : mean.runValue;
+    mean.Take(isPresent, values, u, weightBefore);
+    pair.PutMean(i, mean);
+  }
+  pair.PutMask(kPairStarted, hasStarted | isPresent);
+  pair.Put(kPairWeightSum, AddWhere<Set>(isPresent, u, weightBefore));
+}
+
+// The rows [from, to), in which no lane begins or leaves a run.
 // kIsComplete: the panels' columns lack none of the rows, so that all lanes have x's cases, and
 // what is the same in all of them is summed once.
-template <class Set, unsigned kPanels, bool kIsComplete, bool kTwoWeights>
-void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
-  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
-  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
-  if constexpr (kTwoWeights) {
-    for (unsigned v = 0; v < kVectors; ++v) {
-      const PairVector<Set> pair = y.Pairs(v);
-      Vector<Set> sum = pair.Get(kPairCaseWeightSum);
-      for (std::size_t i = 0; i < x.rows.count; ++i) {
-        const std::size_t row = RowAt<Set>(x.rows, i);
-        sum = AddWhere<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row]), sum);
-      }
-      pair.Put(kPairCaseWeightSum, sum);
-    }
-  }
-  std::size_t i = 0;
-  for (; i < x.rows.count && !(i % 4 == 0 && RunsHaveEnded<Set, kVectors>(y)); ++i) {
-    const std::size_t row = RowAt<Set>(x.rows, i);
-    for (unsigned v = 0; v < kVectors; ++v) {
-      TakeRow<Set>(y.Pairs(v), x.values[row], x.weights[row], y.Values(row, v),
-                   y.Values(row, v) != missing);
-    }
-  }
+template <class Set, unsigned kVectors, bool kIsComplete>
+[[gnu::always_inline]] inline void TakeSteadyRows(const PairVariable& x, PairPanels<Set> y,
+                                                  std::size_t from, std::size_t to) {
+  [[maybe_unused]] const Vector<Set> missing = Broadcast<Set>(x.missingCode);
   Vector<Set> weightSum[kVectors];
   Vector<Set> sum0[kVectors];
   Vector<Set> sum1[kVectors];
@@ -108,7 +137,7 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
     sum0[v] = y.Pairs(v).Get(kPairSum0);
     sum1[v] = y.Pairs(v).Get(kPairSum1);
   }
-  for (; i < x.rows.count; ++i) {
+  for (std::size_t i = from; i < to; ++i) {
     const std::size_t row = RowAt<Set>(x.rows, i);
     const double weight = x.weights[row];
     const Vector<Set> weighted = Broadcast<Set>(weight * x.values[row]);
@@ -137,6 +166,40 @@ void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
   }
 }
 
+template <class Set, unsigned kPanels, bool kIsComplete, bool kTwoWeights>
+void PanelPairSums(const PairVariable& x, PairPanels<Set> y) {
+  constexpr unsigned kVectors = kPanels * PairPanels<Set>::kParts;
+  const Vector<Set> missing = Broadcast<Set>(x.missingCode);
+  if constexpr (kTwoWeights) {
+    for (unsigned v = 0; v < kVectors; ++v) {
+      const PairVector<Set> pair = y.Pairs(v);
+      Vector<Set> sum = pair.Get(kPairCaseWeightSum);
+      for (std::size_t i = 0; i < x.rows.count; ++i) {
+        const std::size_t row = RowAt<Set>(x.rows, i);
+        sum = AddWhere<Set>(y.Values(row, v) != missing, Broadcast<Set>(x.caseWeights[row]), sum);
+      }
+      pair.Put(kPairCaseWeightSum, sum);
+    }
+  }
+  for (std::size_t i = 0; i < x.rows.count;) {
+    const bool haveEnded = RunsHaveEnded<Set, kVectors>(y);
+    const std::size_t steady =
+        haveEnded ? x.rows.count : SteadyPairRows<Set, kVectors, kIsComplete>(x, y, i);
+    TakeSteadyRows<Set, kVectors, kIsComplete>(x, y, i, steady);
+    i = steady;
+    if (!haveEnded) {
+      DropSumsOfRuns<Set, kVectors>(y);
+      for (; i < x.rows.count && i < steady + kChangingRows; ++i) {
+        const std::size_t row = RowAt<Set>(x.rows, i);
+        for (unsigned v = 0; v < kVectors; ++v) {
+          TakeRow<Set>(y.Pairs(v), x.values[row], x.weights[row], y.Values(row, v),
+                       y.Values(row, v) != missing);
+        }
+      }
+    }
+  }
+}
+
 template <class Set>
 void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
               std::size_t stride, double* pairs) {
@@ -153,26 +216,17 @@ void PairSums(const PairVariable& x, bool isComplete, const double* panels, unsi
   });
 }
 
-// The mean over the cases of these weights; of no case, 0.
-template <class Set>
-Vector<Set> PairMean(PairVector<Set> pair, PairField sum, PairField runValue, PairField runWeight,
-                     PairField ended, Vector<Set> weightSum) {
-  const Vector<Set> first = pair.Get(runValue);
-  const Vector<Set> mean = (pair.Get(sum) + pair.Get(runWeight) * first) / weightSum;
-  return pair.GetMask(ended) ? mean : first;
-}
-
 template <class Set>
 void PairMeans(double* pairs) {
   for (unsigned first = 0; first < Set::kPanel; first += Set::kLanes) {
     const PairVector<Set> pair{pairs + first};
     const Vector<Set> weightSum = pair.Get(kPairWeightSum);
-    const Vector<Set> mean0 =
-        PairMean<Set>(pair, kPairSum0, kPairRunValue0, kPairRunWeight0, kPairEnded0, weightSum);
-    const Vector<Set> mean1 =
-        PairMean<Set>(pair, kPairSum1, kPairRunValue1, kPairRunWeight1, kPairEnded1, weightSum);
-    pair.Put(kPairMean0, mean0);
-    pair.Put(kPairMean1, mean1);
+    for (unsigned i = 0; i < 2; ++i) {
+      // Of no case, 0.
+      const RunningMean<Set> mean = pair.GetMean(i);
+      const Vector<Set> quotient = (mean.sum + mean.runWeight * mean.runValue) / weightSum;
+      pair.Put(kPairMean0 + i, mean.ended ? quotient : mean.runValue);
+    }
     pair.Put(kPairSquares0, Vector<Set>{});
     pair.Put(kPairSquares1, Vector<Set>{});
     pair.Put(kPairProducts, Vector<Set>{});

@@ -15,6 +15,9 @@ constexpr std::size_t kStripRows = 192;
 // cache holds, which columns that are a power of two apart share.
 constexpr unsigned kColumnsAtOnce = 8;
 
+// Rows that a kernel takes one by one where a leading run of equal values ends.
+constexpr std::size_t kChangingRows = 4;
+
 // Columns whose panels of a strip take less than half of a second-level cache of half a megabyte.
 constexpr std::size_t kResidentColumns = 128;
 

@@ -77,6 +77,15 @@ template <class Set>
 }
 
 template <class Set>
+[[gnu::always_inline]] inline bool HoldsAnywhere(Mask<Set> mask) {
+  std::int64_t any = 0;
+  for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+    any |= mask[lane];
+  }
+  return any != 0;
+}
+
+template <class Set>
 [[gnu::always_inline]] inline std::size_t RowAt(Rows rows, std::size_t i) {
   return rows.list ? rows.list[i] : i;
 }

@@ -76,14 +76,15 @@ void PatternTask::SumPanels(Strip strip, const PatternSums& sums) {
     _common.caseWeightSum =
         _batch->cases.weights[strip.from + some.list[i]] + _common.caseWeightSum;
   }
-  const auto take = [&](const ColumnSet& set, double* weightSum) {
+  const auto take = [&](const ColumnSet& set, double& weightSum) {
     _batch->engine.PanelMoments(_batch->Panel(set.firstPanel), set.panels, _batch->Stride(), some,
                                 _batch->weights + strip.from, isFirst,
-                                MomentsOf(sums, PlaceOf(set, 0)), weightSum);
+                                MomentsOf(sums, PlaceOf(set, 0)), &weightSum);
   };
-  take(*_a, &_common.weightSum);
+  double weightSum = _common.weightSum;
+  take(*_a, _common.weightSum);
   if (!IsOnePattern()) {
-    take(*_b, nullptr);
+    take(*_b, weightSum);
   }
 }
 
