@@ -144,7 +144,7 @@ void Reader::ReadHeader() {
   Chunk chunk;
   Parser parser(_source);
   bool hasHeader = false;
-  for (bool isFirst = true; !hasHeader && Claim(chunk); isFirst = false) {
+  for (bool isFirst = true; !hasHeader && Claim(chunk, 1) != 0; isFirst = false) {
     if (isFirst && chunk.text.starts_with(kByteOrderMark)) {
       chunk.text.erase(0, kByteOrderMark.size());
     }
@@ -154,8 +154,7 @@ void Reader::ReadHeader() {
   if (!hasHeader) {
     throw Error(_source.name + " has no header; its first line should name the columns");
   }
-  const std::size_t end = chunk.text.size() - parser.Rest().size();
-  if (IsOfNumbers(parser) && chunk.text.find('"') >= end) {
+  if (IsOfNumbers(parser) && chunk.text.find('"') == std::string::npos) {
     throw Error(AtLine(_source, parser.Line()) +
                 "only numbers, where the columns should be named; if they are names, put them in "
                 "quotes");
@@ -164,34 +163,23 @@ void Reader::ReadHeader() {
     _source.columns.emplace_back(parser.Text(column));
   }
   _source.headerLine = parser.Line();
-  PutBackRecords(chunk, end);
 }
 
 bool Reader::Claim(Chunk& chunk) {
-  std::swap(chunk, _rest);
-  std::string& text = chunk.text;
-  std::size_t end = std::exchange(_whole, 0);
-  while (end == 0 && !_isAtEnd && text.size() < kMaxRecordSize) {
-    ReadMore(text);
-    end = LastRecordEnd(text);
-  }
-  chunk.isCut = end == 0 && !_isAtEnd;
-  if (_isAtEnd || chunk.isCut) {
-    end = text.size();
-    _isAtEnd = true;
-  }
-  _rest.text.clear();
-  PutBack(chunk, end);
-  return !text.empty();
+  FindRecords();
+  Take(chunk, _end);
+  return !chunk.text.empty();
 }
 
 std::uint64_t Reader::Claim(Chunk& chunk, std::uint64_t most) {
-  while (most != 0 && Claim(chunk)) {
-    if (chunk.isCut) {
-      return 1;
+  while (most != 0) {
+    FindRecords();
+    const std::string_view found = std::string_view(_text).substr(_begin, _end - _begin);
+    if (found.empty()) {
+      return 0;
     }
-    const Records records = FirstRecords(chunk.text, most);
-    PutBackRecords(chunk, records.end);
+    const Records records = _isCut ? Records{1, found.size()} : FirstRecords(found, most);
+    Take(chunk, _begin + records.end);
     if (records.count != 0) {
       return records.count;
     }
@@ -208,31 +196,43 @@ std::uint64_t Reader::Skip(std::uint64_t most) {
   return skipped;
 }
 
-// Leaves all but the chunk's first `end` bytes for the next claim.
-void Reader::PutBack(Chunk& chunk, std::size_t end) {
-  _rest.text.insert(0, chunk.text, end);
-  chunk.text.resize(end);
-  _rest.firstLine = chunk.firstLine + Count(chunk.text, '\n');
+// Reads on, unless there are records that have not been claimed, until there are or the file ends.
+void Reader::FindRecords() {
+  if (_begin < _end) {
+    return;
+  }
+  _text.erase(0, _begin);
+  _begin = _end = 0;
+  while (_end == 0 && !_isAtEnd && _text.size() < kMaxRecordSize) {
+    ReadMore();
+    _end = LastRecordEnd(_text);
+  }
+  _isCut = _end == 0 && !_isAtEnd;
+  if (_isAtEnd || _isCut) {
+    _end = _text.size();
+    _isAtEnd = true;
+  }
 }
 
-// The same with a chunk that was claimed, which is whole records.
-void Reader::PutBackRecords(Chunk& chunk, std::size_t end) {
-  _whole = chunk.text.size() - end;
-  if (_whole != 0) {
-    PutBack(chunk, end);
-  }
+// Hands out what comes before a place in the text.
+void Reader::Take(Chunk& chunk, std::size_t end) {
+  chunk.text.assign(_text, _begin, end - _begin);
+  chunk.firstLine = _line;
+  chunk.isCut = _isCut;
+  _begin = end;
+  _line += Count(chunk.text, '\n');
 }
 
 // Appends a block, or as much again as there is, so that the time for a long record is linear.
-void Reader::ReadMore(std::string& text) {
-  const std::size_t before = text.size();
+void Reader::ReadMore() {
+  const std::size_t before = _text.size();
   const std::size_t wanted = std::min(std::max(_blockSize, before), kMaxRecordSize - before);
-  text.resize(before + wanted);
-  const std::size_t got = std::fread(text.data() + before, 1, wanted, _file.get());
+  _text.resize(before + wanted);
+  const std::size_t got = std::fread(_text.data() + before, 1, wanted, _file.get());
   if (std::ferror(_file.get()) != 0) {
     throw SystemError("read", _source.name);
   }
-  text.resize(before + got);
+  _text.resize(before + got);
   _bytesRead += got;
   _isAtEnd = got < wanted;
 }

@@ -83,17 +83,22 @@ class Reader {
   };
 
   void ReadHeader();
-  void ReadMore(std::string& text);
-  void PutBack(Chunk& chunk, std::size_t end);
-  void PutBackRecords(Chunk& chunk, std::size_t end);
+  void FindRecords();
+  void Take(Chunk& chunk, std::size_t end);
+  void ReadMore();
 
   Source _source;
   std::unique_ptr<std::FILE, CloseFile> _file;
   std::size_t _blockSize;
   std::uint64_t _bytesRead = 0;
   bool _isAtEnd = false;
-  Chunk _rest;             // read but not claimed yet
-  std::size_t _whole = 0;  // bytes of it that are known to be whole records
+  // Claimed records, others, which begin at _begin and are whole up to _end, and the beginning of
+  // one more. What is claimed goes when more is read, so that a claim costs no more than it takes.
+  std::string _text;
+  std::size_t _begin = 0;
+  std::size_t _end = 0;
+  std::uint64_t _line = 1;  // on which _begin is
+  bool _isCut = false;      // the record at _begin is too long
 };
 
 // Splits a chunk into records, and these into fields. Allocates only for a record that is longer
@@ -120,9 +125,6 @@ class Parser {
   // "file:line: column 5 (species): ": the place of a field, its line being the one it begins on.
   std::string Place(std::size_t column) const;
   std::uint64_t Line() const { return _line; }  // on which the record begins
-
-  // What Next() has not come to yet, in the chunk's text.
-  std::string_view Rest() const { return _rest; }
 
  private:
   struct FreeParser {

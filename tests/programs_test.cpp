@@ -4,22 +4,45 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "../examples/csv.h"
 #include "../examples/resultfile.h"
 #include "session.h"
 
 namespace {
 
+using Csv = InDirectory;
 using Describe = InDirectory;
 using Discriminate = InDirectory;
 
 TEST_F(Describe, DoesWhatTheSessionsSay) { Session::RunAll(SESSIONS "/describe.txt"); }
 
 TEST_F(Discriminate, DoesWhatTheSessionsSay) { Session::RunAll(SESSIONS "/discriminate.txt"); }
+
+// After a long record there are as many bytes in memory.
+TEST_F(Csv, AClaimCostsWhatItTakes) {
+  constexpr std::uint64_t kRows = 500'000;
+  std::string text = "a\n\"" + std::string(9'000'000, '.') + "\"\n";
+  for (std::uint64_t row = 0; row < kRows; ++row) {
+    text += "1\n";
+  }
+  Write("x.csv", text);
+  csv::Reader reader("x.csv");
+  csv::Chunk chunk;
+  std::uint64_t records = 0;
+  const std::clock_t begin = std::clock();
+  while (reader.Claim(chunk, 1) != 0) {
+    ++records;
+    ASSERT_LT(std::clock() - begin, 30 * CLOCKS_PER_SEC) << records;
+  }
+  EXPECT_EQ(records, kRows + 1);
+}
 
 // What the test's own calls of the disk were, by the names of their files, and one that fails.
 std::vector<std::string> g_calls;
