@@ -6,45 +6,19 @@
 #include "support.h"
 #include "watchdog.h"
 
-// The host's own service, so that a test can be a host that gives no threads.
+#include <chrono>
+#include <thread>
+
+// The host's own services, so that a test can be a host that gives no threads, or one that lets a
+// run with an error pass.
 static std::int64_t threadsOfHost = 3;
 std::int64_t getthreads_() { return threadsOfHost; }
+std::int64_t atnnxt_() { return 0; }
 
 namespace velmor::test {
 namespace {
 
-// Cases as columns of memory.
-class Table {
- public:
-  explicit Table(Cases cases) : _cases(std::move(cases)) {
-    for (std::size_t i = 0; i < kColumns; ++i) {
-      std::vector<double>& column = _columns.emplace_back();
-      for (const auto& row : _cases.rows) {
-        column.push_back(row[i]);
-      }
-    }
-  }
-
-  // Rows from `from` on.
-  TableView View(std::size_t from = 0) const {
-    TableView view;
-    view.rows = _cases.rows.size() - from;
-    for (const auto& column : _columns) {
-      view.values.emplace_back(column.data() + from).absentCodes = {kMissing};
-    }
-    view.weights.emplace(_cases.weights.data() + from);
-    view.regWeights.emplace(_cases.regWeights.data() + from);
-    view.groups.emplace(_cases.groups.data() + from);
-    return view;
-  }
-  const Cases& GetCases() const { return _cases; }
-  double& Value(std::size_t row, std::size_t column) { return _columns[column][row]; }
-  unsigned int& Group(std::size_t row) { return _cases.groups[row]; }
-
- private:
-  Cases _cases;
-  std::vector<std::vector<double>> _columns;
-};
+CaseTable TableOf(Cases cases) { return {std::move(cases), kColumns, {kMissing}}; }
 
 template <class Accumulator>
 class AccumulateTest : public testing::Test {};
@@ -53,42 +27,56 @@ TYPED_TEST_SUITE(AccumulateTest, TypesOf<Accumulators>::Each);
 TYPED_TEST(AccumulateTest, HasTheSameBytesOnAnyNumberOfThreads) {
   const Watchdog watchdog;
   constexpr std::uint64_t kBlockRows = 20;
+  constexpr unsigned int kNoGroup = 77;
   Cases cases = MixedCases(1010);
   std::fill_n(cases.weights.begin() + 3 * kBlockRows, kBlockRows, 0.);
-  const Table table(cases);
-  const auto shape = NewAccumulator<TypeParam>();
-
-  BlockForest<TypeParam> expected(kBlockRows, *shape);
+  Cases taken = cases;
+  for (std::size_t row = 5; row < cases.rows.size(); row += 50) {
+    cases.groups[row] = kNoGroup;
+    if (requires(const TypeParam& a) { a.NGroup(); }) {
+      taken.rows[row].assign(kColumns, kMissing);  // left out only by those that have groups
+    }
+  }
+  const auto tableOf = [&cases](std::size_t from, std::size_t to) {
+    return TableOf(cases.Slice(from, to));
+  };
+  const auto accumulate = [](const CaseTable& table, std::uint64_t firstBlock, int threads) {
+    TableView view = table.View();
+    view.groups->absentCodes = {kNoGroup};
+    return Accumulate(view, *NewAccumulator<TypeParam>(), {kBlockRows, firstBlock, threads, {}});
+  };
+  BlockForest<TypeParam> expected(kBlockRows, *NewAccumulator<TypeParam>());
   for (std::uint64_t block = 0; block < 51; ++block) {
     const std::uint64_t from = block * kBlockRows;
-    const auto to = std::min<std::uint64_t>(from + kBlockRows, 1010);
-    expected.Add(block, Accumulated<TypeParam>(table.GetCases().Slice(from, to)));
+    expected.Add(block, Accumulated<TypeParam>(
+                            taken.Slice(from, std::min<std::uint64_t>(from + kBlockRows, 1010))));
   }
   for (const int threads : {1, 2, 3, 7, 0}) {
     SCOPED_TRACE(threads);
-    const auto forest = Accumulate(table.View(), *shape, {kBlockRows, 0, threads, {}});
+    const auto forest = accumulate(tableOf(0, 1010), 0, threads);
     EXPECT_EQ(Save(forest), Save(expected));
     EXPECT_EQ(Save(*forest.Result()), Save(*expected.Result()));
   }
   // In two parts, the second one first.
   constexpr std::uint64_t kSplit = 17;
-  auto whole = Accumulate(table.View(kSplit * kBlockRows), *shape, {kBlockRows, kSplit, 2, {}});
-  TableView first = table.View();
-  first.rows = kSplit * kBlockRows;
-  whole.Merge(Accumulate(first, *shape, {kBlockRows, 0, 2, {}}));
+  auto whole = accumulate(tableOf(kSplit * kBlockRows, 1010), kSplit, 2);
+  whole.Merge(accumulate(tableOf(0, kSplit * kBlockRows), 0, 2));
   EXPECT_EQ(Save(whole), Save(expected));
 }
 
 TYPED_TEST(AccumulateTest, TakesATableOfNoRowsAndOneOfAbsentValues) {
-  const auto shape = NewAccumulator<TypeParam>();
-  EXPECT_EQ(Save(*Accumulate(Table(Cases{}).View(), *shape).Result()), Save(*shape));
   Cases cases = MixedCases(600);
   for (auto& row : cases.rows) {
     row.assign(kColumns, kMissing);
   }
-  const auto forest = Accumulate(Table(cases).View(), *shape);
+  const CaseTable table = TableOf(cases);
+  TableView view = table.View();
+  const auto shape = NewAccumulator<TypeParam>();
+  const auto forest = Accumulate(view, *shape);
   EXPECT_EQ(forest.NRows(), kIsPairwise<TypeParam> ? 600U : 0U);
   EXPECT_EQ(forest.NBlocks(), 1U);
+  view.rows = 0;
+  EXPECT_EQ(Save(*Accumulate(view, *shape).Result()), Save(*shape));
 }
 
 TEST(AccumulateOptions, BlockRowsFollowFromTheWidthAlone) {
@@ -99,67 +87,72 @@ TEST(AccumulateOptions, BlockRowsFollowFromTheWidthAlone) {
   }
 }
 
-TEST(AccumulateErrors, NameTheFirstBadBlockOfTheTable) {
+// Two bad blocks, the first in its last row and the second in its first: they are found in that
+// order when the second one is claimed late, else most often in the other.
+TEST(AccumulateErrors, NameTheFirstBadBlockInWhateverOrderTheyAreFound) {
   const Watchdog watchdog;
-  Table table(MixedCases(500));
-  for (const std::size_t row : {123U, 124U, 321U, 400U}) {
-    table.Value(row, 2) = 1e300;  // the missing code below
-  }
-  for (const int threads : {1, 2, 7}) {
-    const auto message = MessageOf<std::invalid_argument>([&] {
-      Accumulate(table.View(), SMatrixPairwise(1e300), {10, 0, threads, {}});
-    });
-    EXPECT_THAT(message, testing::HasSubstr("row 123, column 2"));
+  constexpr std::size_t kBlockRows = 1U << 20U;
+  constexpr double kBad = 1e300;  // the missing code below
+  std::vector<double> column(2 * kBlockRows, 1.);
+  column[kBlockRows - 1] = column[kBlockRows] = kBad;
+  TableView table;
+  table.rows = column.size();
+  table.values.emplace_back(column.data());
+  for (const bool isLate : {false, true}) {
+    std::uint64_t claimed = 0;
+    const auto progress = [&](std::uint64_t rows) {
+      claimed = rows;
+      std::this_thread::sleep_for(std::chrono::milliseconds(rows == 0 ? 20 : isLate ? 100 : 0));
+      return true;
+    };
+    while (claimed == 0) {  // until both are
+      EXPECT_EQ(MessageOf<std::invalid_argument>([&] {
+                  Accumulate(table, SMatrixPairwise(kBad), {kBlockRows, 0, 2, progress});
+                }),
+                "row 1048575, column 0: the value 1e+300 equals the missing code; choose a code "
+                "that no value has");
+    }
   }
 }
 
 TEST(AccumulateErrors, NameWhatDoesNotFit) {
-  Table table(MixedCases(30));
-  table.Group(25) = kGroups;
-  TableView narrow = table.View();
+  Cases cases = MixedCases(30);
+  cases.groups[25] = kGroups;
+  const CaseTable memory = TableOf(cases);
+  const TableView table = memory.View();
+  TableView narrow = table;
   narrow.values.pop_back();
-  TableView ungrouped = table.View();
+  TableView ungrouped = table;
   ungrouped.groups.reset();
-  TableView empty = table.View();
+  TableView empty = table;
   empty.values.clear();
-  const std::string begin = "the table does not fit the accumulator: ";
-  const struct {
-    std::string message;
-    const TableView& table;
-    std::unique_ptr<MatrixBase> shape;
-  } cases[] = {
-      {begin + "it has 4 columns of values, not 5", narrow,
-       std::make_unique<SMatrixListwise>(0, 5)},
-      {begin + "it has 0 columns of values", empty, std::make_unique<SMatrixListwise>()},
-      {begin + "it has 5 columns of values, not 6", table.View(),
-       std::make_unique<DiscriminantMatrix>(3, 6)},
-      {begin + "it has 5 columns of values, not 4", table.View(),
-       std::make_unique<DiscIndividualMatrix>(3, 4)},
-      {begin + "no table has the accumulator's bounds", table.View(),
-       std::make_unique<NSMatrixListwise>(2, 2, 4)},
-      {begin + "no table has the accumulator's bounds", table.View(),
-       std::make_unique<DiscriminantMatrix>()},
-      {begin + "it has 5 columns of values, not 8", table.View(),
-       std::make_unique<SMatrixPairwise>(kMissing, 7, 0)},
-      {begin + "it has no column of groups", ungrouped,
-       std::make_unique<DiscIndividualMatrix>(3, 5)},
-      {"row 25, groups: 3 is no group number; groups are whole numbers below 3", table.View(),
-       std::make_unique<DiscriminantMatrix>(3, 5)},
-  };
-  for (const auto& c : cases) {
+  const auto expect = [](const std::string& message, const TableView& of, const MatrixBase& shape) {
     EXPECT_EQ(MessageOf<std::invalid_argument>([&] {
-                Accumulate(c.table, *c.shape, {10, 0, 2, {}});
+                Accumulate(of, shape, {10, 0, 2, {}});
               }),
-              c.message);
-  }
+              message);
+  };
+  const std::string begin = "the table does not fit the accumulator: ";
+  const std::string bounds = begin + "no table has the accumulator's bounds";
+  const std::string columns = begin + "it has 5 columns of values, not ";
+  expect(begin + "it has 4 columns of values, not 5", narrow, SMatrixListwise(0, 5));
+  expect(begin + "it has 0 columns of values", empty, SMatrixListwise());
+  expect(columns + "6", table, DiscriminantMatrix(3, 6));
+  expect(columns + "4", table, DiscIndividualMatrix(3, 4));
+  expect(columns + "8", table, SMatrixPairwise(kMissing, 7, 0));
+  expect(bounds, table, NSMatrixListwise(2, 2, 4));
+  expect(bounds, table, DiscriminantMatrix());
+  expect(begin + "it has no column of groups", ungrouped, DiscIndividualMatrix(3, 5));
+  expect("row 25, groups: 3 is no group number; groups are whole numbers below 3", table,
+         DiscriminantMatrix(3, 5));
   threadsOfHost = 0;
-  EXPECT_EQ(MessageOf<std::runtime_error>([&] { Accumulate(table.View(), SMatrixListwise()); }),
+  EXPECT_EQ(MessageOf<std::runtime_error>([&] { Accumulate(table, SMatrixListwise()); }),
             "the host ended the run after 0 of 1 blocks");
   threadsOfHost = 3;
 }
 
 TEST(AccumulateDeathTest, RefusesWhatCannotBeNumbered) {
-  const Table table(MixedCases(3));
+  const CaseTable table = TableOf(MixedCases(3));
   const auto accumulate = [&](std::uint64_t blockRows, std::uint64_t firstBlock) {
     return [&table, blockRows, firstBlock] {
       Accumulate(table.View(), SMatrixListwise(), {blockRows, firstBlock, 1, {}});
@@ -178,28 +171,33 @@ TEST(AccumulateDeathTest, RefusesWhatCannotBeNumbered) {
   }
 }
 
-TEST(AccumulateProgress, CountsRowsAndCancels) {
+TEST(AccumulateProgress, CountsRowsCancelsAndFails) {
   const Watchdog watchdog;
-  const Table table(MixedCases(95));
+  const CaseTable table = TableOf(MixedCases(95));
   for (const int threads : {1, 3}) {
+    const auto accumulate = [&](const std::function<bool(std::uint64_t)>& progress) {
+      Accumulate(table.View(), SMatrixListwise(), {20, 0, threads, progress});
+    };
     std::vector<std::uint64_t> seen;
-    const auto see = [&seen](std::uint64_t rows) {
+    accumulate([&seen](std::uint64_t rows) {
       seen.push_back(rows);
       return true;
-    };
-    Accumulate(table.View(), SMatrixListwise(), {20, 0, threads, see});
+    });
     EXPECT_EQ(seen, (std::vector<std::uint64_t>{0, 20, 40, 60, 80, 95}));
-
-    const auto cancel = [](std::uint64_t rows) { return rows < 40; };
-    EXPECT_EQ(MessageOf<Cancelled>([&] {
-                Accumulate(table.View(), SMatrixListwise(), {20, 0, threads, cancel});
-              }),
-              "the run was cancelled after 40 of 95 rows");
-    const auto fail = [](std::uint64_t /*rows*/) -> bool { throw std::logic_error("progress"); };
-    EXPECT_EQ(MessageOf<std::logic_error>([&] {
-                Accumulate(table.View(), SMatrixListwise(), {20, 0, threads, fail});
-              }),
-              "progress");
+    EXPECT_EQ(
+        MessageOf<Cancelled>([&] { accumulate([](std::uint64_t rows) { return rows < 40; }); }),
+        "the run was cancelled after 40 of 95 rows");
+    // An error is the caller's from the first call to the last, when all rows have been taken.
+    for (const std::uint64_t last : {0U, 40U, 95U}) {
+      EXPECT_THROW(accumulate([last](std::uint64_t rows) {
+                     return rows < last ? true : throw std::logic_error("progress");
+                   }),
+                   std::logic_error);
+      EXPECT_THROW(accumulate([last](std::uint64_t rows) {
+                     return rows < last ? true : throw NorvGoToCaller();
+                   }),
+                   NorvGoToCaller);
+    }
   }
 }
 

@@ -139,9 +139,15 @@ class Run : public ProblemBase {
                  static_cast<unsigned int>(
                      std::clamp<std::uint64_t>(run._table.rows, 1, run._blockRows))) {}
 
+    // An error is kept for Accumulate's caller: the driver would tell the host of a NorvGoToCaller.
     bool ReadBatch() override {
       _block = _run._claimed;
-      return _run.Claim();
+      try {
+        return _run.Claim();
+      } catch (...) {
+        _run.TakeError(_block);
+        return false;
+      }
     }
 
     void AccumulateBatch() override {
@@ -188,8 +194,9 @@ class Run : public ProblemBase {
     return _error != nullptr;
   }
 
-  // Keeps the current exception if its block is the first that has one. Blocks are claimed in order
-  // and those claimed are finished, so that is the first in the table, on any number of threads.
+  // Keeps the current exception if its block, or the block that was to be claimed, is the first
+  // that has one. Blocks are claimed in order and those claimed are finished, so that is the first
+  // in the table, on any number of threads.
   void TakeError(std::uint64_t block) {
     const std::lock_guard lock(_errorMutex);
     if (!_error || block < _errorBlock) {

@@ -45,9 +45,10 @@ class Cancelled : public std::runtime_error {
 //          and what it holds is not used.
 //
 // Listwise and discriminant accumulators leave out cases with an absent value; pairwise
-// accumulators take an absent value as their missing code. Cases with an absent weight or group are
-// left out by all. The difference between the table's rows and the forest's NRows() is the number
-// of cases left out.
+// accumulators take an absent value as their missing code. Cases with an absent weight are left out
+// by all. Cases with an absent group are left out by discriminant accumulators; the others don't
+// look at the groups. The difference between the table's rows and the forest's NRows() is the
+// number of cases left out.
 //
 // Cases of weight 0 are cases like others, and matrixbase.h says what becomes of a block whose
 // weights sum to zero. To leave cases of weight 0 out, mark the weight as absent:
