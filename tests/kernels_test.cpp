@@ -1,219 +1,209 @@
-// The kernels: the order of their operations, their rules for runs, ties, NaN and absent arrays.
+// The public kernels, records and arrays as a host uses them directly. Each line of
+// golden/kernels.txt is a call and its results, to the bit.
 #include <velmor/auto_array.h>
 #include <velmor/kernels.h>
 #include <velmor/owned_array.h>
+#include <velmor/statistics.h>
 
 #include "support.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
+#include <fstream>
 #include <functional>
-#include <new>
+#include <map>
 
 namespace velmor::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Doubles = std::vector<double>;
 
-int Count(const Doubles& x) { return static_cast<int>(x.size()); }
-const double* Data(const Doubles& x) { return x.empty() ? nullptr : x.data(); }
+// A call's arguments, a number being an array of one.
+struct Arguments : std::vector<Doubles> {
+  double Number(std::size_t i) const { return at(i).at(0); }
+  int Count(std::size_t i) const { return static_cast<int>(at(i).size()); }
+  // Null for an empty array: there is none.
+  const double* Data(std::size_t i) const { return at(i).empty() ? nullptr : at(i).data(); }
+  std::vector<unsigned int> Groups(std::size_t i) const { return {at(i).begin(), at(i).end()}; }
+};
 
-TEST(Kernels, SentinelsAreTheExactBits) {
-  EXPECT_EQ(Bits(minvalue), 0xffefdcf158adbb99U);
-  EXPECT_EQ(Bits(maxvalue), 0x7fefdcf158adbb99U);
-}
-
-// A rounded sum depends on its order: each of these differs from any other order of its terms.
-TEST(Kernels, SumsAscendFromZero) {
-  EXPECT_EQ(Sum(Doubles{1e16, 1., -1e16, 1.}), 1.);
-  EXPECT_EQ(Sum(Doubles{1., 1e16, 1., -1e16}), 0.);
-  EXPECT_EQ(Bits(Sum(Doubles{-0.})), Bits(0.));
-  EXPECT_EQ(Bits(Sum(nullptr, 0)), Bits(0.));
-  EXPECT_EQ(ProductSum(Doubles{1e8, 1., 1e8, 1.}, Doubles{1e8, 1., -1e8, 1.}), 1.);
-}
-
-// 1 + 2^-27 squared has a last bit below the 53rd, which a fused multiply-add would keep.
-TEST(Kernels, ProductsAreRoundedBeforeTheyAreAdded) {
-  const double a = 1. + 0x1p-27;
-  const double rounded = 1. + 0x1p-26;
-  EXPECT_EQ(ProductSum(Doubles{-rounded, a}, Doubles{1., a}), 0.);
-  EXPECT_EQ(ProductSum(Doubles{-rounded, a}, Doubles{1., a}, Doubles{1., 1.}), 0.);
-  EXPECT_EQ(CrossProduct(Doubles{-rounded, a}, Doubles{1., a}, Doubles{1., 1.}), 0.);
-  EXPECT_EQ(WeightedMean(Doubles{2., -rounded, a}, Doubles{0., 1., a}, 1.), 0.);
-  const unsigned int group = 0;
-  Doubles sums{0.};
-  Doubles squares{-rounded};
-  GroupWeightedSumX(&a, &group, sums.data(), squares.data(), 1);
-  EXPECT_EQ(squares[0], 0.);
-}
-
-// Associations that overflow or vanish tell (a * b) * c from a * (b * c).
-TEST(Kernels, WeightIsAppliedToTheFirstOperand) {
-  EXPECT_EQ(ProductSum(Doubles{1e-200}, Doubles{1e-200}, Doubles{1e200}), 0.);
-  EXPECT_EQ(CrossProduct(Doubles{1e-200}, Doubles{1e200}, Doubles{1e-200}), 0.);
-  EXPECT_EQ(CrossProduct(Doubles{1e200}, Doubles{1e-200}, Doubles{1e-200}), 1e-200);
-  const double x = 1e200;
-  const double w = 1e-200;
-  EXPECT_EQ(ProductSum(&w, &w, &x, 1), 0.);
-  const unsigned int group = 0;
-  Doubles sums{0.};
-  Doubles squares{0.};
-  GroupWeightedSumX(&x, &group, &w, sums.data(), squares.data(), 1);
-  EXPECT_EQ(squares[0], 1e200);
-}
-
-TEST(Kernels, WeightedSumWithoutWeightsIsACount) {
-  EXPECT_EQ(WeightedSum(nullptr, 7), 7.);
-  EXPECT_EQ(WeightedSum(Doubles{2., 3.}.data(), 2), 5.);
-  EXPECT_EQ(WeightedSum(Doubles{2., 3.}, Doubles{10., 100.}), 320.);
-  EXPECT_EQ(WeightedSum(Doubles{2., 3.}, Doubles{}), 5.);
-}
-
-TEST(Kernels, WeightedMean) {
-  const struct {
-    const char* name;
-    Doubles x, weights;
-    double weightSum, mean;
-  } cases[] = {
-      {"no element", {}, {}, 0., 0.},
-      {"equal values, zero sum", {2.5, 2.5, 2.5}, {1., 2., 3.}, 0., 2.5},
-      {"equal values, unweighted", {0.1, 0.1, 0.1}, {}, 3., 0.1},
-      {"zeros of both signs are a run", {-0., 0.}, {}, 2., -0.},
-      {"no run", {1., 2.}, {}, 2., 1.5},
-      {"run, weighted", {3., 3., 5.}, {1., 1., 2.}, 4., 4.},
-      // 3 * 0.1 is not 0.1 + 0.1 + 0.1.
-      {"run is multiplied", {0.1, 0.1, 0.1, 0.}, {}, 1., 3. * 0.1},
-      {"later equal values are added", {0., 0.1, 0.1, 0.1}, {}, 1., 0.1 + 0.1 + 0.1},
-      {"run's weights ascend", {1., 1., 1., 1., 0.}, {1e16, 1., -1e16, 1., 5.}, 1., 1.},
-      {"run's sum is added last", {1., 1e16, -1e16}, {}, 1., 1.},
-      {"NaN first", {kNaN, kNaN}, {}, 2., kNaN},
-      {"NaN ends a run", {1., kNaN, 1.}, {}, 3., kNaN},
-      {"zero sum, values differ", {1., 2.}, {0., 0.}, 0., kNaN},
-      {"infinite run", {kInf, kInf}, {1., 1.}, 2., kInf},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(Bits(WeightedMean(c.x, c.weights, c.weightSum)), Bits(c.mean));
-    EXPECT_EQ(Bits(WeightedMean(c.x.data(), Data(c.weights), c.weightSum, Count(c.x))),
-              Bits(c.mean));
+Doubles Joined(const std::vector<Doubles>& arrays) {
+  Doubles all;
+  for (const Doubles& array : arrays) {
+    all.push_back(static_cast<double>(array.size()));
+    all.insert(all.end(), array.begin(), array.end());
   }
+  return all;
 }
 
-TEST(Kernels, ExtremesPassOverLaterNaNsAndKeepTheEarlierOfEquals) {
-  const struct {
-    const char* name;
-    Doubles x;
-    double min, max;
-  } cases[] = {
-      {"no element", {}, maxvalue, minvalue},
-      {"NaN inside", {1., kNaN, 3.}, 1., 3.},
-      {"NaN first", {kNaN, 1., 3.}, kNaN, kNaN},
-      {"zeros, minus first", {-0., 0.}, -0., -0.},
-      {"zeros, plus first", {0., -0.}, 0., 0.},
-      {"beyond the sentinels", {kInf, -kInf}, -kInf, kInf},
+// A record of so many columns of cases that are parted at the cuts: the first part's, updated by
+// the others'.
+template <class Handle>
+Doubles MergedRecord(const Arguments& a, std::size_t columns) {
+  WorkArea area;
+  area._missingCode = a.Number(columns + 2);
+  const auto recordOf = [&](int from, int to) {
+    auto record = std::make_unique<Handle>();
+    const auto data = [&](std::size_t i) { return a.Data(i) ? a.Data(i) + from : nullptr; };
+    if constexpr (std::is_same_v<Handle, VarStat>) {
+      record->Init(data(0), data(1), data(2), area, to - from);
+    } else {
+      record->Init(data(0), data(1), data(2), data(3), area, to - from);
+    }
+    return record;
   };
-  for (auto c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(Bits(Mins(c.x)), Bits(c.min));
-    EXPECT_EQ(Bits(Maxs(c.x)), Bits(c.max));
+  std::vector<int> ends{0};
+  for (std::size_t i = columns + 3; i < a.size(); ++i) {
+    ends.push_back(static_cast<int>(a.Number(i)));
   }
+  ends.push_back(a.Count(0));
+  const auto merged = recordOf(0, ends[1]);
+  for (std::size_t i = 2; i < ends.size(); ++i) {
+    const std::unique_ptr<Handle> copy(merged->Copy());
+    const Doubles before = Fields(*merged);
+    merged->Update(*recordOf(ends[i - 1], ends[i]));
+    EXPECT_EQ(Bits(Fields(*copy)), Bits(before)) << "a copy is one for good";
+  }
+  return Fields(*merged);
 }
 
-TEST(Kernels, CombineWeights) {
+const std::map<std::string, std::function<Doubles(Arguments&)>> kCalls{
+    {"Sum", [](auto& a) { return Doubles{Sum(a[0])}; }},
+    {"WeightedSum",
+     [](auto& a) { return Doubles{WeightedSum(a.Data(0), static_cast<int>(a.Number(1)))}; }},
+    {"ProductSum",
+     [](auto& a) {
+       return Doubles{a.size() == 2 ? ProductSum(a[0], a[1]) : ProductSum(a[0], a[1], a[2])};
+     }},
+    {"CrossProduct", [](auto& a) { return Doubles{CrossProduct(a[0], a[1], a[2])}; }},
+    {"CombineWeights",
+     [](auto& a) {
+       CombineWeights(a[0], a[1]);
+       return a[0];
+     }},
+    {"WeightedMean", [](auto& a) { return Doubles{WeightedMean(a[0], a[1], a.Number(2))}; }},
+    {"Maxs", [](auto& a) { return Doubles{Maxs(a[0])}; }},
+    {"Mins", [](auto& a) { return Doubles{Mins(a[0])}; }},
+    {"CenterData",
+     [](auto& a) {
+       CenterData(a[0], a.Number(1));
+       return a[0];
+     }},
+    {"CopyNonmissing",
+     [](auto& a) {
+       std::vector<Doubles> out{{9.}, Doubles(20, 9.), {}};  // whatever was there is gone
+       CopyNonmissing(a.Data(0), a.Data(1), a.Data(2), a.Number(3), a.Count(0), out[0], out[1],
+                      out[2]);
+       return Joined(out);
+     }},
+    {"CopyCompletePairs",
+     [](auto& a) {
+       std::vector<Doubles> out{{9.}, Doubles(20, 9.), {}, {9.}};
+       CopyCompletePairs(a.Data(0), a.Data(1), a.Data(2), a.Data(3), a.Number(4), a.Count(0),
+                         out[0], out[1], out[2], out[3]);
+       return Joined(out);
+     }},
+    {"GroupWeightedSumX",
+     [](auto& a) {
+       Doubles& sums = a[3];
+       Doubles& squares = a[4];
+       const auto groups = a.Groups(1);
+       a[2].empty()
+           ? GroupWeightedSumX(a.Data(0), groups.data(), sums.data(), squares.data(), a.Count(0))
+           : GroupWeightedSumX(a.Data(0), groups.data(), a.Data(2), sums.data(), squares.data(),
+                               a.Count(0));
+       sums.insert(sums.end(), squares.begin(), squares.end());
+       return sums;
+     }},
+    {"WeightByGroup",
+     [](auto& a) {
+       const auto groups = a.Groups(0);
+       double total = a.Number(3);
+       a[1].empty() ? WeightByGroup(groups.data(), a[2], total, a.Count(0))
+                    : WeightByGroup(groups.data(), a.Data(1), a[2], total, a.Count(0));
+       a[2].push_back(total);
+       return a[2];
+     }},
+    {"MeanDiff",
+     [](auto& a) { return Doubles{MeanDiff(a.Number(0), a.Number(1), a.Number(2), a.Number(3))}; }},
+    {"MatrixRow",
+     [](auto& a) { return Doubles(1, MatrixRow(static_cast<unsigned int>(a.Number(0)))); }},
+    {"VarStat", [](auto& a) { return MergedRecord<VarStat>(a, 1); }},
+    {"PairStat", [](auto& a) { return MergedRecord<PairStat>(a, 2); }},
+};
+
+// The numbers and [arrays of numbers] of a text.
+Arguments Parsed(const std::string& text) {
+  Arguments arguments;
+  bool isArray = false;
+  for (const char* next = text.c_str(); *next != '\0';) {
+    char* end = nullptr;
+    const double number = std::strtod(next, &end);
+    if (end != next) {
+      isArray ? arguments.back().push_back(number) : arguments.push_back({number});
+      next = end;
+      continue;
+    }
+    if (*next == '[') {
+      arguments.emplace_back();
+    }
+    isArray = *next == '[' || (isArray && *next != ']');
+    ++next;
+  }
+  return arguments;
+}
+
+TEST(Kernels, HaveTheIndependentlyComputedResults) {
+  std::ifstream lines(KERNELS);
+  std::size_t cases = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t equals = line.find(" = ");
+    if (equals == std::string::npos || line[0] == '#') {
+      continue;
+    }
+    SCOPED_TRACE(line);
+    const std::size_t parenthesis = line.find('(');
+    Arguments arguments = Parsed(line.substr(parenthesis, equals - parenthesis));
+    Doubles expected;
+    for (const Doubles& result : Parsed(line.substr(equals + 3))) {
+      expected.push_back(result[0]);
+    }
+    EXPECT_EQ(Bits(kCalls.at(line.substr(0, parenthesis))(arguments)), Bits(expected));
+    ++cases;
+  }
+  EXPECT_GT(cases, 80U);
+}
+
+TEST(Kernels, CombineWeightsIntoTheCaseWeights) {
   Doubles w{2., 3.};
   const Doubles r{0.5, 10.};
   EXPECT_EQ(CombineWeights(static_cast<double*>(nullptr), nullptr, 2), nullptr);
   EXPECT_EQ(CombineWeights(nullptr, r.data(), 2U), r.data());
   EXPECT_EQ(CombineWeights(w.data(), nullptr, 2U), w.data());
-  EXPECT_THAT(w, ElementsAre(2., 3.));
+  EXPECT_EQ(w, (Doubles{2., 3.}));
   EXPECT_EQ(CombineWeights(w.data(), r.data(), 2), w.data());
-  EXPECT_THAT(w, ElementsAre(1., 30.));
-
+  EXPECT_EQ(w, (Doubles{1., 30.}));
+  // An array of case weights that are none takes the others over.
   Doubles none;
   Doubles regWeights = r;
   CombineWeights(none, regWeights);
-  EXPECT_EQ(none, r);
-  EXPECT_THAT(regWeights, IsEmpty());
+  EXPECT_EQ(std::pair(none, regWeights), std::pair(r, Doubles()));
   CombineWeights(none, regWeights);
   EXPECT_EQ(none, r);
-  regWeights = {2., 2., 7.};
-  CombineWeights(none, regWeights);
-  EXPECT_THAT(none, ElementsAre(1., 20.));
 }
 
-TEST(Kernels, CopiesKeepWhatIsPresent) {
-  const Doubles x{1., -1., 2., kNaN, -0.};
-  const Doubles y{4., 5., -1., 6., 7.};
-  const Doubles w{1., 5., 0., -2., 3.};
-  const struct {
-    const char* name;
-    double code;
-    Doubles kept, keptWeights, pairX, pairY;
-  } cases[] = {
-      {"a number", -1., {1., 2., kNaN, -0.}, {1., 0., -2., 3.}, {1., kNaN, -0.}, {4., 6., 7.}},
-      {"zero marks both zeros",
-       0.,
-       {1., -1., 2., kNaN},
-       {1., 5., 0., -2.},
-       {1., -1., 2., kNaN},
-       {4., 5., -1., 6.}},
-      {"NaN marks nothing", kNaN, x, w, x, y},
-  };
-  Doubles outX{9.};
-  Doubles outY(20, 9.);
-  Doubles outW;
-  Doubles outR{9.};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    CopyNonmissing(x.data(), w.data(), nullptr, c.code, 5, outX, outW, outR);
-    EXPECT_EQ(Bits(outX), Bits(c.kept));
-    EXPECT_EQ(outW, c.keptWeights);
-    EXPECT_THAT(outR, IsEmpty());
-    CopyCompletePairs(x.data(), y.data(), nullptr, w.data(), c.code, 5, outX, outY, outW, outR);
-    EXPECT_EQ(Bits(outX), Bits(c.pairX));
-    EXPECT_EQ(outY, c.pairY);
-    EXPECT_THAT(outW, IsEmpty());
-    EXPECT_EQ(outR.size(), outX.size());
-  }
+TEST(Kernels, HaveExactSentinels) {
+  EXPECT_EQ(Bits(minvalue), 0xffefdcf158adbb99U);
+  EXPECT_EQ(Bits(maxvalue), 0x7fefdcf158adbb99U);
 }
 
-TEST(Kernels, GroupSumsAddToWhatIsThere) {
-  const Doubles x{1., 2., 3.};
-  const Doubles w{2., 1., 0.5};
-  const unsigned int groups[] = {0, 1, 0};
-  Doubles sums{100., 200.};
-  Doubles squares{0., 0.};
-  GroupWeightedSumX(x.data(), groups, sums.data(), squares.data(), 3);
-  EXPECT_THAT(sums, ElementsAre(104., 202.));
-  EXPECT_THAT(squares, ElementsAre(10., 4.));
-  GroupWeightedSumX(x.data(), groups, w.data(), sums.data(), squares.data(), 3);
-  EXPECT_THAT(sums, ElementsAre(107.5, 204.));
-  EXPECT_THAT(squares, ElementsAre(16.5, 8.));
-  double total = 1.;
-  WeightByGroup(groups, sums, total, 3);
-  EXPECT_THAT(sums, ElementsAre(109.5, 205.));
-  EXPECT_EQ(total, 4.);
-  WeightByGroup(groups, w.data(), sums, total, 3);
-  EXPECT_THAT(sums, ElementsAre(112., 206.));
-  EXPECT_EQ(total, 7.5);
-}
-
-TEST(Kernels, MeanDiffMultipliesBeforeItDivides) {
-  EXPECT_EQ(Bits(MeanDiff(1., 0., 5., 0.)), Bits(0.));
-  EXPECT_EQ(MeanDiff(1., 2., 5., -2.), 0.);
-  EXPECT_EQ(MeanDiff(1., 1., 5., 3.), 3.);
-  EXPECT_EQ(MeanDiff(0., 1e300, 1e10, 1e300), kInf);
-}
-
-TEST(Kernels, PackedRowsWrapLikeTheirOffsets) {
-  const std::pair<unsigned int, unsigned int> rows[] = {
-      {0, 0}, {1, 1}, {3, 6}, {65535, 2147450880}, {65536, 32768}};
-  for (const auto& [row, offset] : rows) {
-    EXPECT_EQ(MatrixRow(row), offset);
-  }
+TEST(Handles, OwnTheRecordThatTheyAreGiven) {
+  auto* const record = new VarStatData();
+  VarStat variable(record);
+  EXPECT_EQ(variable.Data(), record);
+  auto* const pairRecord = new PairStatData();
+  PairStat pair(pairRecord);
+  EXPECT_EQ(pair.Data(), pairRecord);
+  const VarStat nothing(nullptr);
+  const PairStat nothingEither(nullptr);
 }
 
 TEST(AutoArray, KeepsAShortArrayInside) {

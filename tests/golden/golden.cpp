@@ -70,6 +70,27 @@ Lines WholeTable(const Inputs& inputs) {
                 ForestLines(inputs.table, 1, run));
 }
 
+// What the table's lines are computed from, for programs that compute them otherwise (verify): of
+// each input the number of columns and the missing code, then four arrays for each batch.
+void PrintInputs() {
+  const auto print = [](const char* what, const auto& values) {
+    std::cout << Text({what, {values.begin(), values.end()}}) << '\n';
+  };
+  for (const Input& input : MakeInputs()) {
+    print("input", std::array{static_cast<double>(input.columns), input.missingCode});
+    for (const Cases& cases : input.batches) {
+      std::vector<double> values;
+      for (const auto& row : cases.rows) {
+        values.insert(values.end(), row.begin(), row.end());
+      }
+      print("values", values);
+      print("case weights", cases.weights);
+      print("regression weights", cases.regWeights);
+      print("groups", cases.groups);
+    }
+  }
+}
+
 bool Rewrite(const char* path) {
   std::ofstream file(path);
   for (const Line& line : WholeTable(Inputs())) {
@@ -137,6 +158,10 @@ bool CompareAll(const char* path) {
 }  // namespace velmor::test
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--inputs") == 0) {
+    velmor::test::PrintInputs();
+    return 0;
+  }
   if (argc == 2 && argv[1][0] != '-') {
     return velmor::test::CompareAll(argv[1]) ? 0 : 1;
   }
@@ -148,8 +173,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::cerr
-      << "Usage: golden [--rewrite] TABLE\n"
+      << "Usage: golden [--rewrite] TABLE | --inputs\n"
          "Compares every kind of result with the table's, bit for bit.\n"
+         "  --inputs   prints what the results are computed from\n"
          "  --rewrite  writes the table anew: a change of what all hosts get, to be reviewed\n";
   return 2;
 }
