@@ -2,6 +2,10 @@
 // keep the AVX-512 copy of it for everyone.
 #include "limit.h"
 
+#if (VELMOR_LANES == 4 && !defined(__AVX2__)) || (VELMOR_LANES == 8 && !defined(__AVX512F__))
+#error "vectors of that width are to be compiled with the options of their instruction set"
+#endif
+
 namespace bench {
 namespace {
 
