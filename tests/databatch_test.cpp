@@ -6,54 +6,70 @@
 
 #include <gmock/gmock.h>
 
-#include <span>
-
 namespace velmor::test {
 namespace {
 
 using testing::ElementsAre;
+using Doubles = std::vector<double>;
 
 template <class T>
 std::vector<T> First(const T* values, unsigned int count) {
   return {values, values + count};
 }
 
-// The host's current case.
-struct Host {
-  double weight = 0.;
-  double regWeight = 0.;
-  unsigned int group = 0;
-};
-
 TEST(DataBatch, KeepsEachCaseAsItWasWhenAdded) {
-  Host host;
-  DataBatch batch(2, 3, &host.weight, &host.regWeight, &host.group);
-  const double values[][2] = {{1., -0.}, {kNaN, kInf}, {-99., 5e-324}};
-  for (unsigned int i = 0; i < 3; ++i) {
-    host = {1. + i, 0.5 * i, std::vector<unsigned int>{7, 3, 9}[i]};
-    batch.AddRow(values[i]);
-    EXPECT_EQ(batch.NRows(), i + 1);
-  }
-  host = {};
-  EXPECT_THAT(First(batch.Weights(), 3), ElementsAre(1., 2., 3.));
-  EXPECT_THAT(First(batch.RegWeights(), 3), ElementsAre(0., 0.5, 1.));
-  EXPECT_THAT(First(batch.Groups(), 3), ElementsAre(7, 3, 9));
-  EXPECT_EQ(batch.MaxGroupSeen(), 9U);
-  for (unsigned int column = 0; column < 2; ++column) {
-    for (unsigned int row = 0; row < 3; ++row) {
-      EXPECT_EQ(Bits(batch.Column(column)[row]), Bits(values[row][column]));
-    }
-  }
+  const Cases cases{
+      {{1., -0.}, {kNaN, kInf}, {-99., 5e-324}}, {1., 2., 3.}, {0., .5, 1.}, {7, 3, 9}};
+  CurrentCase current;
+  DataBatch batch(2, 3, &current.weight, &current.regWeight, &current.group);
   EXPECT_EQ(batch.NColumns(), 2U);
   EXPECT_EQ(batch.MaxRows(), 3U);
+  for (int filling = 0; filling < 2; ++filling) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      AddRows(batch, current, cases.Slice(i, i + 1));
+      EXPECT_EQ(batch.NRows(), i + 1);
+      EXPECT_EQ(batch.MaxGroupSeen(), i == 2 ? 9 : 7U);
+    }
+    current = {};
+    EXPECT_EQ(First(batch.Weights(), 3), cases.weights);
+    EXPECT_EQ(First(batch.RegWeights(), 3), cases.regWeights);
+    EXPECT_EQ(First(batch.Groups(), 3), cases.groups);
+    EXPECT_EQ(Bits(First(batch.Column(0), 3)), Bits({1., kNaN, -99.}));
+    EXPECT_EQ(Bits(First(batch.Column(1), 3)), Bits({-0., kInf, 5e-324}));
+    batch.Clear();
+    EXPECT_EQ(batch.NRows(), 0U);
+    EXPECT_EQ(batch.MaxGroupSeen(), 0U);
+  }
+}
+
+// However many rows are added before and after a column's address is asked for: some are put into
+// the columns by the dozen, as long as nobody looks.
+TEST(DataBatch, ShowsRowsThatAreAddedWhileAColumnsAddressIsHeld) {
+  constexpr unsigned int kRows = 300;
+  for (const unsigned int before : {0U, 1U, 7U, 64U, 130U}) {
+    DataBatch batch(2, kRows, nullptr, nullptr, nullptr);
+    const double* column = nullptr;
+    for (unsigned int row = 0; row < kRows; ++row) {
+      column = row == before ? batch.Column(1) : column;
+      const double values[] = {-1., 1. + row};
+      batch.AddRow(values);
+      if (column) {
+        ASSERT_EQ(column[row], 1. + row) << before;
+        ASSERT_EQ(column[0], 1.) << before;
+      }
+    }
+  }
 }
 
 TEST(DataBatch, HasOnlyWhatTheHostGivesAnAddressFor) {
-  Host host;
+  const CurrentCase current;
   for (const unsigned int mask : {0U, 1U, 2U, 4U, 7U}) {
-    DataBatch batch(1, 1, mask & 1U ? &host.weight : nullptr, mask & 2U ? &host.regWeight : nullptr,
-                    mask & 4U ? &host.group : nullptr);
-    batch.AddRow(&host.weight);
+    const auto given = [&](unsigned int bit, const auto& value) {
+      return mask & bit ? &value : nullptr;
+    };
+    DataBatch batch(1, 1, given(1, current.weight), given(2, current.regWeight),
+                    given(4, current.group));
+    batch.AddRow(&current.weight);
     EXPECT_EQ(batch.HasWeights(), (mask & 1U) != 0);
     EXPECT_EQ(batch.Weights() != nullptr, (mask & 1U) != 0);
     EXPECT_EQ(batch.HasRegWeights(), (mask & 2U) != 0);
@@ -62,104 +78,48 @@ TEST(DataBatch, HasOnlyWhatTheHostGivesAnAddressFor) {
   }
 }
 
-TEST(DataBatch, ClearedBatchTakesItsFullCapacityAgain) {
-  Host host;
-  host.group = 4;
-  DataBatch batch(1, 2, nullptr, nullptr, &host.group);
-  const double first[] = {1., 2.};
-  batch.AddRow(&first[0]);
-  batch.AddRow(&first[1]);
-  batch.Clear();
-  EXPECT_EQ(batch.NRows(), 0U);
-  EXPECT_EQ(batch.MaxGroupSeen(), 0U);
-  host.group = 1;
-  batch.AddRow(&first[1]);
-  batch.AddRow(&first[0]);
-  EXPECT_THAT(First(batch.Column(0), 2), ElementsAre(2., 1.));
-  EXPECT_EQ(batch.MaxGroupSeen(), 1U);
-}
-
 TEST(DataBatch, RowSizeCountsWhatACaseTakes) {
   EXPECT_EQ(DataBatch::RowSize(3, true, false, true), 36U);
   EXPECT_EQ(DataBatch::RowSize(1, false, false, false), 8U);
   EXPECT_EQ(DataBatchByGroup::RowSize(3, true, true, false), 40U);
 }
 
-TEST(DataBatchDeathTest, RefusesWhatItCannotHold) {
-  const double value = 0.;
-  DataBatch full(1, 1, nullptr, nullptr, nullptr);
-  full.AddRow(&value);
-  const std::string source = "velmor/databatch.cpp";
-  const Violation violations[] = {
-      {"no columns", [] { DataBatch(0, 1, nullptr, nullptr, nullptr); }, source, "DataBatch",
-       "0 < nColumns"},
-      {"no rows", [] { DataBatch(1, 0, nullptr, nullptr, nullptr); }, source, "DataBatch",
-       "0 < nRows"},
-      {"full", [&] { full.AddRow(&value); }, source, "AddRow", "_nRows < _maxRows"},
-      {"groups beyond any group number",
-       [&] { full.AddColumns(TableView(), 0, 0, {}, DataBatch::kMostGroups + 1); }, source,
-       "AddColumns", "nGroups <= kMostGroups"},
-      {"column", [&] { full.Column(1); }, "tables/velmor/databatch.h", "Column",
-       "colNum < _nColumns"},
-  };
-  for (const Violation& v : violations) {
-    ExpectAbort(v);
-  }
-}
-
-// Adds single-column cases (group, value, weight).
-struct GroupedCase {
-  unsigned int group;
-  double value;
-  double weight;
-};
-
-void Fill(DataBatchByGroup& batch, Host& host, std::span<const GroupedCase> cases) {
-  for (const GroupedCase& c : cases) {
-    host = {c.weight, 0., c.group};
-    for (unsigned int column = 0; column < batch.NColumns(); ++column) {
-      batch.NextRow()[column] = c.value + 1000. * column;
-    }
-    batch.AddRow();
-  }
-}
-
 TEST(DataBatchByGroup, SortsStablyEachTimeItIsFilled) {
-  Host host;
-  DataBatchByGroup batch(2, 6, &host.weight, &host.regWeight, &host.group, 4);
+  CurrentCase current;
+  DataBatchByGroup batch(2, 6, &current.weight, &current.regWeight, &current.group, 4);
   EXPECT_EQ(batch.NGroups(), 4U);
   const struct {
     const char* name;
-    std::vector<GroupedCase> cases;
+    Doubles values;
+    std::vector<unsigned int> groups;
+    Doubles sorted;
     std::vector<unsigned int> counts;
-    std::vector<double> column;
-    std::vector<double> weights;
   } fillings[] = {
-      {"every group but the last",
-       {{2, 10, 1}, {0, 20, 2}, {2, 30, 3}, {1, 40, 4}},
-       {1, 1, 2, 0},
-       {20, 40, 10, 30},
-       {2, 4, 1, 3}},
+      {"every group but the last", {10, 20, 30, 40}, {2, 0, 2, 1}, {20, 40, 10, 30}, {1, 1, 2, 0}},
       {"an empty group between, to capacity",
-       {{3, 1, 6}, {3, 2, 5}, {0, 3, 4}, {3, 4, 3}, {0, 5, 2}, {1, 6, 1}},
-       {2, 1, 0, 3},
+       {1, 2, 3, 4, 5, 6},
+       {3, 3, 0, 3, 0, 1},
        {3, 5, 6, 1, 2, 4},
-       {4, 2, 1, 6, 5, 3}},
-      {"no case", {}, {0, 0, 0, 0}, {}, {}},
+       {2, 1, 0, 3}},
+      {"no case", {}, {}, {}, {0, 0, 0, 0}},
   };
   for (const auto& f : fillings) {
     SCOPED_TRACE(f.name);
     batch.Clear();
-    Fill(batch, host, f.cases);
+    Cases cases{{}, f.values, {}, f.groups};
+    for (const double value : f.values) {
+      cases.rows.push_back({value, 1000. + value});
+    }
+    AddRows(batch, current, cases);
     EXPECT_FALSE(batch.IsSorted());
-    const auto n = batch.NRows();
+    const unsigned int n = batch.NRows();
     for (int repeat = 0; repeat < 2; ++repeat) {
       batch.SortByGroup();
       EXPECT_TRUE(batch.IsSorted());
-      EXPECT_EQ(First(batch.Column(0), n), f.column);
-      EXPECT_EQ(First(batch.Weights(), n), f.weights);
+      EXPECT_EQ(First(batch.Column(0), n), f.sorted);
+      EXPECT_EQ(First(batch.Weights(), n), f.sorted);
       for (unsigned int i = 0; i < n; ++i) {
-        EXPECT_EQ(batch.Column(1)[i], f.column[i] + 1000.);
+        EXPECT_EQ(batch.Column(1)[i], f.sorted[i] + 1000.);
       }
       for (unsigned int group = 0; group < 4; ++group) {
         EXPECT_EQ(batch.groupCount(group), f.counts[group]);
@@ -168,32 +128,17 @@ TEST(DataBatchByGroup, SortsStablyEachTimeItIsFilled) {
   }
 }
 
-TEST(DataBatchByGroup, WithoutWeightsSortsTheValues) {
-  Host host;
-  DataBatchByGroup batch(1, 2, nullptr, nullptr, &host.group, 2);
-  const GroupedCase cases[] = {{1, 10, 0}, {0, 20, 0}};
-  Fill(batch, host, cases);
+TEST(DataBatchByGroup, IsNoLongerSortedOnceColumnsAreAdded) {
+  CurrentCase current;
+  DataBatchByGroup batch(1, 3, nullptr, nullptr, &current.group, 2);
+  AddRows(batch, current, {{{10.}}, {}, {}, {1}});
   batch.SortByGroup();
   EXPECT_FALSE(batch.HasWeights());
   EXPECT_EQ(batch.Weights(), nullptr);
-  EXPECT_THAT(First(batch.Column(0), 2), ElementsAre(20., 10.));
-}
-
-TEST(DataBatchByGroup, IsNoLongerSortedOnceColumnsAreAdded) {
-  Host host{0., 0., 1};
-  DataBatchByGroup batch(1, 3, nullptr, nullptr, &host.group, 2);
-  const GroupedCase first[] = {{1, 10, 0}};
-  Fill(batch, host, first);
-  batch.SortByGroup();
-  const double values[] = {20., 30.};
-  const unsigned int groups[] = {1, 0};
-  TableView table;
-  table.rows = 2;
-  table.values.emplace_back(&values[0]);
-  table.groups.emplace(&groups[0]);
-  batch.AddColumns(table, 0, 0);
+  const CaseTable table({{{20.}, {30.}}, {}, {}, {1, 0}}, 1);
+  batch.AddColumns(table.View(), 0, 0);
   EXPECT_TRUE(batch.IsSorted());
-  batch.AddColumns(table, 0, 2);
+  batch.AddColumns(table.View(), 0, 2);
   EXPECT_FALSE(batch.IsSorted());
   batch.SortByGroup();
   EXPECT_THAT(First(batch.Column(0), 3), ElementsAre(30., 10., 20.));
@@ -202,44 +147,57 @@ TEST(DataBatchByGroup, IsNoLongerSortedOnceColumnsAreAdded) {
 TEST(DataBatchByGroup, WithoutGroupsTakesCasesAllTheSame) {
   DataBatchByGroup batch(1, 2, nullptr, nullptr, nullptr, 2);
   const double value = 1.;
-  *batch.NextRow() = value;
-  batch.AddRow();
-  TableView table;
-  table.rows = 1;
-  table.values.emplace_back(&value);
-  EXPECT_EQ(batch.AddColumns(table, 0, 1), 1U);
+  AddRow(batch, &value);
+  EXPECT_EQ(batch.AddColumns(CaseTable({{{value}}, {}, {}, {}}, 1).View(), 0, 1), 1U);
   EXPECT_EQ(batch.NRows(), 2U);
   EXPECT_FALSE(batch.IsSorted());
 }
 
-TEST(DataBatchByGroupDeathTest, RefusesWhatItCannotSort) {
-  Host host;
-  DataBatchByGroup full(1, 1, nullptr, nullptr, &host.group, 2);
-  *full.NextRow() = 0.;
-  full.AddRow();
-  DataBatchByGroup open(1, 1, nullptr, nullptr, &host.group, 2);
+TEST(BatchDeathTest, RefusesWhatItCannotHold) {
+  const double value = 0.;
+  unsigned int group = 0;
+  DataBatch full(1, 1, nullptr, nullptr, nullptr);
+  full.AddRow(&value);
+  DataBatchByGroup fullByGroup(1, 1, nullptr, nullptr, &group, 2);
+  AddRow(fullByGroup, &value);
+  DataBatchByGroup open(1, 1, nullptr, nullptr, &group, 2);
   DataBatchByGroup ungrouped(1, 1, nullptr, nullptr, nullptr, 2);
-  const std::string source = "velmor/databatchbygroup.cpp";
-  const std::string header = "tables/velmor/databatchbygroup.h";
+  const std::string source = "velmor/databatch.cpp";
+  const std::string header = "tables/velmor/databatch.h";
+  const std::string sourceByGroup = "velmor/databatchbygroup.cpp";
+  const std::string headerByGroup = "tables/velmor/databatchbygroup.h";
+  const auto make = [](unsigned int columns, unsigned int rows) {
+    DataBatch(columns, rows, nullptr, nullptr, nullptr);
+  };
+  const auto makeByGroup = [](unsigned int columns, unsigned int rows) {
+    DataBatchByGroup(columns, rows, nullptr, nullptr, nullptr, 1);
+  };
+  const auto addBeyondGroups = [&] {
+    group = 2;
+    open.AddRow();
+  };
+  const auto addAnyGroups = [&] {
+    full.AddColumns(TableView(), 0, 0, {}, DataBatch::kMostGroups + 1);
+  };
   const Violation violations[] = {
-      {"no columns", [] { DataBatchByGroup(0, 1, nullptr, nullptr, nullptr, 1); }, source,
-       "DataBatchByGroup", "0 < nColumns"},
-      {"no rows", [] { DataBatchByGroup(1, 0, nullptr, nullptr, nullptr, 1); }, source,
-       "DataBatchByGroup", "0 < nRows"},
-      {"full", [&] { full.AddRow(); }, source, "AddRow", "_nRows < _maxRows"},
-      {"no next row", [&] { full.NextRow(); }, source, "NextRow", "_nRows < _maxRows"},
-      {"group number",
-       [&] {
-         host.group = 2;
-         open.AddRow();
-       },
-       source, "AddRow", "tmpGroupVal<_maxGroup"},
-      {"no groups to sort by", [&] { ungrouped.SortByGroup(); }, source, "SortByGroup",
-       "_pGroup!=0"},
-      {"no groups to count", [&] { ungrouped.groupCount(0); }, header, "groupCount",
-       "_pGroup != nullptr"},
-      {"count of no group", [&] { full.groupCount(2); }, header, "groupCount", "group < NGroups()"},
+      {"no columns", [&] { make(0, 1); }, source, "DataBatch", "0 < nColumns"},
+      {"no rows", [&] { make(1, 0); }, source, "DataBatch", "0 < nRows"},
+      {"full", [&] { full.AddRow(&value); }, source, "AddRow", "_nRows < _maxRows"},
+      {"groups", addAnyGroups, source, "AddColumns", "nGroups <= kMostGroups"},
       {"column", [&] { full.Column(1); }, header, "Column", "colNum < _nColumns"},
+
+      {"no columns", [&] { makeByGroup(0, 1); }, sourceByGroup, "DataBatchByGroup", "0 < nColumns"},
+      {"no rows", [&] { makeByGroup(1, 0); }, sourceByGroup, "DataBatchByGroup", "0 < nRows"},
+      {"full", [&] { fullByGroup.AddRow(); }, sourceByGroup, "AddRow", "_nRows < _maxRows"},
+      {"no next row", [&] { fullByGroup.NextRow(); }, sourceByGroup, "NextRow",
+       "_nRows < _maxRows"},
+      {"group", addBeyondGroups, sourceByGroup, "AddRow", "tmpGroupVal<_maxGroup"},
+      {"no groups", [&] { ungrouped.SortByGroup(); }, sourceByGroup, "SortByGroup", "_pGroup!=0"},
+      {"no count", [&] { ungrouped.groupCount(0); }, headerByGroup, "groupCount",
+       "_pGroup != nullptr"},
+      {"count of no group", [&] { fullByGroup.groupCount(2); }, headerByGroup, "groupCount",
+       "group < NGroups()"},
+      {"column", [&] { fullByGroup.Column(1); }, headerByGroup, "Column", "colNum < _nColumns"},
   };
   for (const Violation& v : violations) {
     ExpectAbort(v);

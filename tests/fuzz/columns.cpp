@@ -93,7 +93,8 @@ class Table {
   TableView view;
 
  private:
-  // Adds columns whose values in a row are side by side. Returns the first one's first value.
+  // Adds columns whose values in a row are side by side, sometimes integers beside doubles. Returns
+  // the first one's first value.
   std::byte* AddColumns(Input& input, unsigned int columns) {
     const auto type =
         columns == 1 ? static_cast<ValueType>(input.Below(kColumnTypes)) : ValueType::Double;
@@ -103,14 +104,15 @@ class Table {
     const std::ptrdiff_t width = size * columns;
     const std::ptrdiff_t strides[] = {width, width, -width, width + 8, width + 1, 3 * width, 0};
     const std::ptrdiff_t stride = input.OneOf(strides);
-    const std::ptrdiff_t offset = input.Below(9) % 8;
+    const unsigned int draw = input.Below(9);
+    const std::ptrdiff_t offset = draw % 8;
     const std::ptrdiff_t span = std::abs(stride) * std::max<std::ptrdiff_t>(rows - 1, 0);
     const Memory& memory =
         _memory.emplace_back(input, static_cast<std::size_t>(offset + span + width));
     std::byte* const first = memory.At(offset + (stride < 0 ? span : 0));
     for (unsigned int i = 0; i < columns; ++i) {
       ColumnView& column = view.values.emplace_back();
-      column.type = type;
+      column.type = draw == 8 && i % 2 == 1 ? ValueType::Int64 : type;
       column.stride = stride;
       column.data = first + size * i;
       Overwrite(input, column, first + size * i, input.OneOf({100U, 90U, 50U, 0U}),
