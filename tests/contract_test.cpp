@@ -217,7 +217,11 @@ void Products(Trial& t, bool isDiagonal) {
   }
 }
 
+// With kOwn sums are not wanted, with kOwn2 squares are not.
 void PanelSums(Trial& t) {
+  if (t.Is(kOwn) && t.Is(kOwn2)) {
+    return;
+  }
   const std::vector<unsigned> group(t.rows);
   const std::size_t size = 2 * t.lanes;  // a panel's sums, then its sums of squares
   Array& sums = t.NewResults(2 * t.x.size(), 0.);
@@ -225,11 +229,13 @@ void PanelSums(Trial& t) {
   const double* const weights = t.ByRow(t.weights);
   t.InStrips([&](Rows rows, std::size_t from) {
     t.engine.PanelSums(panels + from * t.lanes, t.panels, t.stride, rows, From(weights, from), size,
-                       sums.At(), sums.At(t.lanes));
+                       t.Is(kOwn) ? nullptr : sums.At(), t.Is(kOwn2) ? nullptr : sums.At(t.lanes));
   });
   for (std::size_t c = 0; c < t.x.size(); ++c) {
-    double* const sum = &sums.Want(t.Place(c, size));
-    GroupWeightedSumX(t.x[c].data(), group.data(), t.weights, sum, sum + t.lanes, t.rows);
+    double both[2] = {};
+    GroupWeightedSumX(t.x[c].data(), group.data(), t.weights, &both[0], &both[1], t.rows);
+    sums.Want(t.Place(c, size)) = t.Is(kOwn) ? 0. : both[0];
+    sums.Want(t.Place(c, size) + t.lanes) = t.Is(kOwn2) ? 0. : both[1];
   }
 }
 
@@ -404,7 +410,7 @@ const struct {
     {"PanelMoments", kListed | kWeighted, [](Trial& t) { Moments(t, true); }},
     {"Products", kAllOwn, [](Trial& t) { Products(t, false); }},
     {"DiagonalProducts", kAllOwn, [](Trial& t) { Products(t, true); }},
-    {"PanelSums", kListed | kWeighted, PanelSums},
+    {"PanelSums", kListed | kWeighted | kOwn | kOwn2, PanelSums},
     {"Presence, MarkEqual, CountBoth, PresentExtremes", 0, Presence},
     {"PairSums, PairMeans, PairProducts", kListed | kOwn | kOwn2 | kOwn3, Pairs},
     {"AddCells", kOwn, [](Trial& t) { MergeCells(t, false); }},

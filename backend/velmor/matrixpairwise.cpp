@@ -16,20 +16,11 @@ struct VarStatsData {
   double _css = 0.;
 };
 
-struct PairStatsData {
-  std::uint64_t _nRows = 0;
-  double _weightSum = 0.;
-  double _regWeightSum = 0.;
-  double _mean0 = 0.;
-  double _mean1 = 0.;
-  double _css0 = 0.;
-  double _css1 = 0.;
-  double _cscp = 0.;
-};
+struct PairStatsData : ordered::PairRecord {};
 
 struct MatrixPairwise::Data {
   static constexpr Kind kKind = Kind::MatrixPairwise;
-  explicit Data(double missingCode) : _work(missingCode) {}
+  explicit Data(double missingCode) : _work{missingCode} {}
   // Offset of row i of a strictly lower triangle, i(i-1)/2.
   static std::size_t MatrixRow(std::size_t i) { return i * (i - 1) / 2; }
   bool IsEmpty() const { return _varStats.empty(); }
@@ -51,7 +42,7 @@ struct MatrixPairwise::Data {
   std::uint64_t _nRows = 0;
   std::vector<VarStatsData> _varStats;
   std::vector<PairStatsData> _xp;  // columns i > j at MatrixRow(i) + j, i being the first variable
-  Scratch _work;
+  MissingValues _work;
   bool _hasRegWeights = false;
 };
 
@@ -67,7 +58,7 @@ void MatrixPairwise::Data::Update(DataBatch& data) {
   const unsigned int nCols = data.NColumns();
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  AddTriangleOfRecords(*this, data, 0, static_cast<int>(nCols));
+  AddRecords(*this, data, 0, static_cast<int>(nCols), ordered::WantedPairs::Triangle());
 }
 
 void MatrixPairwise::Data::Update(const Data& d) {

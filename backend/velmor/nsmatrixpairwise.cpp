@@ -38,12 +38,9 @@ void NSMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  const auto rows = static_cast<std::size_t>(_col1 - _col0);
-  const auto columns = static_cast<std::size_t>(_col2 - _col1);
-  AddRecords(*this, data, _col0, _col2, ordered::WantedPairs::Rectangle(rows),
-             [rows, columns](std::size_t first, std::size_t second) {
-               return first * columns + second - rows;
-             });
+  AddRecords(*this, data, _col0, _col2,
+             ordered::WantedPairs::Rectangle(static_cast<std::size_t>(_col1 - _col0),
+                                             static_cast<std::size_t>(_col2 - _col1)));
   const auto xpi = static_cast<std::int64_t>(_xp.size());
   VELMOR_ASSERT(xpi == (_col1-_col0)*(_col2-_col1));
 }

@@ -41,7 +41,7 @@ void SMatrixPairwise::Data::Update(DataBatch& data) {
   const auto nCols = static_cast<std::size_t>(_col2 - _col0);
   VELMOR_ASSERT(_hasRegWeights == data.HasRegWeights());
   VELMOR_ASSERT(_varStats.size() == nCols);
-  AddTriangleOfRecords(*this, data, _col0, _col2);
+  AddRecords(*this, data, _col0, _col2, ordered::WantedPairs::Triangle());
 }
 
 void SMatrixPairwise::Data::Update(const Data& d) {

@@ -1,8 +1,11 @@
 #pragma once
 
-// The arithmetic of every kernel, written once: each result is one chain of rounded operations in
-// ascending order. <velmor/kernels.h> gives the meanings; it forwards to these, and so do the
-// operations over blocks of columns.
+// The arithmetic of the public kernels, as plain loops: each result is one chain of rounded
+// operations in ascending order. <velmor/kernels.h> gives the meanings and forwards to these.
+//
+// They define what the operations over batches give, to the bit. The kernels of the engine
+// (kernels/contract.h) go through the same chains many at a time, and so state them once more, in
+// vectors: sums and products, a mean with its leading run, the merge of pairs. Tests compare both.
 
 #include <cstddef>
 #include <vector>

@@ -61,7 +61,7 @@ class RunningGroupSums {
       : _engine(engine),
         _groups(groups),
         _columns(columns),
-        _size((columns + engine.panel - 1) / engine.panel * Stride()),
+        _size(PanelsOf(engine, columns) * Stride()),
         _sums(workspace.Take<double>(2 * _size)),
         _rows(workspace, groups.count) {
     std::fill_n(_sums, 2 * _size, 0.);

@@ -24,8 +24,9 @@ void MergeExtremes(const double* minsB, const double* maxsB, std::size_t count, 
   }
 }
 
-void MergePairs(double* const* a, const double* const* b, std::size_t count) {
-  Active().MergePairs(a, b, count);
+void PairMerges::Merge() {
+  Active().MergePairs(_records.data(), _pairs.data(), _count);
+  _count = 0;
 }
 
 void MergeRow(Shifts shifts, double factorA, double factorB, const double* cellsB,

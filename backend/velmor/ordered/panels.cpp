@@ -16,7 +16,7 @@ const Engine& EngineFor(std::size_t columns) {
 Panels::Panels(const Engine& engine, Columns columns, bool hasWeighted, Workspace& workspace)
     : _engine(&engine),
       _columns(columns),
-      _count(static_cast<unsigned>((columns.count + engine.panel - 1) / engine.panel)),
+      _count(static_cast<unsigned>(PanelsOf(engine, columns.count))),
       _values(workspace.Take<double>(_count * Stride())),
       _weighted(hasWeighted ? workspace.Take<double>(_count * Stride()) : _values) {}
 
@@ -41,7 +41,7 @@ std::array<double*, kMaxPanel> Panels::ColumnsAt(unsigned panel, std::size_t row
   const std::size_t first = std::size_t{panel} * _engine->panel;
   std::array<double*, kMaxPanel> columns{};
   for (std::size_t i = 0; i < _engine->panel; ++i) {
-    columns[i] = _columns[std::min(first + i, _columns.count - 1)] + row;
+    columns[i] = _columns[ColumnInPlace(first + i, _columns.count)] + row;
   }
   return columns;
 }
@@ -52,7 +52,7 @@ void AddTriangle(const Engine& engine, std::size_t columns, const double* values
                  const double* weighted, std::size_t rows, double* tiles) {
   const std::size_t lanes = engine.panel;
   const std::size_t stride = kStripRows * lanes;
-  const std::size_t count = (columns + lanes - 1) / lanes;
+  const std::size_t count = PanelsOf(engine, columns);
   const std::size_t resident = kResidentColumns / lanes;
   const auto tile = [=](std::size_t i, std::size_t j) {
     return tiles + TriangleTile(i, j) * lanes * lanes;

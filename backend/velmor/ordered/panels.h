@@ -7,6 +7,7 @@
 #include "ordered/kernels/tuning.h"
 #include "ordered/workspace.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -14,6 +15,16 @@ namespace velmor::ordered {
 
 // The engine for a problem of so many columns: the active one, or its narrower one for few.
 const Engine& EngineFor(std::size_t columns);
+
+// Panels that so many columns fill.
+constexpr std::size_t PanelsOf(const Engine& engine, std::size_t columns) {
+  return (columns + engine.panel - 1) / engine.panel;
+}
+
+// The column in a place of the panels of so many columns: behind the last column, that one again.
+constexpr std::size_t ColumnInPlace(std::size_t place, std::size_t columns) {
+  return std::min(place, columns - 1);
+}
 
 // Columns of a batch, and one strip of their rows in panels. The last panel may have fewer columns
 // than the others.
@@ -40,8 +51,7 @@ class Panels {
   void Pack(std::size_t from, std::size_t rows, const double* means, const double* weights);
 
  private:
-  // The addresses of a row in a panel's columns. The last column stands in for columns that the
-  // panel lacks.
+  // The addresses of a row in a panel's columns.
   std::array<double*, kMaxPanel> ColumnsAt(unsigned panel, std::size_t row) const;
 
   const Engine* _engine;

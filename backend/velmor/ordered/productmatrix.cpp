@@ -13,12 +13,12 @@ namespace velmor::ordered {
 double Moments(Columns x, Cases cases, double* means, double* mins, double* maxs) {
   const Engine& engine = EngineFor(x.count);
   const std::size_t lanes = engine.panel;
-  const std::size_t panels = (x.count + lanes - 1) / lanes;
+  const std::size_t panels = PanelsOf(engine, x.count);
   Workspace workspace;
   auto* const columns = workspace.Take<const double*>(panels * lanes);
   auto* const moments = workspace.Take<double>(panels * kMomentFields * lanes);
   for (std::size_t i = 0; i < panels * lanes; ++i) {
-    columns[i] = x[std::min(i, x.count - 1)];
+    columns[i] = x[ColumnInPlace(i, x.count)];
   }
   double weightSum = 0.;
   engine.ColumnMoments(columns, static_cast<unsigned>(panels), cases.rows, cases.weights, moments,
@@ -42,15 +42,15 @@ double* CenteredProducts(Columns x, const double* means, Cases cases, double* tr
 
 double* ProductsAndSums(Columns x, Cases cases, double* triangle, double* sums) {
   const Engine& engine = EngineFor(x.count);
-  const std::size_t cells = (x.count + engine.panel - 1) / engine.panel * engine.panel;
+  const std::size_t places = PanelsOf(engine, x.count) * engine.panel;
   Workspace workspace;
-  auto* const panelSums = workspace.Take<double>(2 * cells);
-  std::fill_n(panelSums, 2 * cells, 0.);
+  auto* const panelSums = workspace.Take<double>(places);
+  std::fill_n(panelSums, places, 0.);
   double* const lastRow = TriangularProducts(
       x, nullptr, cases, 1, triangle, workspace,
       [&](const Panels& panels, std::size_t from, std::size_t rows) {
         engine.PanelSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr},
-                         From(cases.weights, from), engine.panel, panelSums, panelSums + cells);
+                         From(cases.weights, from), engine.panel, panelSums, nullptr);
       });
   std::copy_n(panelSums, x.count, sums);
   return lastRow;
@@ -64,21 +64,21 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
   Panels first(engine, x, cases.weights != nullptr, workspace);
   Panels second(engine, y, false, workspace);
   const Tiles tiles(workspace, engine.panel, std::size_t{first.Count()} * second.Count());
-  // The columns' sums, which nobody asks for, and their sums of squares.
-  const std::size_t sumsSize = (first.Count() + second.Count()) * lanes;
-  auto* const sums = workspace.Take<double>(2 * sumsSize);
-  std::fill_n(sums, 2 * sumsSize, 0.);
+  const std::size_t places = (first.Count() + second.Count()) * lanes;
+  auto* const firstSquares = workspace.Take<double>(places);
+  double* const secondSquares = firstSquares + first.Count() * lanes;
+  std::fill_n(firstSquares, places, 0.);
   const auto addSquares = [&](const Panels& panels, std::size_t rows, const double* weights,
-                              double* panelSums) {
+                              double* panelSquares) {
     engine.PanelSums(panels.Values(0), panels.Count(), panels.Stride(), {rows, nullptr}, weights,
-                     lanes, panelSums, panelSums + sumsSize);
+                     lanes, nullptr, panelSquares);
   };
   ForEachStrip(cases.rows, [&](std::size_t from, std::size_t rows) {
     const double* const weights = From(cases.weights, from);
     first.Pack(from, rows, means, weights);
-    addSquares(first, rows, weights, sums);
+    addSquares(first, rows, weights, firstSquares);
     second.Pack(from, rows, means + x.count, nullptr);
-    addSquares(second, rows, weights, sums + first.Count() * lanes);
+    addSquares(second, rows, weights, secondSquares);
     for (unsigned j = 0; j < second.Count(); j += engine.tilePanels) {
       const unsigned panelsAtOnce = std::min(engine.tilePanels, second.Count() - j);
       for (unsigned i = 0; i < first.Count(); ++i) {
@@ -87,8 +87,8 @@ double* RectangularProducts(Columns x, Columns y, const double* means, Cases cas
       }
     }
   });
-  std::copy_n(sums + sumsSize, x.count, squares);
-  std::copy_n(sums + sumsSize + first.Count() * lanes, y.count, squares + x.count);
+  std::copy_n(firstSquares, x.count, squares);
+  std::copy_n(secondSquares, y.count, squares + x.count);
   double* row = rectangle;
   for (std::size_t i = 0; i < x.count; ++i, row += y.count) {
     for (std::size_t j = 0; j < y.count; j += lanes) {

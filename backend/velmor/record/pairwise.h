@@ -15,11 +15,9 @@
 #include "record/presentmerge.h"
 #include "record/transfer.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <type_traits>
 #include <vector>
 
 namespace velmor {
@@ -34,14 +32,9 @@ auto& RecordOf(Stored& stored) {
   }
 }
 
-// An accumulator's work area: its missing code. What the vectors hold means nothing to a copy.
-struct Scratch : WorkArea {
-  explicit Scratch(double missingCode) { _missingCode = missingCode; }
-  Scratch(const Scratch& other) : Scratch(other._missingCode) {}
-  Scratch& operator=(const Scratch&) = delete;
-  Scratch(Scratch&&) noexcept = default;
-  Scratch& operator=(Scratch&&) noexcept = default;
-  ~Scratch() = default;
+// What marks missing values, under the names that stand in assertions.
+struct MissingValues {
+  double _missingCode;
 };
 
 // Adds a batch's cases to the totals.
@@ -60,99 +53,28 @@ void AddTotals(Data& my, DataBatch& batch) {
   }
 }
 
-// Whether a record is a count and the seven doubles of PairStatData, each in its place.
+// Adds cases to the count of a pair's record. Returns the record as its merge wants it.
 template <class Record>
-constexpr bool IsPairRecord() {
-  constexpr std::size_t kSize = sizeof(double);
-  return sizeof(Record) == 8 * kSize && offsetof(Record, _nRows) == 0 &&
-         offsetof(Record, _weightSum) == kSize && offsetof(Record, _regWeightSum) == 2 * kSize &&
-         offsetof(Record, _mean0) == 3 * kSize && offsetof(Record, _mean1) == 4 * kSize &&
-         offsetof(Record, _css0) == 5 * kSize && offsetof(Record, _css1) == 6 * kSize &&
-         offsetof(Record, _cscp) == 7 * kSize;
+double* CountPair(Record& record, std::uint64_t rows) {
+  record._nRows += static_cast<decltype(record._nRows)>(rows);
+  return ordered::RoomOf(record);
 }
-
-// Merges pairs into the records of an accumulator, some at a time. What has been added is merged
-// when this ends, at the latest.
-class PairMerges {
- public:
-  PairMerges() = default;
-  PairMerges(const PairMerges&) = delete;
-  PairMerges& operator=(const PairMerges&) = delete;
-  ~PairMerges() { Merge(); }
-
-  // Merges d into the record; nothing if it has no case. d stays where it is until it is merged.
-  template <class Record, class OfOther>
-  void Add(Record& record, const OfOther& d) {
-    static_assert(IsPairRecord<Record>() && IsPairRecord<OfOther>());
-    if (d._nRows == 0) {
-      return;
-    }
-    record._nRows += static_cast<decltype(record._nRows)>(d._nRows);
-    _records[_count] = static_cast<double*>(static_cast<void*>(&record));
-    _others[_count++] = static_cast<const double*>(static_cast<const void*>(&d));
-    if (_count == kAtOnce) {
-      Merge();
-    }
-  }
-  // The same for a pair that the caller does not keep.
-  template <class Record>
-  void AddCopy(Record& record, const ordered::PresentPair& d) {
-    _copies[_count] = d;
-    Add(record, _copies[_count]);
-  }
-
- private:
-  static constexpr std::size_t kAtOnce = 64;
-
-  void Merge() {
-    ordered::MergePairs(_records.data(), _others.data(), _count);
-    _count = 0;
-  }
-
-  std::size_t _count = 0;
-  std::array<double*, kAtOnce> _records{};
-  std::array<const double*, kAtOnce> _others{};
-  std::array<ordered::PresentPair, kAtOnce> _copies{};
-};
-
-// Merges a batch's variables and pairs into an accumulator's records. PlaceOf says where a pair's
-// record is.
-template <class Data, class PlaceOf>
-class RecordSink final : public ordered::PairwiseSink {
- public:
-  RecordSink(Data& my, PlaceOf placeOf) : _my(my), _placeOf(placeOf) {}
-  void Take(std::size_t column, const ordered::PresentVariable& variable) noexcept override {
-    UpdateVariable(RecordOf(_my._varStats[column]), variable);
-  }
-  void Take(std::size_t first, std::size_t second,
-            const ordered::PresentPair& pair) noexcept override {
-    _merges.AddCopy(RecordOf(_my._xp[_placeOf(first, second)]), pair);
-  }
-
- private:
-  Data& _my;
-  PlaceOf _placeOf;
-  PairMerges _merges;
-};
 
 // Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs
-// that are wanted. When memory runs out, nothing is accumulated.
-template <class Data, class PlaceOf>
-void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::WantedPairs wanted,
-                PlaceOf placeOf) {
-  RecordSink<Data, PlaceOf> sink(my, placeOf);
+// that are wanted, whose records are in the places that these say. When memory runs out, nothing is
+// accumulated.
+template <class Data>
+void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::WantedPairs wanted) {
   ordered::AccumulatePairwise({BatchColumns(batch, from, to), batch.NRows(), batch.Weights(),
                                batch.RegWeights(), my._work._missingCode},
-                              wanted, sink);
+                              wanted,
+                              {[&my](std::size_t column, const ordered::PresentVariable& variable) {
+                                 UpdateVariable(RecordOf(my._varStats[column]), variable);
+                               },
+                               [&my](std::size_t place, std::uint64_t rows) {
+                                 return CountPair(RecordOf(my._xp[place]), rows);
+                               }});
   AddTotals(my, batch);
-}
-
-// The same for all pairs of different columns, as a strictly lower triangle row by row.
-template <class Data>
-void AddTriangleOfRecords(Data& my, DataBatch& batch, int from, int to) {
-  AddRecords(
-      my, batch, from, to, ordered::WantedPairs::Triangle(),
-      [](std::size_t first, std::size_t second) { return first * (first - 1) / 2 + second; });
 }
 
 // Merges d's records into my own. Returns the number of pairs.
@@ -161,9 +83,13 @@ std::size_t MergeRecords(Data& my, const Data& d) {
   for (std::size_t i = 0; i < my._varStats.size(); ++i) {
     UpdateVariable(RecordOf(my._varStats[i]), RecordOf(d._varStats[i]));
   }
-  PairMerges merges;
+  ordered::PairMerges merges;
   for (std::size_t i = 0; i < my._xp.size(); ++i) {
-    merges.Add(RecordOf(my._xp[i]), RecordOf(d._xp[i]));
+    const auto& pair = RecordOf(d._xp[i]);
+    if (pair._nRows != 0) {
+      merges.Add(CountPair(RecordOf(my._xp[i]), static_cast<std::uint64_t>(pair._nRows)),
+                 ordered::RoomOf(pair));
+    }
   }
   return my._xp.size();
 }
@@ -215,7 +141,7 @@ void TransferRecords(Data& my, const Shape& shape, State& state) {
 // What a block keeps. The blocks' records add the walk over their pairs.
 struct PairwiseBlock {
   PairwiseBlock(double missingCode, int col0, int col1, int col2)
-      : _work(missingCode), _col0{col0}, _col1{col1}, _col2{col2} {}
+      : _work{missingCode}, _col0{col0}, _col1{col1}, _col2{col2} {}
   // Deep copies.
   PairwiseBlock(const PairwiseBlock& d);
   PairwiseBlock& operator=(const PairwiseBlock&) = delete;  // a copy is built aside and moved in
@@ -236,7 +162,7 @@ struct PairwiseBlock {
   unsigned int _nRows = 0;
   std::vector<std::unique_ptr<VarStat>> _varStats;  // entry k belongs to column _col0 + k
   std::vector<std::unique_ptr<PairStat>> _xp;
-  Scratch _work;
+  MissingValues _work;
   bool _hasRegWeights = false;
   Bound _col0;
   Bound _col1;

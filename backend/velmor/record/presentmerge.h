@@ -1,8 +1,11 @@
 #pragma once
 
-// The merge of statistics over present cases, for every kind of record that keeps them: the public
-// VarStatData and PairStatData, the whole matrix's own, and a batch's. Records differ in the width
-// of their count and in whether they keep extremes; their members have the same names.
+// The merge of statistics over present cases: of a variable, for every kind of record that keeps
+// one, and what PairStatData::Update needs for a pair. Records differ in the width of their count
+// and in whether they keep extremes; their members have the same names.
+//
+// Accumulators merge their pairs many at a time, by the same operations in vectors
+// (ordered::PairMerges).
 
 #include "ordered/chains.h"
 

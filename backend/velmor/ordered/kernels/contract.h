@@ -160,6 +160,7 @@ struct Engine {
   // sums.h. With t = value * weights[row], adds t to sums and t * value to squares for each lane of
   // adjacent panels, whose sums are `sumsStride` apart.
   //   weights   by row of the panel; null: 1 each
+  //   sums, squares  null when not wanted, one of them
   void (*PanelSums)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                     const double* weights, std::size_t sumsStride, double* sums, double* squares);
 

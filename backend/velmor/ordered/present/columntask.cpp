@@ -46,31 +46,31 @@ void ColumnTask::Multiply(Strip strip, double* sums, double* /*scratch*/) const 
                               sums);
 }
 
-void ColumnTask::HandOver(double* sums, PairwiseSink& sink) const {
+void ColumnTask::HandOver(double* sums, Results& results) const {
   const std::size_t from = _firstPanel * Lanes();
   const std::size_t to = std::min(from + _panels * Lanes(), _set->columns.size());
   for (std::size_t place = from; place < to; ++place) {
     const double* const fields =
         sums + (place - from) / Lanes() * FieldsSize() + (place - from) % Lanes();
     if (_column == kNoColumn) {
-      HandOverVariable(fields, _set->columns[place], sink);
+      HandOverVariable(fields, _set->columns[place], results);
     } else {
-      HandOverPair(fields, _set->columns[place], sink);
+      HandOverPair(fields, _set->columns[place], results);
     }
   }
 }
 
 void ColumnTask::HandOverVariable(const double* fields, std::uint32_t column,
-                                  PairwiseSink& sink) const {
+                                  Results& results) const {
   const CommonCases common{_batch->patterns.Present(column), fields[kPairWeightSum * Lanes()],
                            fields[kPairCaseWeightSum * Lanes()]};
   const Extremes extremes = _batch->ExtremesOf(column);
-  sink.Take(column,
-            {common.rows, _batch->WeightSum(common), common.weightSum, fields[kPairMean1 * Lanes()],
-             fields[kPairSquares1 * Lanes()], extremes.min, extremes.max});
+  results.Merge(column, {common.rows, _batch->WeightSum(common), common.weightSum,
+                         fields[kPairMean1 * Lanes()], fields[kPairSquares1 * Lanes()],
+                         extremes.min, extremes.max});
 }
 
-void ColumnTask::HandOverPair(const double* fields, std::uint32_t other, PairwiseSink& sink) const {
+void ColumnTask::HandOverPair(const double* fields, std::uint32_t other, Results& results) const {
   if (!(_isFirst ? _batch->wanted.IsPair(_column, other) : _batch->wanted.IsPair(other, _column))) {
     return;
   }
@@ -89,11 +89,11 @@ void ColumnTask::HandOverPair(const double* fields, std::uint32_t other, Pairwis
   const double products = fields[kPairProducts * Lanes()];
   const double weightSum = _batch->WeightSum(common);
   if (_isFirst) {
-    sink.Take(
+    results.Merge(
         _column, other,
         {common.rows, weightSum, common.weightSum, mean0, mean1, squares0, squares1, products});
   } else {
-    sink.Take(
+    results.Merge(
         other, _column,
         {common.rows, weightSum, common.weightSum, mean1, mean0, squares1, squares0, products});
   }

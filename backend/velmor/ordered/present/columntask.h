@@ -4,6 +4,7 @@
 // column set. A lane is a pair and selects its rows.
 
 #include "ordered/present/packedbatch.h"
+#include "ordered/present/results.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -35,15 +36,15 @@ class ColumnTask {
   void Sum(Strip strip, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
   void Multiply(Strip strip, double* sums, double* scratch) const;
-  void HandOver(double* sums, PairwiseSink& sink) const;
+  void HandOver(double* sums, Results& results) const;
 
  private:
   std::size_t Lanes() const { return _batch->engine.panel; }
   std::size_t FieldsSize() const { return kPairFields * Lanes(); }
   const double* Panels() const { return _batch->Panel(_set->firstPanel + _firstPanel); }
   PairVariable Variable(Strip strip, RowList& list) const;
-  void HandOverVariable(const double* fields, std::uint32_t column, PairwiseSink& sink) const;
-  void HandOverPair(const double* fields, std::uint32_t other, PairwiseSink& sink) const;
+  void HandOverVariable(const double* fields, std::uint32_t column, Results& results) const;
+  void HandOverPair(const double* fields, std::uint32_t other, Results& results) const;
 
   const PackedBatch* _batch;
   const ColumnSet* _set;

@@ -1,6 +1,8 @@
 // packedbatch.cpp: a batch's columns in panels, pattern by pattern; start at PackedBatch.
 #include "ordered/present/packedbatch.h"
 
+#include "ordered/panels.h"
+
 #include <algorithm>
 #include <array>
 
@@ -19,7 +21,7 @@ PackedBatch::PackedBatch(const Engine& e, const PairwiseCases& c, WantedPairs w,
     for (const ColumnSet& set : sets) {
       for (std::size_t i = 0; i < std::size_t{set.panels} * e.panel; ++i) {
         columns[std::size_t{set.firstPanel} * e.panel + i] =
-            c.columns[set.columns[std::min(i, set.columns.size() - 1)]];
+            c.columns[set.columns[ColumnInPlace(i, set.columns.size())]];
       }
     }
   }

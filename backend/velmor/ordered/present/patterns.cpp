@@ -1,6 +1,8 @@
 // patterns.cpp: presence as bits, and patterns of it; start at Patterns.
 #include "ordered/present/patterns.h"
 
+#include "ordered/panels.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -53,7 +55,7 @@ Rows RowsOfBoth(const std::uint64_t* a, const std::uint64_t* b, std::size_t rows
 
 Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, WantedPairs wanted,
                    Workspace& workspace)
-    : _lanes(engine.panel),
+    : _engine(engine),
       _rows(cases.rows),
       _wanted(wanted),
       _words((cases.rows + kStripRows - 1) / kStripRows * (kStripRows / 64)),
@@ -115,7 +117,7 @@ bool Patterns::IsBefore(std::uint32_t a, std::uint32_t b) const {
 }
 
 void Patterns::AddSet(std::span<const std::uint32_t> columns) {
-  const auto panels = static_cast<unsigned>((columns.size() + _lanes - 1) / _lanes);
+  const auto panels = static_cast<unsigned>(PanelsOf(_engine, columns.size()));
   _sets[_all++] = {columns, _panels, panels, _present[columns[0]] == _rows};
   _panels += panels;
 }

@@ -50,7 +50,7 @@ class Patterns {
   bool IsBefore(std::uint32_t a, std::uint32_t b) const;
   void AddSet(std::span<const std::uint32_t> columns);
 
-  unsigned _lanes;
+  const Engine& _engine;
   std::size_t _rows;
   WantedPairs _wanted;
   std::size_t _words;

@@ -26,7 +26,6 @@ PatternSums PatternTask::SumsAt(double* first) const {
   };
   return {.moments = cut(_places * kMomentFields),
           .means = cut(_places),
-          .sums = cut(_places),
           .squares = cut(_places),
           .triangle = cut(_triangle * TileSize()),
           .aFirst = cut(_rectangle * TileSize()),
@@ -117,7 +116,7 @@ void PatternTask::Multiply(Strip strip, double* first, double* scratch) const {
     return;
   }
   engine.PanelSums(values, static_cast<unsigned>(Panels()), stride, {some.count, nullptr},
-                   weights.data(), Lanes(), sums.sums.data(), sums.squares.data());
+                   weights.data(), Lanes(), nullptr, sums.squares.data());
   if (!IsOnePattern()) {
     MultiplyPatterns(some.count, values, weighted, sums);
   }
@@ -161,37 +160,37 @@ bool PatternTask::HasPairs(std::size_t i, std::size_t j, bool isAFirst) const {
                   : _batch->wanted.IsPair(highestB, lowestA);
 }
 
-void PatternTask::HandOver(double* first, PairwiseSink& sink) const {
+void PatternTask::HandOver(double* first, Results& results) const {
   if (_common.rows == 0) {
     return;
   }
   const PatternSums sums = SumsAt(first);
   if (_hasVariables) {
-    HandOverVariables(*_a, sums, sink);
+    HandOverVariables(*_a, sums, results);
     if (!IsOnePattern()) {
-      HandOverVariables(*_b, sums, sink);
+      HandOverVariables(*_b, sums, results);
     }
   }
   for (std::size_t a = 0; a < _a->columns.size(); ++a) {
     for (std::size_t b = 0; b < (IsOnePattern() ? a : _b->columns.size()); ++b) {
-      HandOverPair(a, b, sums, sink);
+      HandOverPair(a, b, sums, results);
     }
   }
 }
 
 void PatternTask::HandOverVariables(const ColumnSet& set, const PatternSums& sums,
-                                    PairwiseSink& sink) const {
+                                    Results& results) const {
   for (std::size_t i = 0; i < set.columns.size(); ++i) {
     const std::size_t place = PlaceOf(set, i);
     const double* const moments = MomentsOf(sums, place);
-    sink.Take(set.columns[i],
-              {_common.rows, _batch->WeightSum(_common), _common.weightSum, sums.means[place],
-               SquaresOf(sums, place), moments[kMin * Lanes()], moments[kMax * Lanes()]});
+    results.Merge(set.columns[i],
+                  {_common.rows, _batch->WeightSum(_common), _common.weightSum, sums.means[place],
+                   SquaresOf(sums, place), moments[kMin * Lanes()], moments[kMax * Lanes()]});
   }
 }
 
 void PatternTask::HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums,
-                               PairwiseSink& sink) const {
+                               Results& results) const {
   const bool isAFirst = _batch->wanted.IsPair(_a->columns[a], _b->columns[b]);
   if (!isAFirst && !_batch->wanted.IsPair(_b->columns[b], _a->columns[a])) {
     return;
@@ -209,10 +208,10 @@ void PatternTask::HandOverPair(std::size_t a, std::size_t b, const PatternSums& 
     std::swap(first, second);
     std::swap(place0, place1);
   }
-  sink.Take(first, second,
-            {_common.rows, _batch->WeightSum(_common), _common.weightSum, sums.means[place0],
-             sums.means[place1], SquaresOf(sums, place0), SquaresOf(sums, place1),
-             tile[a % Lanes() * Lanes() + b % Lanes()]});
+  results.Merge(first, second,
+                {_common.rows, _batch->WeightSum(_common), _common.weightSum, sums.means[place0],
+                 sums.means[place1], SquaresOf(sums, place0), SquaresOf(sums, place1),
+                 tile[a % Lanes() * Lanes() + b % Lanes()]});
 }
 
 // Two columns of one pattern may be of two ranges: then they are of two sets, whose pairs have the

@@ -4,6 +4,7 @@
 // they are like a matrix block without missing values.
 
 #include "ordered/present/packedbatch.h"
+#include "ordered/present/results.h"
 
 #include <cstddef>
 #include <span>
@@ -15,7 +16,6 @@ namespace velmor::ordered {
 struct PatternSums {
   std::span<double> moments;   // kMomentFields fields of each panel
   std::span<double> means;     // of each place
-  std::span<double> sums;      // likewise, of the centred values: nobody asks for them
   std::span<double> squares;   // likewise
   std::span<double> triangle;  // of one pattern: tiles of all pairs of panels
   // Of two patterns: the tile of panel i of a and j of b at i * b's panels + j; where a's columns
@@ -32,7 +32,7 @@ class PatternTask {
 
   // Doubles of running sums, all zero at first, which each step is given.
   std::size_t Size() const {
-    return _places * (kMomentFields + 3) + (_triangle + 2 * _rectangle) * TileSize();
+    return _places * (kMomentFields + 2) + (_triangle + 2 * _rectangle) * TileSize();
   }
   // Whether Sum reads panels. A complete pattern's sums are taken from the columns.
   bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
@@ -42,7 +42,7 @@ class PatternTask {
   void Sum(Strip strip, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
   void Multiply(Strip strip, double* sums, double* scratch) const;
-  void HandOver(double* sums, PairwiseSink& sink) const;
+  void HandOver(double* sums, Results& results) const;
 
  private:
   bool IsOnePattern() const { return _a == _b; }
@@ -71,9 +71,8 @@ class PatternTask {
   void MultiplyRow(std::size_t i, bool isAFirst, std::size_t rows, const double* aPanel,
                    const double* bPanels, std::span<double> tiles) const;
   bool HasPairs(std::size_t i, std::size_t j, bool isAFirst) const;
-  void HandOverVariables(const ColumnSet& set, const PatternSums& sums, PairwiseSink& sink) const;
-  void HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums,
-                    PairwiseSink& sink) const;
+  void HandOverVariables(const ColumnSet& set, const PatternSums& sums, Results& results) const;
+  void HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums, Results& results) const;
 
   const PackedBatch* _batch;
   const ColumnSet* _a;

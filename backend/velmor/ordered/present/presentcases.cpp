@@ -13,6 +13,8 @@
 #include "ordered/present/columntask.h"
 #include "ordered/present/packedbatch.h"
 #include "ordered/present/patterntask.h"
+#include "ordered/present/results.h"
+#include "ordered/tiles.h"
 #include "ordered/workspace.h"
 
 #include <algorithm>
@@ -32,10 +34,10 @@ class Runner {
             workspace.Take<double>(2 * std::size_t{batch.patterns.Panels()} * batch.Stride())) {}
 
   template <class Task>
-  void Run(std::span<Task> tasks, PairwiseSink& sink) {
+  void Run(std::span<Task> tasks, Results& results) {
     while (!tasks.empty()) {
       const std::size_t count = CountAtOnce(tasks);
-      RunAtOnce(tasks.first(count), sink);
+      RunAtOnce(tasks.first(count), results);
       tasks = tasks.subspan(count);
     }
   }
@@ -65,7 +67,7 @@ class Runner {
   }
 
   template <class Task>
-  void RunAtOnce(std::span<Task> tasks, PairwiseSink& sink) {
+  void RunAtOnce(std::span<Task> tasks, Results& results) {
     const auto forEach = [&](auto visit) {
       double* sums = _sums;
       for (Task& task : tasks) {
@@ -74,20 +76,20 @@ class Runner {
       }
     };
     const auto pass = [&](auto step, bool needsPanels) {
-      for (std::size_t from = 0; from < _batch.cases.rows; from += kStripRows) {
-        const Strip strip{from, std::min(kStripRows, _batch.cases.rows - from)};
+      ForEachStrip(_batch.cases.rows, [&](std::size_t from, std::size_t rows) {
+        const Strip strip{from, rows};
         if (needsPanels) {
           _batch.Pack(strip);
         }
         forEach([&](Task& task, double* sums) { (task.*step)(strip, sums, _scratch); });
-      }
+      });
     };
     forEach([](Task& task, double* sums) { std::fill_n(sums, task.Size(), 0.); });
     pass(&Task::Sum, std::any_of(tasks.begin(), tasks.end(),
                                  [](const Task& task) { return task.SumsPanels(); }));
     forEach([](Task& task, double* sums) { task.FinishMeans(sums); });
     pass(&Task::Multiply, true);
-    forEach([&](Task& task, double* sums) { task.HandOver(sums, sink); });
+    forEach([&](Task& task, double* sums) { task.HandOver(sums, results); });
   }
 
   const PackedBatch& _batch;
@@ -97,14 +99,16 @@ class Runner {
 
 }  // namespace
 
-void AccumulatePairwise(const PairwiseCases& cases, WantedPairs wanted, PairwiseSink& sink) {
+void AccumulatePairwise(const PairwiseCases& cases, WantedPairs wanted,
+                        const PairwiseRecords& records) {
   Workspace workspace;
   const PackedBatch batch(EngineFor(cases.columns.count), cases, wanted, workspace);
   const std::span<PatternTask> patternTasks = PatternTasks(batch, workspace);
   const std::span<ColumnTask> columnTasks = ColumnTasks(batch, workspace);
   Runner runner(batch, patternTasks, columnTasks, workspace);
-  runner.Run(patternTasks, sink);
-  runner.Run(columnTasks, sink);
+  Results results(wanted, records);
+  runner.Run(patternTasks, results);
+  runner.Run(columnTasks, results);
 }
 
 }  // namespace velmor::ordered

@@ -8,10 +8,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 namespace velmor::ordered {
 
-// What VarStatData and PairStatData hold of one batch, with their members' names.
+// What VarStatData holds of one batch, with its members' names.
 struct PresentVariable {
   std::uint64_t _nRows;
   double _weightSum;
@@ -20,17 +21,6 @@ struct PresentVariable {
   double _css;
   double _min;
   double _max;
-};
-
-struct PresentPair {
-  std::uint64_t _nRows;
-  double _weightSum;
-  double _regWeightSum;
-  double _mean0;
-  double _mean1;
-  double _css0;
-  double _css1;
-  double _cscp;
 };
 
 struct PairwiseCases {
@@ -45,27 +35,38 @@ struct PairwiseCases {
 // two ranges, one column of each, that of the first range is.
 struct WantedPairs {
   bool isRectangle = false;
-  std::size_t firstRange = 0;  // columns of the first range, of two
+  std::size_t firstRange = 0;   // columns of the first range, of two
+  std::size_t secondRange = 0;  // of the second
 
   static WantedPairs Triangle() { return {}; }
-  static WantedPairs Rectangle(std::size_t firstRange) { return {true, firstRange}; }
+  static WantedPairs Rectangle(std::size_t firstRange, std::size_t secondRange) {
+    return {true, firstRange, secondRange};
+  }
 
   // Whether the pair's first variable is the column and its second one the other.
   bool IsPair(std::size_t column, std::size_t other) const {
     return isRectangle ? column < firstRange && other >= firstRange : column > other;
   }
+  // Where a pair stands among all, row by row: those of a first variable in the order of the
+  // second.
+  std::size_t PlaceOf(std::size_t first, std::size_t second) const {
+    return isRectangle ? first * secondRange + second - firstRange
+                       : first * (first - 1) / 2 + second;
+  }
 };
 
-// Takes the results, in any order. Of variables and pairs without a case there are none.
-class PairwiseSink {
- public:
-  virtual ~PairwiseSink() = default;
-  virtual void Take(std::size_t column, const PresentVariable& variable) noexcept = 0;
-  virtual void Take(std::size_t first, std::size_t second, const PresentPair& pair) noexcept = 0;
+// The caller's records, into which the results are merged. Neither function throws.
+struct PairwiseRecords {
+  // Merges a variable into the record of its column.
+  std::function<void(std::size_t column, const PresentVariable& variable)> mergeVariable;
+  // Adds cases to the count of the pair in a place, and returns its record for PairMerges.
+  std::function<double*(std::size_t place, std::uint64_t rows)> countPair;
 };
 
-// Uses the thread's workspace; throws std::bad_alloc before the first result or not at all.
-// O(columns^2 * rows).
-void AccumulatePairwise(const PairwiseCases& cases, WantedPairs wanted, PairwiseSink& sink);
+// Merges the cases into the records of all variables and wanted pairs that have some. Uses the
+// thread's workspace; throws std::bad_alloc before the first merge or not at all.
+// O(rows * (columns + pairs)).
+void AccumulatePairwise(const PairwiseCases& cases, WantedPairs wanted,
+                        const PairwiseRecords& records);
 
 }  // namespace velmor::ordered
