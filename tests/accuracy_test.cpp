@@ -2,7 +2,7 @@
 // docs/accuracy.md explains it and has the table. Where they are: ACCURACY_DATA, ACCURACY_DOCUMENT.
 #include <velmor/velmor.h>
 
-#include "program.h"
+#include "files.h"
 #include "proof.h"
 
 #include <gtest/gtest.h>

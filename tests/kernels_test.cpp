@@ -195,6 +195,61 @@ TEST(Kernels, HaveExactSentinels) {
   EXPECT_EQ(Bits(maxvalue), 0x7fefdcf158adbb99U);
 }
 
+// A record of chance batches of these two values in turn, merged in a chance order, also by way of
+// records that have no case yet.
+VarStatData MergedAtRandom(std::mt19937& random, const Doubles& values, double weight) {
+  WorkArea area;
+  std::vector<VarStatData> records(1 + random() % 60);
+  const bool isWeighted = random() % 2 == 0;
+  std::uniform_real_distribution<double> exponent(-10., 10.);
+  for (VarStatData& record : records) {
+    const Doubles weights(2, isWeighted ? weight * std::exp2(exponent(random)) : weight);
+    VarStatData batch;
+    batch.Init(values.data(), weights.data(), nullptr, area, 2);
+    record.Update(batch);
+  }
+  while (records.size() > 1) {
+    const std::size_t at = random() % (records.size() - 1);
+    VarStatData other;
+    other.Update(records[at + 1]);
+    records[at].Update(random() % 8 == 0 ? other : records[at + 1]);
+    records.erase(records.begin() + static_cast<std::ptrdiff_t>(at) + 1);
+  }
+  return records[0];
+}
+
+TEST(Varies, TellsASpreadFromWhatMergesLeaveOfEqualValues) {
+  const struct {
+    double x, y, weight;
+  } cases[] = {{0., 0., 1.},
+               {.1, .1, 1.},
+               {-1. / 3., -1. / 3., .3},
+               {1e15 + .3, 1e15 + .3, 1e12},
+               {1e100, 1e100, 1e100},
+               {1e150, 1e150, 1.},  // squares that overflow
+               {1e-120, 1e-120, 1e-12},
+               {3e-323, 3e-323, 1.},
+               {0., 1e-120, 1.},
+               {1e-120, 1.000001e-120, 1e12},
+               {-1e-120, 1e-120, 1e-12},
+               {.1, .1 + 1e-12, .3},
+               {1e15, 1e15 + 1000., 1.},
+               {1e100, 1.00001e100, 1e100},
+               {0., 1e-309, 1e302}};
+  std::mt19937 random(1);
+  for (const auto& c : cases) {
+    bool hasSquares = c.x == 0. || std::abs(c.x) < 1e-200;
+    for (int i = 0; i < 100; ++i) {
+      const VarStatData record = MergedAtRandom(random, {c.x, c.y}, c.weight);
+      ASSERT_EQ(Varies(record._css, record._mean, record._regWeightSum), c.x != c.y)
+          << c.x << " and " << c.y << ", " << record._css;
+      hasSquares = hasSquares || record._css > 0.;
+    }
+    EXPECT_TRUE(hasSquares) << c.x;
+  }
+  EXPECT_FALSE(Varies(kNaN, 1., 1.) || Varies(1., kNaN, 1.));
+}
+
 TEST(Handles, OwnTheRecordThatTheyAreGiven) {
   auto* const record = new VarStatData();
   VarStat variable(record);

@@ -19,7 +19,8 @@
 //   !~ text     the same with this text among others, once
 //   ? text      it refuses its arguments: a status above 1, no output, this text on standard error
 //
-// In texts \n, \r, \t, \\ and \x41 are what they are in C++, but \x has two digits.
+// In texts, but not in commands, \n, \r, \t, \\ and \x41 are what they are in C++, but \x has two
+// digits.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,10 +32,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <string>
 
+#include "files.h"
 #include "proof.h"
 
 // A directory of its own for the files of a test, with the current directory in it. Commands find
@@ -62,22 +63,13 @@ class InDirectory : public testing::Test {
   std::filesystem::path _directory;
 };
 
-inline void Write(const std::string& name, const std::string& text) {
-  std::ofstream(name, std::ios::binary) << text;
-}
-
-inline std::string Contents(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 struct Outcome {
   int status = 0;  // 128 and the signal's number for a program that a signal ended
   std::string out;
   std::string error;
 };
 
-inline Outcome Run(const std::string& command) {
+inline Outcome Shell(const std::string& command) {
   // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): a shell to redirect; there is one thread
   const int status = std::system(("{ " + command + "\n} >.out 2>.error").c_str());
   return {WEXITSTATUS(status), Contents(".out"), Contents(".error")};
@@ -92,8 +84,8 @@ class Session {
   // The test's own commands: what they print, given their arguments.
   using Commands = std::map<std::string, std::function<std::string(const std::string&)>>;
 
-  // Runs all sessions in a file.
-  static void RunAll(const std::string& file, const Commands& commands = {}) {
+  // Runs all sessions in a file. Returns how many commands there were.
+  static int RunAll(const std::string& file, const Commands& commands = {}) {
     Session session(commands);
     std::ifstream lines(file);
     int number = 0;
@@ -104,6 +96,7 @@ class Session {
     session.EndCommand();
     EXPECT_FALSE(session._name.empty()) << "no session in " << file;
     CountBadInput(session._failures);
+    return session._commandCount;
   }
 
  private:
@@ -111,7 +104,8 @@ class Session {
 
   void Take(const std::string& line) {
     const std::string mark = line.substr(0, line.find(' '));
-    const std::string text = Unescaped(line.substr(std::min(mark.size() + 1, line.size())));
+    const std::string raw = line.substr(std::min(mark.size() + 1, line.size()));
+    const std::string text = mark == "$" ? raw : Unescaped(raw);
     if (mark.starts_with('[')) {
       EndCommand();
       _name = line;
@@ -119,8 +113,8 @@ class Session {
       std::filesystem::create_directory(std::to_string(++_sessions));
       std::filesystem::current_path(std::to_string(_sessions));
     } else if (mark == "<") {
-      const std::size_t end = text.find(' ');
-      Write(text.substr(0, end), text.substr(end + 1));
+      const std::size_t end = std::min(text.find(' '), text.size());
+      Write(text.substr(0, end), text.substr(std::min(end + 1, text.size())));
     } else if (mark == "$") {
       EndCommand();
       RunCommand(text);
@@ -132,10 +126,10 @@ class Session {
   void RunCommand(const std::string& text) {
     const auto own = _commands.find(text.substr(0, text.find(' ')));
     _outBefore = _outcome.out;
-    _outcome = own == _commands.end()
-                   ? Run(text)
-                   : Outcome{0, own->second(text.substr(own->first.size() + 1)), ""};
+    _outcome = own == _commands.end() ? Shell(text)
+                                      : Outcome{0, own->second(text.substr(own->first.size())), ""};
     _command = text;
+    ++_commandCount;
     _lines.clear();
     _isFailure = false;
   }
@@ -193,6 +187,7 @@ class Session {
   std::string _name;
   int _sessions = 0;
   std::string _command;
+  int _commandCount = 0;
   Outcome _outcome;
   std::string _outBefore;
   std::string _lines;  // that standard output should consist of, if there are any
