@@ -1,8 +1,8 @@
 #pragma once
 
 // What the pairwise accumulators share: the totals, which count a case whatever it lacks, and the
-// passes over a batch's columns and pairs and over two accumulators' records. Data
-// stands for an accumulator's record; its members have the same names in all of them.
+// passes over a batch's columns and pairs and over two accumulators' records. Data stands for an
+// accumulator's record, whose members have the same names in all three accumulators.
 
 #include <velmor/databatch.h>
 #include <velmor/kernels.h>
@@ -60,9 +60,9 @@ double* CountPair(Record& record, std::uint64_t rows) {
   return ordered::RoomOf(record);
 }
 
-// Accumulates the columns [from, to) of a batch: each one's present cases, and those of the pairs
-// that are wanted, whose records are in the places that these say. When memory runs out, nothing is
-// accumulated.
+// Accumulates the columns [from, to) of a batch: the present cases of each column and of each
+// wanted pair, whose record is entry WantedPairs::PlaceOf of my._xp. When memory runs out, nothing
+// is accumulated.
 template <class Data>
 void AddRecords(Data& my, DataBatch& batch, int from, int to, ordered::WantedPairs wanted) {
   ordered::AccumulatePairwise({BatchColumns(batch, from, to), batch.NRows(), batch.Weights(),
@@ -138,7 +138,7 @@ void TransferRecords(Data& my, const Shape& shape, State& state) {
   }
 }
 
-// What a block keeps. The blocks' records add the walk over their pairs.
+// What the records of the pairwise blocks have in common.
 struct PairwiseBlock {
   PairwiseBlock(double missingCode, int col0, int col1, int col2)
       : _work{missingCode}, _col0{col0}, _col1{col1}, _col2{col2} {}

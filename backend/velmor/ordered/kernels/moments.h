@@ -182,7 +182,7 @@ struct WeightsBefore {
   }
 };
 
-// kSumsWeights: their sum is one more chain beside those of the columns.
+// kSumsWeights: the weights' sum is one more chain, beside the columns' chains.
 //   weightBefore  the weights of the rows that were taken before
 template <class Set, class Source, unsigned kPanels, bool kWeighted, bool kSumsWeights>
 void ContinueMoments(const Source& source, std::size_t rows, const double* weights, bool isFirst,

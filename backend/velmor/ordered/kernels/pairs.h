@@ -1,9 +1,9 @@
 #pragma once
 
 // Statistics of pairs over the cases in which both variables are present: one variable's rows by
-// the columns of panels. A lane is a pair, and selects its rows by a mask; a term that it leaves
-// out is selected away, since its product with zero is not zero where it is infinite or not a
-// number. Contract: contract.h.
+// the columns of panels. A lane is a pair, and selects its rows by a mask. A term that it leaves
+// out is selected away, because an infinite term or NaN times zero is not zero. Contract:
+// contract.h.
 
 #include "ordered/kernels/contract.h"
 #include "ordered/kernels/runs.h"

@@ -12,7 +12,7 @@ std::size_t Presence(const double* x, std::size_t rows, double missingCode, std:
   std::size_t present = 0;
   for (std::size_t first = 0; first < rows; first += 64) {
     const std::size_t count = rows - first < 64 ? rows - first : 64;
-    // A column that lacks nothing is the usual one, and found faster than where it lacks something.
+    // Most columns lack nothing, which is found faster than where they lack something.
     std::uint64_t absent = 0;
     for (std::size_t i = 0; i < count; ++i) {
       absent += x[first + i] == missingCode ? 1 : 0;

@@ -72,7 +72,7 @@ void DiagonalTile(const double* a, const double* b, std::size_t rows, double* ce
   constexpr unsigned kNarrowRows = kRows < kNarrow ? kRows : kNarrow;
   constexpr std::size_t kParts = kPanel / Set::kLanes;
   Vector<Set, kNarrow> narrow[kNarrowRows];
-  Vector<Set> wide[kRows - kNarrowRows + 1][kParts];  // one more than is used: none is no array
+  Vector<Set> wide[kRows - kNarrowRows + 1][kParts];  // one more than is used, as 0 is no size
 #pragma GCC unroll 8
   for (std::size_t r = 0; r < kNarrowRows; ++r) {
     narrow[r] = LoadVector<Set, kNarrow>(cells + r * kPanel);

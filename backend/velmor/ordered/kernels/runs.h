@@ -32,8 +32,8 @@ struct RunningMean {
   }
 };
 
-// The end of rows [from, end) before the first one of which `leaves` is true: by stretches of some
-// rows, growing, so that short runs are left soon and long ones asked rarely.
+// The end of rows [from, end) before the first one of which `leaves` is true. Asks of some rows at
+// a time and of ever more, so that short runs are left soon and long runs asked rarely.
 //   leaves(first, to)  whether a lane begins or leaves its run in these rows
 template <class Set, class Leaves>
 [[gnu::always_inline]] inline std::size_t SteadyUntil(std::size_t from, std::size_t end,

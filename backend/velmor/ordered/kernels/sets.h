@@ -1,6 +1,7 @@
 #pragma once
 
-// The engines that are built; of the processors' own, those that the build's target can have.
+// The engines that are built: the baseline, and those of the instruction sets that a processor of
+// the build's target may have.
 
 #include "ordered/kernels/contract.h"
 

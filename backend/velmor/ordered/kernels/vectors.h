@@ -3,8 +3,8 @@
 // Vectors of doubles as the kernels see them.
 //
 // Everything here and in the kernels is named after the instruction set that it is compiled for,
-// the Set, and no function of the standard library is called: of a function that several files
-// define the linker keeps one copy, and an AVX-512 copy would then be everyone's.
+// the Set, and no function of the standard library is called. The linker keeps one copy of a
+// function that several files define, and an AVX-512 copy would then be everyone's.
 
 #include "ordered/kernels/contract.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What is left after the patterns: the pairs of a column with a pattern of its own and those of a
-// column set. A lane is a pair and selects its rows.
+// What is left after the patterns: the pairs of a column that has a pattern of its own with the
+// columns of a set. A lane is a pair and selects its rows.
 
 #include "ordered/present/packedbatch.h"
 #include "ordered/present/results.h"
@@ -12,8 +12,8 @@
 
 namespace velmor::ordered {
 
-// A column's pairs with those of adjacent panels of a set. Of no column: the variables of these
-// panels, as pairs with one that is present in every case.
+// A column's pairs with the columns of adjacent panels of a set. With kNoColumn: the variables of
+// these panels, as pairs with a column that is present in every case.
 class ColumnTask {
  public:
   static constexpr std::uint32_t kNoColumn = -1U;

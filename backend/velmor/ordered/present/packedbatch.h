@@ -40,7 +40,7 @@ struct PackedBatch {
   bool HasBothWeights() const { return cases.weights != nullptr && cases.regWeights != nullptr; }
   // What a record has: the sum of the case weights, without case weights the count.
   double WeightSum(const CommonCases& common) const;
-  // Over the cases in which the column is present, one at least.
+  // Over the cases in which the column is present. There is one at least.
   Extremes ExtremesOf(std::size_t column) const;
 
   // Fills the panels of all column sets from a strip.
@@ -50,7 +50,7 @@ struct PackedBatch {
   const PairwiseCases& cases;
   WantedPairs wanted;
   Patterns patterns;
-  const double* weights;   // the combined ones; all 1 where there are none
+  const double* weights;   // the combined weights; without weights all 1
   const double** columns;  // of each panel, set by set, the last one filling its last panel up
   double* panels;          // of a strip, as `columns`
 };

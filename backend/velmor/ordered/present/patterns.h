@@ -1,6 +1,6 @@
 #pragma once
 
-// Which cases the columns of a batch lack, and the columns that lack the same ones.
+// Which cases the columns of a batch lack, and which columns lack the same cases.
 
 #include "ordered/engine.h"
 #include "ordered/kernels/tuning.h"
@@ -30,10 +30,11 @@ class Patterns {
   Patterns(const Engine& engine, const PairwiseCases& cases, WantedPairs wanted,
            Workspace& workspace);
 
-  // Sets of columns that are present in the same cases, at least one: large enough to be taken
-  // together. In a rectangle, those of the first range come first.
+  // Sets of columns that are present in the same cases, in one case at least, and large enough to
+  // be taken together. In a rectangle, the sets of the first range come first.
   std::span<const ColumnSet> Wide() const { return {_sets, _wide}; }
-  // The other columns that are present at all; in a rectangle, those of each range.
+  // The set of the other columns that are present in some case; in a rectangle, a set of each
+  // range.
   std::span<const ColumnSet> Others() const { return {_sets + _wide, _all - _wide}; }
   unsigned Panels() const { return _panels; }
 

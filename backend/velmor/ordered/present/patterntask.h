@@ -1,7 +1,7 @@
 #pragma once
 
-// Pairs of columns of two patterns, or of one. All of them have the same cases; over those rows
-// they are like a matrix block without missing values.
+// Pairs of columns of two patterns, or of one. All of these pairs have the same cases. Over these
+// rows the columns are a block without missing values.
 
 #include "ordered/present/packedbatch.h"
 #include "ordered/present/results.h"
@@ -18,13 +18,13 @@ struct PatternSums {
   std::span<double> means;     // of each place
   std::span<double> squares;   // likewise
   std::span<double> triangle;  // of one pattern: tiles of all pairs of panels
-  // Of two patterns: the tile of panel i of a and j of b at i * b's panels + j; where a's columns
-  // are the pairs' first variables, and where b's are.
+  // Of two patterns: the tile of panel i of a and panel j of b at i * b's panels + j. In aFirst a's
+  // columns are the pairs' first variables, in bFirst b's columns are.
   std::span<double> aFirst;
   std::span<double> bFirst;
 };
 
-// The pairs, and their variables where those have the same cases.
+// The pairs, and also their variables if these have no other cases.
 class PatternTask {
  public:
   // a and b may be the same set. The batch has to live as long.

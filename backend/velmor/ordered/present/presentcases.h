@@ -31,8 +31,9 @@ struct PairwiseCases {
   double missingCode;
 };
 
-// Which pairs of columns are wanted. Of all columns, the higher one is a pair's first variable. Of
-// two ranges, one column of each, that of the first range is.
+// Which pairs of columns are wanted: all pairs, of which the column with the higher number is the
+// first variable; or each column of a first range with each of a second, of which the first range's
+// column is.
 struct WantedPairs {
   bool isRectangle = false;
   std::size_t firstRange = 0;   // columns of the first range, of two
@@ -47,8 +48,8 @@ struct WantedPairs {
   bool IsPair(std::size_t column, std::size_t other) const {
     return isRectangle ? column < firstRange && other >= firstRange : column > other;
   }
-  // Where a pair stands among all, row by row: those of a first variable in the order of the
-  // second.
+  // The place of a pair among all, row by row: a row has the pairs of one first variable, in the
+  // order of their second variables.
   std::size_t PlaceOf(std::size_t first, std::size_t second) const {
     return isRectangle ? first * secondRange + second - firstRange
                        : first * (first - 1) / 2 + second;

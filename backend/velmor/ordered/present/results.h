@@ -9,7 +9,8 @@
 
 namespace velmor::ordered {
 
-// Merges a batch's variables and pairs into the records. Those without a case are left out.
+// Merges a batch's variables and pairs into the records. Tasks leave out variables and pairs without
+// a case.
 class Results {
  public:
   Results(WantedPairs wanted, const PairwiseRecords& records)
