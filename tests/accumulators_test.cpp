@@ -14,7 +14,7 @@ constexpr auto kRun = [](const auto& operation) { operation(); };
 
 // The cases of a batch that a letter stands for. Lower-case letters are seeds.
 Cases BatchCases(char letter) {
-  Cases cases = MixedCases(letter == '0' ? 0 : letter == '1' ? 1 : 9, 7U + letter % 2);
+  Cases cases = MixedCases(letter == '0' ? 0 : letter == '1' ? 1 : 9, letter % 2 == 0 ? 7 : 8);
   const auto weigh = [&cases](auto weight) {
     for (std::size_t i = 0; i < cases.weights.size(); ++i) {
       cases.weights[i] = weight(i);
@@ -151,7 +151,7 @@ TYPED_TEST(AccumulatorTest, LooksAtAPairFromBothSides) {
       }
     });
   } else {
-    BlockOf(a, a.NColumns()).ForEachPair([&a](auto i, auto j) {
+    BlockOf(a, a.NColumns()).ForEachPair([&a](int i, int j) {
       using Number = std::conditional_t<std::is_base_of_v<MatrixBase, TypeParam>, int, unsigned>;
       const auto row = static_cast<Number>(i);
       const auto col = static_cast<Number>(j);

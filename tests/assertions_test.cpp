@@ -93,7 +93,7 @@ std::vector<int> Arguments(const std::string& word) {
 template <std::size_t kPlace = 0>
 Subject MakeSubject(const std::string& word) {
   if constexpr (kPlace < std::variant_size_v<Subject>) {
-    using Accumulator = std::variant_alternative_t<kPlace, Subject>::element_type;
+    using Accumulator = typename std::variant_alternative_t<kPlace, Subject>::element_type;
     const std::size_t name = word.find(NameOf<Accumulator>() + '(');
     const bool isOther = word.starts_with("Other");
     if (name != (isOther ? 5 : 0)) {
