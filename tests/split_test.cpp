@@ -2,10 +2,11 @@
 // docs/accuracy.md derives ("Any split of the cases"), also where data are badly scaled.
 #include <velmor/velmor.h>
 
+#include "cases.h"
 #include "proof.h"
-#include "support.h"
 
 #include <bit>
+#include <random>
 
 namespace velmor::test {
 namespace {
@@ -14,95 +15,78 @@ constexpr double kUnit = 0x1p-53;
 constexpr double kMissing = -7e77;
 constexpr unsigned int kColumns = 4;
 
-// The statistics of two columns over the cases in which both are present, in two passes and in
-// extended precision.
-struct PairMoments {
-  long double weightSum = 0.;
-  long double mean0 = 0.;
-  long double mean1 = 0.;
-  long double cscp = 0.;
-};
-
-PairMoments TwoPasses(const Cases& cases, std::size_t column0, std::size_t column1) {
-  const auto forEach = [&](auto use) {
-    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-      const double x = cases.rows[i][column0];
-      const double y = cases.rows[i][column1];
-      if (x != kMissing && y != kMissing) {
-        use(x, y, static_cast<long double>(cases.weights[i]) * cases.regWeights[i]);
-      }
-    }
-  };
-  PairMoments m;
-  forEach([&m](double x, double y, long double u) {
-    m.weightSum += u;
-    m.mean0 += u * x;
-    m.mean1 += u * y;
-  });
-  m.mean0 /= m.weightSum;
-  m.mean1 /= m.weightSum;
-  forEach([&m](double x, double y, long double u) { m.cscp += u * (x - m.mean0) * (y - m.mean1); });
-  return m;
-}
-
 // What the bounds of a split depend on.
 struct Split {
-  std::size_t batchRows = 0;  // most cases in a batch
-  std::size_t merges = 0;     // most merges that a batch's result passes through
+  std::size_t batchRows;   // most cases in a batch
+  std::size_t merges = 0;  // most merges that a batch's result passes through
 
   double Roundings() const { return static_cast<double>(batchRows + merges) + 5.; }
 };
 
-// The exact results of two columns, as far as 64 bits tell, and what their bounds depend on.
-struct Exact {
-  PairMoments moments;
-  double mostX = 0., mostY = 0.;  // magnitudes
-  double rangeX = 0., rangeY = 0.;
-  double deviationX = 0., deviationY = 0.;
+// A column over the cases that count: its exact mean, as far as 64 bits tell, and what bounds
+// depend on.
+struct Variable {
+  long double mean = 0.;
+  double most = 0., range = 0., deviation = 0.;
 
-  static double MeanBound(const Split& split, double most, double range) {
+  double MeanBound(const Split& split) const {
     const double k = split.Roundings();
     return kUnit * (2. * k * most + static_cast<double>(split.merges) * k * range);
   }
-  double MeanBoundX(const Split& split) const { return MeanBound(split, mostX, rangeX); }
-  double ProductBound(const Split& split) const {
-    const auto h = static_cast<double>(split.merges);
-    const double ex = MeanBound(split, mostX, rangeX);
-    const double ey = MeanBound(split, mostY, rangeY);
-    return static_cast<double>(moments.weightSum) *
-           (kUnit * (h + 1.) * (split.Roundings() + 2.) * deviationX * deviationY +
-            std::sqrt(2. * h) * (ex * deviationY + ey * deviationX) + (h + 1.) * ex * ey);
-  }
 };
 
-Exact ExactOf(const Cases& cases, std::size_t x, std::size_t y) {
-  const auto deviation = [](const PairMoments& m) {
-    return static_cast<double>(std::sqrt(m.cscp / m.weightSum));
-  };
-  Exact exact;
-  exact.moments = TwoPasses(cases, x, y);
-  Cases both;
-  for (std::size_t i = 0; i < cases.rows.size(); ++i) {
-    const auto& row = cases.rows[i];
-    if (row[x] != kMissing && row[y] != kMissing) {
-      both.rows.push_back(row);
-      both.weights.push_back(cases.weights[i]);
-      both.regWeights.push_back(cases.regWeights[i]);
+// Two columns over the cases in which both are present.
+struct Exact {
+  Exact(const Cases& cases, std::size_t columnX, std::size_t columnY) {
+    std::vector<std::array<long double, 3>> all;  // weight, x, y
+    for (std::size_t i = 0; i < cases.rows.size(); ++i) {
+      const double valueX = cases.rows[i][columnX];
+      const double valueY = cases.rows[i][columnY];
+      if (valueX != kMissing && valueY != kMissing) {
+        const long double u = static_cast<long double>(cases.weights[i]) * cases.regWeights[i];
+        all.push_back({u, valueX, valueY});
+      }
+    }
+    const auto sum = [&all](auto term) {
+      long double total = 0.;
+      for (const auto& [u, a, b] : all) {
+        total += u * term(a, b);
+      }
+      return total;
+    };
+    weight = sum([](auto, auto) { return 1.L; });
+    x.mean = sum([](auto a, auto) { return a; }) / weight;
+    y.mean = sum([](auto, auto b) { return b; }) / weight;
+    product = sum([&](auto a, auto b) { return (a - x.mean) * (b - y.mean); });
+    const auto square = [](long double distance) { return distance * distance; };
+    x.deviation = Root(sum([&](auto a, auto) { return square(a - x.mean); }));
+    y.deviation = Root(sum([&](auto, auto b) { return square(b - y.mean); }));
+    for (const std::size_t place : {1U, 2U}) {
+      const auto [low, high] = std::minmax_element(
+          all.begin(), all.end(),
+          [place](const auto& a, const auto& b) { return a[place] < b[place]; });
+      Variable& variable = place == 1 ? x : y;
+      variable.range = static_cast<double>((*high)[place] - (*low)[place]);
+      variable.most =
+          static_cast<double>(std::max(std::fabs((*high)[place]), std::fabs((*low)[place])));
     }
   }
-  const auto span = [&both](std::size_t column, double& most, double& range) {
-    const auto [low, high] = std::minmax_element(
-        both.rows.begin(), both.rows.end(),
-        [column](const auto& a, const auto& b) { return a[column] < b[column]; });
-    range = (*high)[column] - (*low)[column];
-    most = std::max(std::fabs((*high)[column]), std::fabs((*low)[column]));
-  };
-  span(x, exact.mostX, exact.rangeX);
-  span(y, exact.mostY, exact.rangeY);
-  exact.deviationX = deviation(TwoPasses(both, x, x));
-  exact.deviationY = deviation(TwoPasses(both, y, y));
-  return exact;
-}
+  double Root(long double squares) const {
+    return static_cast<double>(std::sqrt(squares / weight));
+  }
+
+  double ProductBound(const Split& split) const {
+    const auto h = static_cast<double>(split.merges);
+    const double ex = x.MeanBound(split);
+    const double ey = y.MeanBound(split);
+    return static_cast<double>(weight) *
+           (kUnit * (h + 1.) * (split.Roundings() + 2.) * x.deviation * y.deviation +
+            std::sqrt(2. * h) * (ex * y.deviation + ey * x.deviation) + (h + 1.) * ex * ey);
+  }
+
+  long double weight, product;
+  Variable x, y;
+};
 
 // Large means beside small spreads, very different scales, a drift, outliers; weights of many
 // sizes.
@@ -127,119 +111,98 @@ Cases BadlyScaled(std::size_t rows, bool hasMissing, std::mt19937& random) {
   return cases;
 }
 
-// NOLINTBEGIN(misc-no-recursion): a tree
-// Accumulates cases [from, to) as a tree of parts that chance shapes, each of some batches.
+// Accumulates the cases as parts of some batches each, and merges neighbours as chance has it.
 template <class Accumulator, class Make>
-Split AccumulateTree(const Cases& cases, std::size_t from, std::size_t to, std::size_t batchRows,
-                     Make make, std::mt19937& random, Accumulator& sum) {
-  if (to - from > 2 * batchRows && random() % 4 != 0) {
-    const std::size_t middle = from + 1 + random() % (to - from - 1);
-    const auto right = make();
-    const Split a = AccumulateTree(cases, from, middle, batchRows, make, random, sum);
-    const Split b = AccumulateTree(cases, middle, to, batchRows, make, random, *right);
-    sum += *right;
-    return {std::max(a.batchRows, b.batchRows), std::max(a.merges, b.merges) + 1};
-  }
-  Split split{batchRows, 0};
-  for (; from < to; from += batchRows, ++split.merges) {
-    sum += *Batch(cases.Slice(from, std::min(to, from + batchRows)), kColumns);
-  }
-  return split;
-}
-
-// NOLINTEND(misc-no-recursion)
-
-TableView View(const Cases& cases, std::vector<double>& values) {
-  values.clear();
-  for (const auto& row : cases.rows) {
-    values.insert(values.end(), row.begin(), row.end());
-  }
-  TableView table;
-  table.rows = cases.rows.size();
-  for (std::size_t column = 0; column < kColumns; ++column) {
-    table.values.emplace_back(&values[column], std::ptrdiff_t{kColumns * sizeof(double)});
-    table.values.back().absentCodes = {kMissing};
-  }
-  table.weights = ColumnView(cases.weights.data());
-  table.regWeights = ColumnView(cases.regWeights.data());
-  return table;
-}
-
-class SplitTest : public testing::Test {
- protected:
-  // Calls check(accumulator, split) with the cases accumulated in many ways.
-  template <class Make, class Check>
-  static void InEveryWay(const Cases& cases, std::mt19937& random, Make make, Check check) {
-    for (const std::size_t batchRows :
-         {std::size_t{1}, std::size_t{3}, std::size_t{40}, cases.rows.size()}) {
-      for (int trees = 0; trees < 3; ++trees) {
-        const auto sum = make();
-        check(*sum, AccumulateTree(cases, 0, cases.rows.size(), batchRows, make, random, *sum));
-      }
-      std::vector<double> values;
-      AccumulateOptions options;
-      options.blockRows = batchRows;
-      options.threads = 1 + static_cast<int>(random() % 4);
-      const auto blocks = (cases.rows.size() + batchRows - 1) / batchRows;
-      check(*Accumulate(View(cases, values), *make(), options).Result(),
-            {batchRows, static_cast<std::size_t>(std::bit_width(blocks - 1))});
+Split AccumulateParts(const Cases& cases, std::size_t batchRows, Make make, std::mt19937& random,
+                      std::unique_ptr<Accumulator>& sum) {
+  struct Part {
+    std::unique_ptr<Accumulator> accumulator;
+    std::size_t merges = 0;
+  };
+  std::vector<Part> parts;
+  for (std::size_t from = 0; from < cases.rows.size(); from += batchRows) {
+    if (parts.empty() || random() % 3 == 0) {
+      parts.push_back({make()});
     }
+    const std::size_t to = std::min(cases.rows.size(), from + batchRows);
+    *parts.back().accumulator += *Batch(cases.Slice(from, to), kColumns);
+    ++parts.back().merges;
   }
-
-  // Of errors over bounds; at most 1.
-  static void Check(double error, double bound) {
-    ++figures;
-    EXPECT_LE(std::fabs(error), bound);
+  while (parts.size() > 1) {
+    const auto left = parts.begin() + static_cast<std::ptrdiff_t>(random() % (parts.size() - 1));
+    *left->accumulator += *left[1].accumulator;
+    left->merges = std::max(left->merges, left[1].merges) + 1;
+    parts.erase(left + 1);
   }
-  static void TearDownTestSuite() { CountCases("accuracy: splits within their bounds", figures); }
-
- private:
-  static inline std::size_t figures = 0;
-};
-
-double Difference(double value, long double exact) {
-  return static_cast<double>(static_cast<long double>(value) - exact);
+  sum = std::move(parts[0].accumulator);
+  return {batchRows, parts[0].merges};
 }
 
-TEST_F(SplitTest, ListwiseResultsAreWithinTheirBounds) {
-  for (const std::uint32_t seed : {1U, 2U, 3U}) {
-    std::mt19937 random(seed);
-    const Cases cases = BadlyScaled(700, false, random);
-    const auto make = [] { return std::make_unique<SMatrixListwise>(0, int{kColumns}); };
-    for (int x = 0; x < int{kColumns}; ++x) {
-      for (int y = 0; y <= x; ++y) {
-        SCOPED_TRACE(testing::Message() << "columns " << x << ", " << y << ", seed " << seed);
-        const Exact exact =
-            ExactOf(cases, static_cast<std::size_t>(x), static_cast<std::size_t>(y));
-        InEveryWay(cases, random, make, [&](const SMatrixListwise& a, const Split& split) {
-          Check(Difference(a.Mean(x), exact.moments.mean0), exact.MeanBoundX(split));
-          Check(Difference(a.CCP(x, y), exact.moments.cscp), exact.ProductBound(split));
-          Check(Difference(a.RegWeightSum(), exact.moments.weightSum),
-                kUnit * split.Roundings() * a.RegWeightSum());
-        });
-      }
+// Calls check(accumulator, split) with the cases accumulated in many ways. Returns how many.
+template <class Make, class Check>
+std::size_t InEveryWay(const Cases& cases, std::mt19937& random, Make make, Check check) {
+  const CaseTable table(cases, kColumns, {kMissing});
+  const std::size_t all = cases.rows.size();
+  std::size_t ways = 0;
+  for (const std::size_t batchRows : {std::size_t{1}, std::size_t{3}, std::size_t{40}, all}) {
+    for (int repeat = 0; repeat < 3; ++repeat, ++ways) {
+      auto sum = make();
+      const Split split = AccumulateParts(cases, batchRows, make, random, sum);
+      check(*sum, split);
     }
+    const int threads = 1 + static_cast<int>(random() % 4);
+    const auto blocks = (all + batchRows - 1) / batchRows;
+    check(*Accumulate(table.View(), *make(), {batchRows, 0, threads, {}}).Result(),
+          {batchRows, static_cast<std::size_t>(std::bit_width(blocks - 1))});
+    ++ways;
   }
+  return ways;
 }
 
-TEST_F(SplitTest, PairwiseResultsAreWithinTheirBounds) {
-  std::mt19937 random(4);
-  const Cases cases = BadlyScaled(500, true, random);
-  const auto make = [] { return std::make_unique<SMatrixPairwise>(kMissing, 0, int{kColumns}); };
-  for (int x = 1; x < int{kColumns}; ++x) {
-    for (int y = 0; y < x; ++y) {
-      SCOPED_TRACE(testing::Message() << "columns " << x << ", " << y);
-      const Exact exact = ExactOf(cases, static_cast<std::size_t>(x), static_cast<std::size_t>(y));
-      InEveryWay(cases, random, make, [&](const SMatrixPairwise& a, const Split& split) {
-        Check(Difference(a.Pair(x, y).Mean0(), exact.moments.mean0), exact.MeanBoundX(split));
-        Check(Difference(a.Pair(x, y).CSCP(), exact.moments.cscp), exact.ProductBound(split));
+double Error(double value, long double exact) {
+  return static_cast<double>(std::fabs(static_cast<long double>(value) - exact));
+}
+
+// Returns how many results were compared.
+template <class Accumulator, class... Code>
+std::size_t ExpectWithinBounds(std::uint32_t seed, Code... missingCode) {
+  constexpr bool kIsPairwise = sizeof...(missingCode) != 0;
+  std::mt19937 random(seed);
+  const Cases cases = BadlyScaled(600, kIsPairwise, random);
+  const auto make = [&] { return std::make_unique<Accumulator>(missingCode...); };
+  std::size_t ways = 0;
+  for (int row = 0; row < int{kColumns}; ++row) {
+    for (int col = 0; col < (kIsPairwise ? row : row + 1); ++col) {
+      SCOPED_TRACE(testing::Message() << "columns " << row << ", " << col << ", seed " << seed);
+      const Exact exact(cases, static_cast<std::size_t>(row), static_cast<std::size_t>(col));
+      const auto check = [&](const Split& split, double weight, double mean, double product) {
+        EXPECT_LE(Error(weight, exact.weight), kUnit * split.Roundings() * weight);
+        EXPECT_LE(Error(mean, exact.x.mean), exact.x.MeanBound(split));
+        EXPECT_LE(Error(product, exact.product), exact.ProductBound(split));
+      };
+      ways += InEveryWay(cases, random, make, [&](const Accumulator& a, const Split& split) {
+        if constexpr (kIsPairwise) {
+          const PairStat& pair = a.Pair(row, col);
+          check(split, pair.RegWeightSum(), pair.Mean0(), pair.CSCP());
+        } else {
+          check(split, a.RegWeightSum(), a.Mean(row), a.CCP(row, col));
+        }
       });
     }
   }
+  return 3 * ways;
+}
+
+TEST(Splits, GiveResultsWithinTheirBounds) {
+  std::size_t figures = ExpectWithinBounds<SMatrixPairwise>(4, kMissing);
+  for (const std::uint32_t seed : {1U, 2U, 3U}) {
+    figures += ExpectWithinBounds<SMatrixListwise>(seed);
+  }
+  CountCases("accuracy: splits within their bounds", figures);
 }
 
 // The bounds tell something: the textbook's formula is beyond those of a single batch.
-TEST_F(SplitTest, TheOnePassFormulaIsNotWithinThem) {
+TEST(Splits, TheOnePassFormulaIsNotWithinThem) {
   std::mt19937 random(5);
   const Cases cases = BadlyScaled(700, false, random);
   double weight = 0.;
@@ -251,9 +214,9 @@ TEST_F(SplitTest, TheOnePassFormulaIsNotWithinThem) {
     sum += u * cases.rows[i][0];
     squares += u * cases.rows[i][0] * cases.rows[i][0];
   }
-  const Exact exact = ExactOf(cases, 0, 0);
-  EXPECT_GT(std::fabs(Difference(squares - sum * sum / weight, exact.moments.cscp)),
-            exact.ProductBound({cases.rows.size(), 0}));
+  const Exact exact(cases, 0, 0);
+  EXPECT_GT(Error(squares - sum * sum / weight, exact.product),
+            exact.ProductBound({cases.rows.size()}));
 }
 
 }  // namespace
