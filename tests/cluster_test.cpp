@@ -37,24 +37,31 @@ void WriteCases(const std::string& name, int rows, int columns) {
   Write(name, text.str() + '\n');
 }
 
+void ExpectTheBytesOfOneProcess(const std::string& arguments) {
+  const Outcome one = Shell("describe " + arguments + " --save one");
+  EXPECT_EQ(one.error, "");
+  const auto expectSame = [&](const std::string& ranks) {
+    const Outcome outcome = Shell("rm -f other; ranks " + ranks + " cluster " + arguments +
+                                  " --threads 2 --save other");
+    EXPECT_EQ(outcome.error, "") << arguments << ranks;
+    EXPECT_TRUE(outcome.out == one.out) << arguments << ranks << outcome.out;
+    EXPECT_TRUE(Contents("other") == Contents("one")) << arguments << ranks;
+  };
+  expectSame("1");
+  expectSame("2");
+  expectSame("4");
+}
+
 TEST_F(Cluster, GivesTheBytesOfOneProcess) {
   WriteCases("tall.csv", 3000, 4);
   WriteCases("wide.csv", 600, 200);  // states that are sent in several pieces
-  for (const std::string arguments :
+  for (const char* const arguments :
        {"tall.csv --block-rows 8 --weight u --regression-weight v",
         "tall.csv --block-rows 8 --missing pairwise --weight u --counts",
         "tall.csv --block-rows 8 --variables x0,x1 --with x2,x3 --missing pairwise --weight u",
         "tall.csv --variables x0,x3",  // ranks without cases
         "wide.csv --block-rows 2 --missing pairwise"}) {
-    const Outcome one = Shell("describe " + arguments + " --save one");
-    EXPECT_EQ(one.error, "");
-    for (const std::string ranks : {"1", "2", "4"}) {
-      const Outcome outcome = Shell("rm -f other; ranks " + ranks + " cluster " + arguments +
-                                    " --threads 2 --save other");
-      EXPECT_EQ(outcome.error, "") << arguments << ranks;
-      EXPECT_TRUE(outcome.out == one.out) << arguments << ranks << outcome.out;
-      EXPECT_TRUE(Contents("other") == Contents("one")) << arguments << ranks;
-    }
+    ExpectTheBytesOfOneProcess(arguments);
   }
 }
 

@@ -134,7 +134,8 @@ TEST_F(Csv, LimitsTheLengthOfARecord) {
 // After a long record there are as many bytes in memory.
 TEST_F(Csv, AClaimCostsWhatItTakes) {
   constexpr std::uint64_t kRows = 500'000;
-  std::string text = "a\n\"" + std::string(9'000'000, '.') + "\"\n";
+  const std::size_t longRecord = 9'000'000;
+  std::string text = "a\n\"" + std::string(longRecord, '.') + "\"\n";
   for (std::uint64_t row = 0; row < kRows; ++row) {
     text += "1\n";
   }
@@ -320,13 +321,15 @@ TEST_F(Describe, RefusesMoreCasesThanAreCounted) {
 }
 
 // The calls for the disk by this program, with the names of their files, and one that shall fail.
-std::vector<std::string> g_calls;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-std::string g_failing;             // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
+std::vector<std::string> diskCalls;
+std::string failingCall;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 int NoteCall(const std::string& call, const std::function<long()>& system) {
-  g_calls.push_back(call);
+  diskCalls.push_back(call);
   errno = EIO;
-  return call == g_failing ? -1 : static_cast<int>(system());
+  return call == failingCall ? -1 : static_cast<int>(system());
 }
 
 TEST_F(Describe, NamesAResultWhenItIsOnTheDisk) {
@@ -335,13 +338,13 @@ TEST_F(Describe, NamesAResultWhenItIsOnTheDisk) {
   const std::vector<std::string> calls{"fsync x.part", "rename x.part", "fsync " + folder};
   for (const std::string& failing : calls) {
     Write("x", "as it was");
-    g_calls.clear();
-    g_failing = failing;
+    diskCalls.clear();
+    failingCall = failing;
     EXPECT_THROW(study::Save(result, "x"), csv::Error) << failing;
     EXPECT_EQ(Contents("x") == "as it was", failing != calls.back()) << failing;
     EXPECT_FALSE(std::filesystem::exists("x.part")) << failing;
   }
-  EXPECT_EQ(g_calls, calls);
+  EXPECT_EQ(diskCalls, calls);
   CountBadInput(calls.size());
 }
 
@@ -359,8 +362,7 @@ TEST_F(Describe, FailsWithoutAReader) {
     text += '\n';
   }
   Write("g.csv", text);
-  for (const std::string command :
-       {"describe x.csv --missing pairwise", "discriminate g.csv --group g --threads 2"}) {
+  const auto expectFailure = [](const std::string& command) {
     const std::string pipe = "rm -f pipe; mkfifo pipe; head -c 1 <pipe >first & ";
     const Outcome ended = Shell(pipe + "env --default-signal=PIPE " + command + " >pipe");
     EXPECT_EQ(ended.status, 128 + SIGPIPE) << command;
@@ -369,7 +371,9 @@ TEST_F(Describe, FailsWithoutAReader) {
     EXPECT_EQ(failed.status, 1) << command;
     EXPECT_THAT(failed.error, testing::EndsWith(": cannot write the tables: Broken pipe\n"));
     CountBadInput(2);
-  }
+  };
+  expectFailure("describe x.csv --missing pairwise");
+  expectFailure("discriminate g.csv --group g --threads 2");
 }
 
 // Interrupted while it reads a pipe: after all of the file, but not its end.
@@ -379,25 +383,24 @@ TEST_F(Describe, EndsWhenInterrupted) {
     text += "1234.5,678.9\n";
   }
   Write("x.csv", text);
-  const struct {
-    const char* name;
-    int number;
-  } signals[] = {{"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}};
-  for (const auto& signal : signals) {
-    for (const std::string threads : {"1", "4"}) {
-      const Outcome outcome =
-          Shell("rm -f pipe; mkfifo pipe; { cat x.csv; kill -" + std::string(signal.name) +
-                " $(cat id); timeout 20 tail --pid=$(cat id) -s .02 -f /dev/null; } >pipe & "
-                "env --default-signal sh -c 'echo $$ >id; exec describe pipe --save result "
-                "--block-rows 100 --threads " +
-                threads + "'");
-      EXPECT_EQ(outcome.status, 128 + signal.number) << threads;
-      EXPECT_EQ(outcome.out, "");
-      EXPECT_FALSE(std::filesystem::exists("result"));
-      EXPECT_FALSE(std::filesystem::exists("result.part"));
-    }
+  const auto expectEnd = [](const std::string& signal, int number, const std::string& threads) {
+    const Outcome outcome =
+        Shell("rm -f pipe; mkfifo pipe; { cat x.csv; kill -" + signal +
+              " $(cat id); timeout 20 tail --pid=$(cat id) -s .02 -f /dev/null; } >pipe & "
+              "env --default-signal sh -c 'echo $$ >id; exec describe pipe --save result "
+              "--block-rows 100 --threads " +
+              threads + "'");
+    EXPECT_EQ(outcome.status, 128 + number) << threads;
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_FALSE(std::filesystem::exists("result"));
+    EXPECT_FALSE(std::filesystem::exists("result.part"));
+    CountBadInput(1);
+  };
+  for (const char* const threads : {"1", "4"}) {
+    expectEnd("INT", SIGINT, threads);
+    expectEnd("TERM", SIGTERM, threads);
+    expectEnd("HUP", SIGHUP, threads);
   }
-  CountBadInput(2 * std::size(signals));
 }
 
 TEST_F(Describe, SaysThatMemoryRanOut) {
@@ -415,6 +418,7 @@ TEST_F(Describe, SaysThatMemoryRanOut) {
 }  // namespace
 
 // In place of the C library's, for this program.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 int fsync(int descriptor) {
   const auto name = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
   return NoteCall("fsync " + name.filename().string(),
@@ -424,3 +428,4 @@ int rename(const char* from, const char* to) noexcept {
   return NoteCall("rename " + std::string(from),
                   [=] { return syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0); });
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
