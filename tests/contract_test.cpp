@@ -1,8 +1,7 @@
 // Every kernel of every instruction set keeps its contract (ordered/kernels/contract.h): it writes
 // what the plain loops give and nothing else, with widths up to some panels, no rows, one, odd
 // numbers and those around a strip, which is taken in parts. No array is aligned, each stands
-// between guards, and what no kernel may use is NaN: lanes without a column, rows that are not
-// listed, what is beside an array that is read.
+// between guards, and what may not count is NaN: lanes without a column, rows that are not listed.
 #include "ordered/chains.h"
 #include "ordered/engine.h"
 #include "ordered/panels.h"
@@ -13,14 +12,16 @@
 #include <cstring>
 #include <deque>
 
-namespace velmor::test {
+namespace velmor::ordered {
 namespace {
 
-using namespace ordered;
+using test::Bits;
+using test::kInf;
+using test::kNaN;
 using Doubles = std::vector<double>;
 
 constexpr std::size_t kGuard = 9;
-constexpr double kNotWritten = -7e77;  // what no result is
+constexpr double kNowhere = -7e77;  // what no argument is and no result
 
 // What an array and its guards hold, and what they should.
 struct Array {
@@ -57,18 +58,14 @@ struct Trial {
   // Numbers of one of several sorts.
   Doubles Numbers(unsigned seed, std::size_t count) const {
     std::minstd_rand random(seed * 32 + kind + 1);
-    const std::size_t runs[] = {0, 0, 0, 0, seed % 9, seed * 9 % 81, 193};
+    const std::size_t runs[] = {0, 0, 0, 0, 0, seed % 9, seed * 9 % 81, count};
     Doubles numbers(count, 0.1 * (seed + 1));
-    for (std::size_t i = runs[(seed + width) % 7]; i < count; ++i) {
+    for (std::size_t i = runs[(seed + width) % 8]; i < count; ++i) {
       const double u = std::uniform_real_distribution<double>(-1., 1.)(random);
       const double special = i == seed ? kNaN : 1e307 / u;
-      numbers[i] = std::array{u,
-                              1e8 + u,
-                              1e-309 * u,
-                              special,
-                              u,
-                              std::round(5. * u),
-                              std::copysign(0., u)}[(seed + width) % 7];
+      const double zero = std::copysign(0., u);
+      const double sorts[] = {u, 1e8 + u, 1e-309 * u, special, zero, u, std::round(5. * u), u};
+      numbers[i] = sorts[(seed + width) % 8];
     }
     return numbers;
   }
@@ -86,20 +83,19 @@ struct Trial {
     return some;
   }
 
-  Array& New(const Doubles& values, double guard = kNaN) {
-    Doubles all(values.size() + 2 * kGuard, guard);
+  Array& New(const Doubles& values) {
+    Doubles all(values.size() + 2 * kGuard, kNowhere);
     std::copy(values.begin(), values.end(), &all[kGuard]);
     return arrays.emplace_back(Array{all});
   }
-  Array& NewResults(std::size_t count, double value = kNotWritten) {
-    return New(Doubles(count, value), kNotWritten);
+  Array& NewResults(std::size_t count, double value = kNowhere) {
+    return New(Doubles(count, value));
   }
   void Same(double got, double want) { NewResults(1, got).Want() = want; }
   std::vector<double*> NewColumns() {
     std::vector<double*> columns;
-    for (const Doubles& values : x) {
-      columns.push_back(New(values).At());
-    }
+    std::transform(x.begin(), x.end(), std::back_inserter(columns),
+                   [this](const Doubles& values) { return New(values).At(); });
     return columns;
   }
   const double* NewPanels(const std::vector<Doubles>& columns) {
@@ -150,7 +146,7 @@ void Pack(Trial& t, bool isCentred) {
                             isWeighted ? weighted.At() : nullptr);
   for (std::size_t i = 0; i < t.rows * t.lanes; ++i) {
     panel.Want(i) = t.x[i % t.lanes][i / t.lanes] - centers[i % t.lanes];
-    weighted.Want(i) = isWeighted ? t.w[i / t.lanes] * panel.Want(i) : kNotWritten;
+    weighted.Want(i) = isWeighted ? t.w[i / t.lanes] * panel.Want(i) : kNowhere;
   }
 }
 
@@ -165,7 +161,7 @@ void CenterColumns(Trial& t) {
 
 void Moments(Trial& t, bool arePanels) {
   Array& moments = t.NewResults(t.x.size() * kMomentFields);
-  Array& sum = t.NewResults(1, arePanels ? 0. : kNotWritten);
+  Array& sum = t.NewResults(1, arePanels ? 0. : kNowhere);
   const double* const weights = t.ByRow(t.weights);
   const double* const panels = t.NewPanels(t.x);
   bool isFirst = true;
@@ -180,7 +176,7 @@ void Moments(Trial& t, bool arePanels) {
     }
   });
   const double all = WeightedSum(t.weights, t.rows);
-  sum.Want() = t.panels > 0 ? all : *sum.At();
+  sum.Want() = t.panels > 0 ? all : sum.Want();
   const std::size_t written = t.rows == 0 ? 0 : t.x.size();
   std::copy(moments.At(), moments.At(written * kMomentFields), &moments.Want());
   for (std::size_t c = 0; c < written; ++c) {
@@ -354,24 +350,21 @@ void MergeCells(Trial& t, bool isRow) {
 void MergePairs(Trial& t) {
   constexpr std::size_t kFields = 8;
   constexpr std::size_t kWeight = 2;
-  Array& records = t.New(t.Numbers(0, kFields * t.rows));
-  Array& others = t.New(t.Numbers(1, kFields * t.rows));
   std::vector<double*> a;
   std::vector<const double*> b;
-  for (std::size_t i = 0; i < kFields * t.rows; i += kFields) {
-    const bool isItself = t.Is(kOwn) && i % 7 == 0;
-    if (t.Is(kOwn) && i % 3 == 0) {
-      *others.At(i + kWeight) = others.Want(i + kWeight) = -records.Want(i + kWeight);
-    }
-    a.push_back(records.At(i));
-    b.push_back(isItself ? a.back() : others.At(i));
+  for (unsigned i = 0; i < t.rows; ++i) {
+    Array& record = t.New(t.Numbers(i, kFields));
+    Doubles other = t.Numbers(i + 1, kFields);
+    other[kWeight] = t.Is(kOwn) && i % 3 == 0 ? -record.Want(kWeight) : other[kWeight];
+    a.push_back(record.At());
+    b.push_back(t.Is(kOwn) && i % 7 == 0 ? a[i] : t.New(other).At());
     PairStatData merged;
-    PairStatData other;
-    std::copy_n(a.back() + 1, kFields - 1, &merged._weightSum);
-    std::copy_n(b.back() + 1, kFields - 1, &other._weightSum);
-    other._nRows = 1;
-    merged.Update(other);
-    std::copy_n(&merged._weightSum, kFields - 1, &records.Want(i + 1));
+    PairStatData d;
+    std::copy_n(a[i] + 1, kFields - 1, &merged._weightSum);
+    std::copy_n(b[i] + 1, kFields - 1, &d._weightSum);
+    d._nRows = 1;
+    merged.Update(d);
+    std::copy_n(&merged._weightSum, kFields - 1, &record.Want(1));
   }
   t.engine.MergePairs(a.data(), b.data(), t.rows);
 }
@@ -441,11 +434,11 @@ TEST_P(ContractTest, KernelsWriteWhatThePlainLoopsGiveAndNothingElse) {
       }
     }
   }
-  CountCases("kernels: every set, width and edge", cases);
+  test::CountCases("kernels: every set, width and edge", cases);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sets, ContractTest, testing::ValuesIn(Available()),
                          [](const auto& test) { return std::string(test.param->name); });
 
 }  // namespace
-}  // namespace velmor::test
+}  // namespace velmor::ordered
