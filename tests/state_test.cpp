@@ -92,68 +92,25 @@ void Rehash(Bytes& bytes) {
   std::memcpy(bytes.data() + bytes.size() - sizeof hash, &hash, sizeof hash);
 }
 
-// Loads bytes that are no state or, if they are one after all, the one that has just these bytes.
-// No exception flag of the caller's is raised.
+// No byte can be left out, added or changed. What bytes of someone who knows the hash can do is
+// tried by fuzz/load.cpp.
 template <class Type>
-void LoadOrRefuse(const Bytes& bytes) {
-  std::feclearexcept(FE_ALL_EXCEPT);
-  try {
-    ASSERT_EQ(Save(*Load<Type>(bytes)), bytes);
-  } catch (const StateError&) {  // NOLINT(bugprone-empty-catch): as it should
-  }
-  EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), 0);
-}
-
-template <class Type>
-void TryBytesLike(const Bytes& valid) {
-  for (std::size_t size = 0; size < valid.size(); ++size) {
-    const Bytes cut(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
-    EXPECT_THROW(Load<Type>(cut), StateError) << size << " bytes";
+void ExpectEachByteToCount(const Bytes& valid) {
+  for (std::size_t at = 0; at < valid.size(); ++at) {
+    const auto end = valid.begin() + static_cast<std::ptrdiff_t>(at);
+    EXPECT_THROW(Load<Type>(Bytes(valid.begin(), end)), StateError) << at << " bytes";
+    Bytes changed = valid;
+    changed[at] ^= static_cast<std::byte>(1U << at % 8);
+    EXPECT_THROW(Load<Type>(changed), StateError) << "byte " << at;
   }
   Bytes more = valid;
   more.push_back(std::byte{0});
   EXPECT_THROW(Load<Type>(more), StateError);
-  std::mt19937 random(1);
-  for (std::size_t at = 0; at < valid.size(); ++at) {
-    SCOPED_TRACE(at);
-    Bytes changed = valid;
-    changed[at] ^= static_cast<std::byte>(1U << random() % 8);
-    EXPECT_THROW(Load<Type>(changed), StateError);
-    // By someone who knows the hash: bytes and whole fields.
-    for (const int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
-      changed[at] = static_cast<std::byte>(value);
-      Rehash(changed);
-      LoadOrRefuse<Type>(changed);
-    }
-    for (const std::uint64_t value :
-         {0x7FFF'FFFFULL, 0x7FFF'FFFF'0000'0000ULL, ~0ULL, 1ULL << 63U, kSignallingNaN}) {
-      changed = valid;
-      std::memcpy(&changed[at], &value, std::min(sizeof value, valid.size() - at));
-      Rehash(changed);
-      LoadOrRefuse<Type>(changed);
-    }
-  }
-  for (int trial = 0; trial < 2000; ++trial) {
-    Bytes changed = valid;
-    for (auto changes = 1 + random() % 4; changes > 0; --changes) {
-      const auto at = static_cast<std::ptrdiff_t>(random() % changed.size());
-      const auto to = static_cast<std::ptrdiff_t>(random() % changed.size());
-      const auto size = std::min<std::ptrdiff_t>(
-          8, static_cast<std::ptrdiff_t>(changed.size()) - std::max(at, to));
-      std::copy_n(valid.begin() + at, size, changed.begin() + to);
-    }
-    Rehash(changed);
-    LoadOrRefuse<Type>(changed);
-  }
 }
 
-TEST(StateOfNoGroups, TakesNoBytesOnTrust) {
-  TryBytesLike<DiscriminantMatrix>(Save(DiscriminantMatrix()));
-}
-
-TYPED_TEST(State, TakesNoBytesOnTrust) {
-  TryBytesLike<TypeParam>(Save(*Accumulated<TypeParam>(MixedCases(20))));
-  TryBytesLike<BlockForest<TypeParam>>(Save(SomeForest<TypeParam>()));
+TYPED_TEST(State, IsRefusedForAnyOtherByte) {
+  ExpectEachByteToCount<TypeParam>(Save(*Accumulated<TypeParam>(MixedCases(20))));
+  ExpectEachByteToCount<BlockForest<TypeParam>>(Save(SomeForest<TypeParam>()));
 }
 
 // Values of bytes, and what is said of them.
