@@ -26,57 +26,44 @@ TYPED_TEST_SUITE(AccumulateTest, TypesOf<Accumulators>::Each);
 
 TYPED_TEST(AccumulateTest, HasTheSameBytesOnAnyNumberOfThreads) {
   const Watchdog watchdog;
-  constexpr std::uint64_t kBlockRows = 20;
+  constexpr std::size_t kRows = 1010;
+  constexpr std::size_t kBlockRows = 20;
   constexpr unsigned int kNoGroup = 77;
-  Cases cases = MixedCases(1010);
+  Cases cases = MixedCases(kRows);
   std::fill_n(cases.weights.begin() + 3 * kBlockRows, kBlockRows, 0.);
+  std::fill_n(cases.rows.begin() + 7 * kBlockRows, kBlockRows, std::vector(kColumns, kMissing));
   Cases taken = cases;
-  for (std::size_t row = 5; row < cases.rows.size(); row += 50) {
+  for (std::size_t row = 5; row < kRows; row += 50) {
     cases.groups[row] = kNoGroup;
     if (requires(const TypeParam& a) { a.NGroup(); }) {
       taken.rows[row].assign(kColumns, kMissing);  // left out only by those that have groups
     }
   }
-  const auto tableOf = [&cases](std::size_t from, std::size_t to) {
-    return TableOf(cases.Slice(from, to));
-  };
-  const auto accumulate = [](const CaseTable& table, std::uint64_t firstBlock, int threads) {
+  const auto accumulate = [&cases](std::size_t from, std::size_t to, int threads) {
+    const CaseTable table = TableOf(cases.Slice(from, std::max(to, from + 1)));
     TableView view = table.View();
+    view.rows = to - from;
     view.groups->absentCodes = {kNoGroup};
-    return Accumulate(view, *NewAccumulator<TypeParam>(), {kBlockRows, firstBlock, threads, {}});
+    return Accumulate(view, *NewAccumulator<TypeParam>(),
+                      {kBlockRows, from / kBlockRows, threads, {}});
   };
   BlockForest<TypeParam> expected(kBlockRows, *NewAccumulator<TypeParam>());
-  for (std::uint64_t block = 0; block < 51; ++block) {
-    const std::uint64_t from = block * kBlockRows;
-    expected.Add(block, Accumulated<TypeParam>(
-                            taken.Slice(from, std::min<std::uint64_t>(from + kBlockRows, 1010))));
+  EXPECT_EQ(Save(accumulate(0, 0, 2)), Save(expected));
+  for (std::size_t from = 0; from < kRows; from += kBlockRows) {
+    const Cases block = taken.Slice(from, std::min(from + kBlockRows, kRows));
+    expected.Add(from / kBlockRows, Accumulated<TypeParam>(block));
   }
   for (const int threads : {1, 2, 3, 7, 0}) {
     SCOPED_TRACE(threads);
-    const auto forest = accumulate(tableOf(0, 1010), 0, threads);
+    const auto forest = accumulate(0, kRows, threads);
     EXPECT_EQ(Save(forest), Save(expected));
     EXPECT_EQ(Save(*forest.Result()), Save(*expected.Result()));
   }
   // In two parts, the second one first.
-  constexpr std::uint64_t kSplit = 17;
-  auto whole = accumulate(tableOf(kSplit * kBlockRows, 1010), kSplit, 2);
-  whole.Merge(accumulate(tableOf(0, kSplit * kBlockRows), 0, 2));
+  constexpr std::size_t kSplit = 17 * kBlockRows;
+  auto whole = accumulate(kSplit, kRows, 2);
+  whole.Merge(accumulate(0, kSplit, 2));
   EXPECT_EQ(Save(whole), Save(expected));
-}
-
-TYPED_TEST(AccumulateTest, TakesATableOfNoRowsAndOneOfAbsentValues) {
-  Cases cases = MixedCases(600);
-  for (auto& row : cases.rows) {
-    row.assign(kColumns, kMissing);
-  }
-  const CaseTable table = TableOf(cases);
-  TableView view = table.View();
-  const auto shape = NewAccumulator<TypeParam>();
-  const auto forest = Accumulate(view, *shape);
-  EXPECT_EQ(forest.NRows(), kIsPairwise<TypeParam> ? 600U : 0U);
-  EXPECT_EQ(forest.NBlocks(), 1U);
-  view.rows = 0;
-  EXPECT_EQ(Save(*Accumulate(view, *shape).Result()), Save(*shape));
 }
 
 TEST(AccumulateOptions, BlockRowsFollowFromTheWidthAlone) {
@@ -149,26 +136,20 @@ TEST(AccumulateErrors, NameWhatDoesNotFit) {
   EXPECT_EQ(MessageOf<std::runtime_error>([&] { Accumulate(table, SMatrixListwise()); }),
             "the host ended the run after 0 of 1 blocks");
   threadsOfHost = 3;
+  EXPECT_EQ(Accumulate(table, SMatrixListwise()).BlockRows(), DefaultBlockRows(kColumns));
 }
 
 TEST(AccumulateDeathTest, RefusesWhatCannotBeNumbered) {
   const CaseTable table = TableOf(MixedCases(3));
   const auto accumulate = [&](std::uint64_t blockRows, std::uint64_t firstBlock) {
-    return [&table, blockRows, firstBlock] {
-      Accumulate(table.View(), SMatrixListwise(), {blockRows, firstBlock, 1, {}});
-    };
+    Accumulate(table.View(), SMatrixListwise(), {blockRows, firstBlock, 1, {}});
   };
   const std::string file = "velmor/accumulate.cpp";
-  const Violation violations[] = {
-      {"no columns", [] { DefaultBlockRows(0); }, file, "DefaultBlockRows", "0 < columns"},
-      {"rows of a block", accumulate(std::uint64_t{1} << 32U, 0), file, "Accumulate",
-       "blockRows <= std::numeric_limits<unsigned int>::max()"},
-      {"last block", accumulate(1, (std::uint64_t{1} << 63U) - 2), file, "Run",
-       "_blocks <= kMostBlocks && options.firstBlock <= kMostBlocks - _blocks"},
-  };
-  for (const Violation& v : violations) {
-    ExpectAbort(v);
-  }
+  ExpectAbort({"no columns", [] { DefaultBlockRows(0); }, file, "DefaultBlockRows", "0 < columns"});
+  ExpectAbort({"rows of a block", [&] { accumulate(std::uint64_t{1} << 32U, 0); }, file,
+               "Accumulate", "blockRows <= std::numeric_limits<unsigned int>::max()"});
+  ExpectAbort({"last block", [&] { accumulate(1, (std::uint64_t{1} << 63U) - 2); }, file, "Run",
+               "_blocks <= kMostBlocks && options.firstBlock <= kMostBlocks - _blocks"});
 }
 
 TEST(AccumulateProgress, CountsRowsCancelsAndFails) {

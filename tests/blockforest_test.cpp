@@ -3,12 +3,9 @@
 
 #include "accumulators.h"
 #include "support.h"
-#include "watchdog.h"
 
-#include <atomic>
 #include <bit>
 #include <numeric>
-#include <thread>
 
 namespace velmor::test {
 namespace {
@@ -57,10 +54,12 @@ TYPED_TEST(Forest, HasTheSameBytesInWhateverOrderBlocksCome) {
       BlockForest<TypeParam> forests[] = {this->Empty(), this->Empty(), this->Empty()};
       for (const std::uint64_t block : order) {
         forests[trial == 0 ? 0 : random() % 3].Add(block, this->Leaf(block));
+        EXPECT_TRUE(trial != 0 || forests[0].NNodes() <= std::bit_width(blocks));
       }
       forests[0].Merge(std::move(forests[1]));
       forests[2].Merge(std::move(forests[0]));
       EXPECT_EQ(forests[2].NBlocks(), blocks);
+      EXPECT_EQ(forests[2].NNodes(), static_cast<std::size_t>(std::popcount(blocks)));
       EXPECT_EQ(Save(forests[0]), Save(this->Empty()));
       EXPECT_EQ(Save(*forests[2].Result()), expected);
       forests[0] = std::move(forests[2]);
@@ -70,100 +69,54 @@ TYPED_TEST(Forest, HasTheSameBytesInWhateverOrderBlocksCome) {
   }
 }
 
-TYPED_TEST(Forest, HasTheSameBytesFromSeveralThreads) {
-  constexpr std::uint64_t kBlocks = 101;
-  const Watchdog watchdog;
-  auto one = this->Empty();
-  for (std::uint64_t block = 0; block < kBlocks; ++block) {
-    one.Add(block, this->Leaf(block));
-    EXPECT_LE(one.NNodes(), 7U);  // log2(101) and 1
-  }
-  for (const unsigned int threads : {2U, 7U}) {
-    auto forest = this->Empty();
-    std::atomic<std::uint64_t> next = 0;
-    std::vector<std::thread> pool;
-    for (unsigned int i = 0; i < threads; ++i) {
-      pool.emplace_back([&] {
-        for (std::uint64_t block = next++; block < kBlocks; block = next++) {
-          forest.Add(block, this->Leaf(block));
-        }
-      });
-    }
-    for (std::thread& thread : pool) {
-      thread.join();
-    }
-    EXPECT_EQ(Save(forest), Save(one));
-  }
-}
-
 using Listwise = BlockForest<SMatrixListwise>;
 
-std::unique_ptr<SMatrixListwise> ListwiseLeaf(unsigned int columns, std::size_t rows,
-                                              bool hasRegWeights = true) {
+void AddTo(Listwise& forest, std::uint64_t block, unsigned int columns = 3, std::size_t rows = 4,
+           bool hasRegWeights = true) {
   Cases cases = MixedCases(rows);
-  if (!hasRegWeights) {
-    cases.regWeights.clear();
-  }
+  cases.regWeights.resize(hasRegWeights ? rows : 0);
   auto leaf = std::make_unique<SMatrixListwise>();
   *leaf += *Batch(cases, columns);
-  return leaf;
+  forest.Add(block, std::move(leaf));
+}
+
+Listwise ForestOf(std::initializer_list<std::uint64_t> blocks, std::uint64_t blockRows = 4,
+                  unsigned int columns = 3, bool hasRegWeights = true) {
+  Listwise forest(blockRows, SMatrixListwise());
+  for (const std::uint64_t block : blocks) {
+    AddTo(forest, block, columns, 4, hasRegWeights);
+  }
+  return forest;
 }
 
 TEST(Forest, RefusesWhatDoesNotBelongIn) {
-  Listwise forest(4, SMatrixListwise());
-  for (const std::uint64_t block : {4U, 5U, 9U}) {
-    forest.Add(block, ListwiseLeaf(3, 4));
-  }
+  Listwise forest = ForestOf({4, 5, 9});
   const auto before = Save(forest);
-  const auto forestWith = [](std::uint64_t blockRows, std::uint64_t block, auto leaf) {
-    Listwise other(blockRows, SMatrixListwise());
-    other.Add(block, std::move(leaf));
-    return other;
-  };
-  const struct {
-    std::string message;
-    std::function<void()> call;
-  } cases[] = {
-      {"block 9 is there already; each block is added once",
-       [&] { forest.Add(9, ListwiseLeaf(3, 4)); }},
-      {"block 5 is there already; each block is added once",
-       [&] { forest.Add(5, ListwiseLeaf(3, 4)); }},
-      {"block 4 is there already; each block is added once",
-       [&] { forest.Merge(forestWith(4, 4, ListwiseLeaf(3, 4))); }},
-      {"block 0 does not belong to the others: it has columns from 0 to before 4, not columns from "
-       "0 to before 3",
-       [&] { forest.Add(0, ListwiseLeaf(4, 4)); }},
-      {"block 0 does not belong to the others: it has no regression weights, not some",
-       [&] { forest.Add(0, ListwiseLeaf(3, 4, false)); }},
-      {"block 0 does not belong to the others: no batch fits its bounds",
-       [] { Listwise(4, SMatrixListwise()).Add(0, std::make_unique<SMatrixListwise>(0, -1)); }},
-      {"block 0 does not belong to the others: it has regression weights, not none",
-       [&] {
-         Listwise other = forestWith(4, 1, ListwiseLeaf(3, 4, false));
-         other.Add(0, ListwiseLeaf(3, 4));
-       }},
-      {"block 0 has too many cases: 5, where a block has 4 rows",
-       [&] { forest.Add(0, ListwiseLeaf(3, 5)); }},
-      {"the forest does not belong to this one: it has blocks of 5 rows, not of 4",
-       [&] { forest.Merge(forestWith(5, 0, ListwiseLeaf(3, 4))); }},
-      {"the forest does not belong to this one: it has columns from 0 to before 4, not columns "
-       "from "
-       "0 to before 3",
-       [&] { forest.Merge(forestWith(4, 0, ListwiseLeaf(4, 4))); }},
-      {"block 0 is missing", [&] { forest.Result(); }},
-      {"block 2 is missing",
-       [&] {
-         Listwise gap(4, SMatrixListwise());
-         for (const std::uint64_t block : {0U, 1U, 4U, 5U}) {
-           gap.Add(block, ListwiseLeaf(3, 4));
-         }
-         gap.Result();
-       }},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(MessageOf<std::invalid_argument>(c.call), c.message);
+  const auto expect = [&](const std::string& message, const auto& call) {
+    EXPECT_EQ(MessageOf<std::invalid_argument>(call), message);
     EXPECT_EQ(Save(forest), before);
-  }
+  };
+  const std::string isThere = " is there already; each block is added once";
+  expect("block 9" + isThere, [&] { AddTo(forest, 9); });
+  expect("block 5" + isThere, [&] { AddTo(forest, 5); });
+  expect("block 4" + isThere, [&] { forest.Merge(ForestOf({4})); });
+  expect("block 0 has too many cases: 5, where a block has 4 rows",
+         [&] { AddTo(forest, 0, 3, 5); });
+  const std::string block = "block 0 does not belong to the others: ";
+  const std::string whole = "the forest does not belong to this one: ";
+  const std::string columns = "it has columns from 0 to before 4, not columns from 0 to before 3";
+  expect(block + columns, [&] { AddTo(forest, 0, 4); });
+  expect(whole + columns, [&] { forest.Merge(ForestOf({0}, 4, 4)); });
+  expect(whole + "it has blocks of 5 rows, not of 4", [&] { forest.Merge(ForestOf({0}, 5)); });
+  expect(block + "it has no regression weights, not some", [&] { AddTo(forest, 0, 3, 4, false); });
+  expect(block + "it has regression weights, not none", [&] {
+    Listwise without = ForestOf({1}, 4, 3, false);
+    AddTo(without, 0);
+  });
+  expect(block + "no batch fits its bounds",
+         [] { ForestOf({}).Add(0, std::make_unique<SMatrixListwise>(0, -1)); });
+  expect("block 0 is missing", [&] { forest.Result(); });
+  expect("block 2 is missing", [] { ForestOf({0, 1, 4, 5}).Result(); });
 }
 
 TEST(Forest, TakesTheGroupsOverFromWhatComes) {
@@ -184,34 +137,26 @@ class ForeignMatrix : public MatrixBase {
 };
 
 TEST(Forest, RefusesOtherAccumulators) {
-  const struct {
-    std::string message;
-    std::unique_ptr<MatrixBase> leaf;
-    std::unique_ptr<MatrixBase> shape = NewAccumulator<MatrixBase>();
-  } cases[] = {
-      {"a SMatrixListwise, not a SMatrixPairwise", std::make_unique<SMatrixListwise>(1, 5)},
-      {"columns from 0 to before 5, not columns from 1 to before 5",
-       std::make_unique<SMatrixPairwise>(kMissing, 0, 5)},
-      {"columns from 2 on, not columns from 1 to before 5",
-       std::make_unique<SMatrixPairwise>(kMissing, 2, 0)},
-      {"missing code -9, not -999", std::make_unique<SMatrixPairwise>(-9., 1, 5)},
-      {"missing code nan, not -999", std::make_unique<SMatrixPairwise>(kNaN, 1, 5)},
-      {"a NSMatrixPairwise, not a SMatrixPairwise",
-       std::make_unique<NSMatrixPairwise>(kMissing, 1, 2, 5)},
-      {"a DiscriminantMatrix, not a SMatrixPairwise", std::make_unique<DiscriminantMatrix>(3, 5)},
-      {"a DiscIndividualMatrix, not a SMatrixPairwise",
-       std::make_unique<DiscIndividualMatrix>(3, 5)},
-      {"3 groups and 5 variables, not 2 groups and 5 variables",
-       std::make_unique<DiscriminantMatrix>(3, 5), std::make_unique<DiscriminantMatrix>(2, 5)},
-      {"columns from 0 and from 1 to before 3, not columns from 0 and from 2 to before 3",
-       std::make_unique<NSMatrixListwise>(0, 1, 3), std::make_unique<NSMatrixListwise>(0, 2, 3)},
-  };
-  for (const auto& c : cases) {
-    BlockForest<MatrixBase> forest(1, *c.shape);
-    BlockForest<MatrixBase> other(1, *c.leaf);
+  const auto expect = [](const std::string& message, const MatrixBase& theirs,
+                         const MatrixBase& ours) {
+    BlockForest<MatrixBase> forest(1, ours);
+    BlockForest<MatrixBase> other(1, theirs);
     EXPECT_EQ(MessageOf<std::invalid_argument>([&] { forest.Merge(std::move(other)); }),
-              "the forest does not belong to this one: it has " + c.message);
-  }
+              "the forest does not belong to this one: it has " + message);
+  };
+  const SMatrixPairwise ours(kMissing, 1, 5);
+  const std::string thisClass = ", not a SMatrixPairwise";
+  expect("a NSMatrixPairwise" + thisClass, NSMatrixPairwise(kMissing, 1, 2, 5), ours);
+  expect("a DiscriminantMatrix" + thisClass, DiscriminantMatrix(3, 5), ours);
+  const std::string columns = ", not columns from 1 to before 5";
+  expect("columns from 0 to before 5" + columns, SMatrixPairwise(kMissing, 0, 5), ours);
+  expect("columns from 2 on" + columns, SMatrixPairwise(kMissing, 2, 0), ours);
+  expect("missing code -9, not -999", SMatrixPairwise(-9., 1, 5), ours);
+  expect("missing code nan, not -999", SMatrixPairwise(kNaN, 1, 5), ours);
+  expect("3 groups and 5 variables, not 2 groups and 5 variables", DiscriminantMatrix(3, 5),
+         DiscriminantMatrix(2, 5));
+  expect("columns from 0 and from 1 to before 3, not columns from 0 and from 2 to before 3",
+         NSMatrixListwise(0, 1, 3), NSMatrixListwise(0, 2, 3));
   EXPECT_EQ(MessageOf<std::invalid_argument>([] { BlockForest<MatrixBase>(1, ForeignMatrix()); }),
             "an accumulator of a class that is not the library's");
 }
@@ -219,18 +164,15 @@ TEST(Forest, RefusesOtherAccumulators) {
 TEST(ForestDeathTest, RefusesWhatNoForestTakes) {
   const std::string file = "velmor/blockforest.cpp";
   Listwise forest(1, SMatrixListwise());
-  const Violation violations[] = {
-      {"no rows", [] { Listwise(0, SMatrixListwise()); }, file, "BlockForest", "0 < blockRows"},
-      {"impossible bounds", [] { Listwise(1, SMatrixListwise(3, 3)); }, file, "BlockForest",
-       "empty.IsPossible()"},
-      {"no leaf", [&] { forest.Add(0, nullptr); }, file, "Add", "leaf != nullptr"},
-      {"a block too high", [&] { forest.Add(std::uint64_t{1} << 63U, forest.NewLeaf()); }, file,
-       "Add", "block < kMostBlocks"},
-      {"itself", [&] { forest.Merge(std::move(forest)); }, file, "Merge", "_my != other._my"},
-  };
-  for (const Violation& v : violations) {
-    ExpectAbort(v);
-  }
+  ExpectAbort(
+      {"no rows", [] { Listwise(0, SMatrixListwise()); }, file, "BlockForest", "0 < blockRows"});
+  ExpectAbort({"impossible bounds", [] { Listwise(1, SMatrixListwise(3, 3)); }, file, "BlockForest",
+               "empty.IsPossible()"});
+  ExpectAbort({"no leaf", [&] { forest.Add(0, nullptr); }, file, "Add", "leaf != nullptr"});
+  ExpectAbort({"too high", [&] { forest.Add(std::uint64_t{1} << 63U, forest.NewLeaf()); }, file,
+               "Add", "block < kMostBlocks"});
+  ExpectAbort(
+      {"itself", [&] { forest.Merge(std::move(forest)); }, file, "Merge", "_my != other._my"});
 }
 
 }  // namespace

@@ -14,29 +14,18 @@ namespace velmor::test {
 // waits for progress, not for the end: how long that takes, the load of the machine says.
 class Watchdog {
  public:
-  Watchdog() : _thread([this] { Watch(); }) {}
-  ~Watchdog() {
-    {
-      const std::lock_guard lock(_mutex);
-      _isOver = true;
-    }
-    _changed.notify_one();
-    _thread.join();
-  }
-  Watchdog(const Watchdog&) = delete;
-  Watchdog& operator=(const Watchdog&) = delete;
-
   // A test of many steps has come to the next. Any thread may call it.
   static void NoteProgress() { ++_steps; }
 
  private:
   static constexpr std::chrono::seconds kPatience{120};  // for a step, which takes milliseconds
 
-  void Watch() {
+  void Watch(const std::stop_token& isOver) {
     std::unique_lock lock(_mutex);
     for (unsigned int seen = _steps - 1; seen != _steps;) {
       seen = _steps;
-      if (_changed.wait_for(lock, kPatience, [this] { return _isOver; })) {
+      _nothing.wait_for(lock, isOver, kPatience, [] { return false; });
+      if (isOver.stop_requested()) {
         return;
       }
     }
@@ -45,10 +34,10 @@ class Watchdog {
   }
 
   static inline std::atomic<unsigned int> _steps{0};
+  // Made here, as a test may count what is allocated while the thread runs.
   std::mutex _mutex;
-  std::condition_variable _changed;
-  bool _isOver = false;
-  std::thread _thread;
+  std::condition_variable_any _nothing;
+  std::jthread _thread{[this](const std::stop_token& isOver) { Watch(isOver); }};
 };
 
 }  // namespace velmor::test
