@@ -14,7 +14,8 @@ constexpr auto kRun = [](const auto& operation) { operation(); };
 
 // The cases of a batch that a letter stands for. Lower-case letters are seeds.
 Cases BatchCases(char letter) {
-  Cases cases = MixedCases(letter == '0' ? 0 : letter == '1' ? 1 : 9, letter % 2 == 0 ? 7 : 8);
+  const std::size_t rows = letter == '0' ? 0 : letter == '1' ? 1 : letter == 'T' ? 40 : 9;
+  Cases cases = MixedCases(rows, letter % 2 == 0 ? 7 : 8);
   const auto weigh = [&cases](auto weight) {
     for (std::size_t i = 0; i < cases.weights.size(); ++i) {
       cases.weights[i] = weight(i);
@@ -47,6 +48,12 @@ Cases BatchCases(char letter) {
     case 'M':
       fill([letter](auto, auto) { return letter == 'P' ? 0. : -0.; });
       break;
+    case 'T':  // the first zero's sign counts, which is in another lane than the first lane's zero
+      fill([](auto i, auto j) {
+        const double first = j % 2 == 0 ? -1. : 1.;
+        return i < 3 ? first : i == 3 ? 0. : (i + 3 * j) % 11 == 5 ? kMissing : -0.;
+      });
+      break;
     case 'A':  // nothing is present
       fill([](auto, auto) { return kMissing; });
       break;
@@ -71,6 +78,7 @@ constexpr struct {
     {"constant columns", "CC"},
     {"zeros of both signs", "PMMP"},
     {"the same in a merge", "P/M/P"},
+    {"zeros as extremes", "TaT/T"},
     {"all absent", "AaA"},
     {"not finite", "aIb"},
     {"not finite later", "ab/I"},
@@ -82,6 +90,8 @@ constexpr struct {
     {"weights that cancel in a batch", "ZaZ"},
     {"weights that cancel over batches", "UNaUN"},
     {"zero weight merged", "ab/W/Z"},
+    {"zero weight merged into nothing", "/W"},
+    {"the same, then some", "/Z/ab/W"},
     {"merged into zero weight", "W/ab"},
     {"zero weight into zero weight", "Z/W"},
 };
