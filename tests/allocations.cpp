@@ -56,6 +56,7 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
   void* const memory =
       Allocate([=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
   ++std::atomic_ref(allocations.scratch);
+  std::atomic_ref(allocations.scratchBytes) += size;
   return memory;
 }
 void* operator new(std::size_t size, std::align_val_t alignment,

@@ -405,7 +405,7 @@ void ExpectThrift(const std::vector<int>& bounds, std::size_t pairs) {
   const auto smaller = Batch(cases.Slice(3, 9));
   const auto accumulator = MakeAccumulator<Accumulator>(kMissing, bounds);
   const auto copy = MakeAccumulator<Accumulator>(kMissing, bounds);
-  const std::size_t most = 128 * (pairs + kWide) + 32 * cases.rows.size();
+  const std::size_t most = 128 * (pairs + kWide);
   const std::size_t bytes = allocations.bytes;
   *accumulator += *largest;
   EXPECT_LE(allocations.bytes - bytes, most);
@@ -421,6 +421,38 @@ TEST(MemoryOf, PairwiseRecords) {
   ExpectThrift<SMatrixPairwise>({0, 100}, 4950);
   ExpectThrift<NSMatrixPairwise>({0, 45, 100}, 2475);
   ExpectThrift<MatrixPairwise>({}, 4950);
+}
+
+// A few columns against many take scratch memory for these columns, not for all pairs of the many,
+// whatever cases they lack.
+TEST(MemoryOf, PairwiseRectangles) {
+  constexpr int kMany = 4000;
+  constexpr int kRows = 64;
+  // The columns of a class lack the same two cases.
+  int (*const classes[])(int column) = {
+      [](int) { return -1; }, [](int column) { return column; },
+      [](int column) { return column / 3; },
+      [](int column) { return column % 2 == 0 ? column / 6 : 1000 + column / 2; }};
+  for (const auto classOf : classes) {
+    Cases cases;
+    for (int row = 0; row < kRows; ++row) {
+      auto& values = cases.rows.emplace_back();
+      for (int column = 0; column < kMany; ++column) {
+        const int k = classOf(column);
+        const bool isMissing = k >= 0 && (k % kRows == row || k / kRows == row);
+        values.push_back(isMissing ? kMissing : row % 7 + column);
+      }
+    }
+    const auto batch = Batch(cases);
+    for (const int first : {1, kMany - 1}) {
+      OnNewThread([&] {
+        const std::size_t bytes = allocations.scratchBytes;
+        NSMatrixPairwise rectangle(kMissing, 0, first, kMany);
+        rectangle += *batch;
+        EXPECT_LE(allocations.scratchBytes - bytes, std::size_t{8192} * kMany);
+      });
+    }
+  }
 }
 
 // What the pool takes it runs and destroys; what it does not take stays the caller's.

@@ -13,9 +13,12 @@ namespace velmor {
 // both are present. statistics.h says which values are present.
 //
 // The block's own totals (NRows, WeightSum, RegWeightSum) count every case, whatever it lacks.
-// Column arguments are columns of the batches, not places in the block. Memory: at most 128 bytes a
-// pair and a column, and 32 a row of the largest batch; once that has been seen, batches allocate
-// nothing.
+// Column arguments are columns of the batches, not places in the block.
+//
+// Memory: at most 128 bytes a pair and a column. Adding a batch takes scratch memory besides, which
+// the thread keeps for its later batches, into whatever accumulator: at most 16 MB, 32 bytes a
+// pair, 32 kB a column, and for each row of the batch 16 bytes and a quarter of a byte a column.
+// Once the largest batch has been seen, batches allocate nothing.
 class SMatrixPairwise : public MatrixBase {
  public:
   // The block is all columns of the batches.

@@ -49,9 +49,8 @@ std::array<double*, kMaxPanel> Panels::ColumnsAt(unsigned panel, std::size_t row
 // The panels of a tile's columns stay in the first-level cache while those of its rows come from
 // the second-level cache, where as many rows as are resident stay while all columns pass by.
 void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
-                 const double* weighted, std::size_t rows, double* tiles) {
+                 const double* weighted, std::size_t stride, std::size_t rows, double* tiles) {
   const std::size_t lanes = engine.panel;
-  const std::size_t stride = kStripRows * lanes;
   const std::size_t count = PanelsOf(engine, columns);
   const std::size_t resident = kResidentColumns / lanes;
   const auto tile = [=](std::size_t i, std::size_t j) {

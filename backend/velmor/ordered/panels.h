@@ -65,9 +65,9 @@ class Panels {
 constexpr std::size_t TriangleTile(std::size_t i, std::size_t j) { return i * (i + 1) / 2 + j; }
 
 // Adds the products of a strip of rows to the tiles of all pairs of panels, each of panel^2 cells.
-//   values, weighted  panels of so many columns, kStripRows rows apart
+//   values, weighted  panels of so many columns, `stride` doubles apart
 void AddTriangle(const Engine& engine, std::size_t columns, const double* values,
-                 const double* weighted, std::size_t rows, double* tiles);
+                 const double* weighted, std::size_t stride, std::size_t rows, double* tiles);
 
 // The mean from a column's moments, whose fields are `lanes` doubles apart.
 double MeanOf(const double* moments, std::size_t lanes, double weightSum);

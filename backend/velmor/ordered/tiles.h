@@ -55,8 +55,8 @@ double* TriangularProducts(Columns x, const double* means, Cases cases, std::siz
   ForEachStrip(cases.rows, [&](std::size_t from, std::size_t rows) {
     panels.Pack(from, rows, means, From(cases.weights, from));
     visit(panels, from, rows);
-    AddTriangle(panels.UsedEngine(), x.count, panels.Values(0), panels.Weighted(0), rows,
-                tiles.Tile(0));
+    AddTriangle(panels.UsedEngine(), x.count, panels.Values(0), panels.Weighted(0), panels.Stride(),
+                rows, tiles.Tile(0));
   });
   double* row = cells;
   for (std::size_t i = 0; i < x.count; ++i) {

@@ -30,7 +30,7 @@ PairVariable ColumnTask::Variable(Strip strip, RowList& list) const {
 void ColumnTask::Sum(Strip strip, double* sums, double* /*scratch*/) {
   RowList list;
   const PairVariable x = Variable(strip, list);
-  _batch->engine.PairSums(x, _set->isComplete, Panels(), _panels, _batch->Stride(), sums);
+  _batch->engine.PairSums(x, _set->isComplete, Panels(), _panels, _batch->stride, sums);
 }
 
 void ColumnTask::FinishMeans(double* sums) const {
@@ -42,7 +42,7 @@ void ColumnTask::FinishMeans(double* sums) const {
 void ColumnTask::Multiply(Strip strip, double* sums, double* /*scratch*/) const {
   RowList list;
   const PairVariable x = Variable(strip, list);
-  _batch->engine.PairProducts(x, _isFirst, _set->isComplete, Panels(), _panels, _batch->Stride(),
+  _batch->engine.PairProducts(x, _isFirst, _set->isComplete, Panels(), _panels, _batch->stride,
                               sums);
 }
 
@@ -99,42 +99,75 @@ void ColumnTask::HandOverPair(const double* fields, std::uint32_t other, Results
   }
 }
 
-std::span<ColumnTask> ColumnTasks(const PackedBatch& batch, Workspace& workspace) {
-  const auto wide = batch.patterns.Wide();
-  const auto others = batch.patterns.Others();
-  const std::size_t lanes = batch.engine.panel;
-  std::size_t columns = 0;
-  for (const ColumnSet& set : others) {
-    columns += set.columns.size();
+namespace {
+
+// Places in a set, [begin, end).
+struct Places {
+  std::size_t begin;
+  std::size_t end;
+};
+
+// The columns of a set with which a column has wanted pairs, as their first variable or second one.
+Places PartnersOf(std::uint32_t column, const ColumnSet& set, bool isFirst, WantedPairs wanted) {
+  const auto columns = set.columns;
+  if (wanted.isRectangle) {  // a set is of one range
+    const bool arePairs =
+        isFirst ? wanted.IsPair(column, columns[0]) : wanted.IsPair(columns[0], column);
+    return {0, arePairs ? columns.size() : 0};
   }
-  auto* const tasks =
-      workspace.Take<ColumnTask>(others.size() + 2 * columns * (wide.size() + others.size()));
-  std::size_t count = 0;
-  // The columns of a set that are wanted follow each other there.
-  const auto add = [&](std::uint32_t column, const ColumnSet& set, bool isFirst) {
-    const auto isWanted = [&](std::uint32_t other) {
-      return isFirst ? batch.wanted.IsPair(column, other) : batch.wanted.IsPair(other, column);
-    };
-    const auto begin = std::find_if(set.columns.begin(), set.columns.end(), isWanted);
-    const auto end = std::find_if_not(begin, set.columns.end(), isWanted);
-    if (begin != end) {
-      const auto from = static_cast<std::size_t>(begin - set.columns.begin()) / lanes;
-      const auto last = static_cast<std::size_t>(end - set.columns.begin() - 1) / lanes;
-      tasks[count++] = ColumnTask(batch, column, set, from, last + 1 - from, isFirst);
+  const auto below = [&](std::uint32_t bound) {
+    return static_cast<std::size_t>(std::lower_bound(columns.begin(), columns.end(), bound) -
+                                    columns.begin());
+  };
+  return isFirst ? Places{0, below(column)} : Places{below(column + 1), columns.size()};
+}
+
+// What the columns of one set by the panels of the other cost: half where lanes select no rows.
+std::size_t CostOf(const ColumnSet& columns, const ColumnSet& panels) {
+  return columns.columns.size() * panels.panels * (panels.isComplete ? 1 : 2);
+}
+
+template <class Visit>
+void ForEachColumnTask(const PackedBatch& batch, Visit visit) {
+  const std::size_t lanes = batch.engine.panel;
+  const auto visitPairs = [&](std::uint32_t column, const ColumnSet& set, bool isFirst) {
+    const Places places = PartnersOf(column, set, isFirst, batch.wanted);
+    if (places.begin < places.end) {
+      const std::size_t first = places.begin / lanes;
+      const std::size_t last = (places.end - 1) / lanes;
+      visit(ColumnTask(batch, column, set, first, last + 1 - first, isFirst));
     }
   };
-  for (const ColumnSet& set : others) {
-    tasks[count++] = ColumnTask(batch, ColumnTask::kNoColumn, set, 0, set.panels, true);
-    for (const std::uint32_t column : set.columns) {
-      for (const ColumnSet& other : others) {
-        add(column, other, true);
-      }
-      for (const ColumnSet& other : wide) {
-        add(column, other, true);
-        add(column, other, false);
+  // All pairs of two sets, or of one.
+  const auto visitSets = [&](const ColumnSet& a, const ColumnSet& b) {
+    const bool isByA = CostOf(b, a) < CostOf(a, b);
+    for (const std::uint32_t column : (isByA ? b : a).columns) {
+      visitPairs(column, isByA ? a : b, true);
+      if (&a != &b) {
+        visitPairs(column, isByA ? a : b, false);
       }
     }
+  };
+  const auto others = batch.patterns.Others();
+  for (std::size_t i = 0; i < others.size(); ++i) {
+    visit(ColumnTask(batch, ColumnTask::kNoColumn, others[i], 0, others[i].panels, true));
+    for (const ColumnSet& set : others.subspan(i)) {
+      visitSets(others[i], set);
+    }
+    for (const ColumnSet& set : batch.patterns.Wide()) {
+      visitSets(others[i], set);
+    }
   }
+}
+
+}  // namespace
+
+std::span<ColumnTask> ColumnTasks(const PackedBatch& batch, Workspace& workspace) {
+  std::size_t count = 0;
+  ForEachColumnTask(batch, [&](const ColumnTask&) { ++count; });
+  auto* const tasks = workspace.Take<ColumnTask>(count);
+  ColumnTask* next = tasks;
+  ForEachColumnTask(batch, [&](const ColumnTask& task) { *next++ = task; });
   return {tasks, count};
 }
 

@@ -31,6 +31,7 @@ class ColumnTask {
   // Doubles of running sums, all zero at first, which each step is given.
   std::size_t Size() const { return _panels * FieldsSize(); }
   static bool SumsPanels() { return true; }
+  static std::size_t ScratchSize() { return 0; }
 
   // The four steps: the sums of each strip, their means, the products of each strip, the results.
   void Sum(Strip strip, double* sums, double* scratch);

@@ -15,8 +15,9 @@ PackedBatch::PackedBatch(const Engine& e, const PairwiseCases& c, WantedPairs w,
       wanted(w),
       patterns(e, c, w, workspace),
       weights(c.weights ? c.weights : c.regWeights),
+      stride(std::min(kStripRows, (c.rows + 7) / 8 * 8) * e.panel),
       columns(workspace.Take<const double*>(std::size_t{patterns.Panels()} * e.panel)),
-      panels(workspace.Take<double>(patterns.Panels() * Stride())) {
+      panels(workspace.Take<double>(patterns.Panels() * stride)) {
   for (const auto sets : {patterns.Wide(), patterns.Others()}) {
     for (const ColumnSet& set : sets) {
       for (std::size_t i = 0; i < std::size_t{set.panels} * e.panel; ++i) {
@@ -55,7 +56,7 @@ void PackedBatch::Pack(Strip strip) const {
     for (std::size_t i = 0; i < engine.panel; ++i) {
       ofPanel[i] = columns[std::size_t{panel} * engine.panel + i] + strip.from;
     }
-    engine.Pack(ofPanel.data(), strip.rows, nullptr, panels + panel * Stride(), nullptr);
+    engine.Pack(ofPanel.data(), strip.rows, nullptr, panels + panel * stride, nullptr);
   }
 }
 

@@ -35,8 +35,7 @@ struct PackedBatch {
   PackedBatch(const Engine& engine, const PairwiseCases& cases, WantedPairs wanted,
               Workspace& workspace);
 
-  std::size_t Stride() const { return kStripRows * engine.panel; }  // from a panel to the next
-  const double* Panel(std::size_t panel) const { return panels + panel * Stride(); }
+  const double* Panel(std::size_t panel) const { return panels + panel * stride; }
   bool HasBothWeights() const { return cases.weights != nullptr && cases.regWeights != nullptr; }
   // What a record has: the sum of the case weights, without case weights the count.
   double WeightSum(const CommonCases& common) const;
@@ -51,6 +50,7 @@ struct PackedBatch {
   WantedPairs wanted;
   Patterns patterns;
   const double* weights;   // the combined weights; without weights all 1
+  std::size_t stride;      // from a panel to the next, in doubles; a batch may have few rows
   const double** columns;  // of each panel, set by set, the last one filling its last panel up
   double* panels;          // of a strip, as `columns`
 };

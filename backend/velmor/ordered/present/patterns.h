@@ -31,7 +31,8 @@ class Patterns {
            Workspace& workspace);
 
   // Sets of columns that are present in the same cases, in one case at least, and large enough to
-  // be taken together. In a rectangle, the sets of the first range come first.
+  // be taken together. In a rectangle, each set is of one range, and the sets of the first range
+  // come first.
   std::span<const ColumnSet> Wide() const { return {_sets, _wide}; }
   // The set of the other columns that are present in some case; in a rectangle, a set of each
   // range.

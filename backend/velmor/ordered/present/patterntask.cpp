@@ -6,19 +6,36 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
 namespace velmor::ordered {
 
+namespace {
+
+using ColumnNumbers = std::span<const std::uint32_t>;
+
+// Whether two sets, or parts of sets, have a pair with a column of `first` as its first variable.
+bool HavePairs(WantedPairs wanted, ColumnNumbers first, ColumnNumbers second) {
+  return wanted.IsPair(first.back(), second.front());
+}
+
+}  // namespace
+
 PatternTask::PatternTask(const PackedBatch& batch, const ColumnSet& a, const ColumnSet& b,
                          bool hasVariables)
-    : _batch(&batch),
-      _a(&a),
-      _b(&b),
-      _hasVariables(hasVariables),
-      _places((a.panels + (IsOnePattern() ? 0 : b.panels)) * Lanes()),
-      _triangle(IsOnePattern() ? TriangleTile(a.panels, 0) : 0),
-      _rectangle(IsOnePattern() ? 0 : std::size_t{a.panels} * b.panels) {}
+    : _batch(&batch), _a(&a), _b(&b), _hasVariables(hasVariables) {
+  const bool isOne = IsOnePattern();
+  const auto tiles = [&](const ColumnSet& first, const ColumnSet& second) {
+    return !isOne && HavePairs(batch.wanted, first.columns, second.columns)
+               ? std::size_t{first.panels} * second.panels
+               : 0;
+  };
+  _places = (a.panels + (isOne ? 0 : b.panels)) * Lanes();
+  _triangle = isOne && !batch.wanted.isRectangle ? TriangleTile(a.panels, 0) : 0;
+  _aFirst = tiles(a, b);
+  _bFirst = tiles(b, a);
+}
 
 PatternSums PatternTask::SumsAt(double* first) const {
   const auto cut = [&first](std::size_t size) {
@@ -28,8 +45,8 @@ PatternSums PatternTask::SumsAt(double* first) const {
           .means = cut(_places),
           .squares = cut(_places),
           .triangle = cut(_triangle * TileSize()),
-          .aFirst = cut(_rectangle * TileSize()),
-          .bFirst = cut(_rectangle * TileSize())};
+          .aFirst = cut(_aFirst * TileSize()),
+          .bFirst = cut(_bFirst * TileSize())};
 }
 
 double* PatternTask::MomentsOf(const PatternSums& sums, std::size_t place) const {
@@ -76,7 +93,7 @@ void PatternTask::SumPanels(Strip strip, const PatternSums& sums) {
         _batch->cases.weights[strip.from + some.list[i]] + _common.caseWeightSum;
   }
   const auto take = [&](const ColumnSet& set, double& weightSum) {
-    _batch->engine.PanelMoments(_batch->Panel(set.firstPanel), set.panels, _batch->Stride(), some,
+    _batch->engine.PanelMoments(_batch->Panel(set.firstPanel), set.panels, _batch->stride, some,
                                 _batch->weights + strip.from, isFirst,
                                 MomentsOf(sums, PlaceOf(set, 0)), &weightSum);
   };
@@ -98,7 +115,7 @@ void PatternTask::FinishMeans(double* first) const {
 void PatternTask::Multiply(Strip strip, double* first, double* scratch) const {
   const PatternSums sums = SumsAt(first);
   const Engine& engine = _batch->engine;
-  const std::size_t stride = _batch->Stride();
+  const std::size_t stride = _batch->stride;
   RowList list;
   const Rows some = RowsOf(strip, list);
   std::array<double, kStripRows> weights;  // NOLINT(*-member-init): the next lines do
@@ -112,7 +129,8 @@ void PatternTask::Multiply(Strip strip, double* first, double* scratch) const {
                   values + panel * stride, weighted + panel * stride);
   }
   if (HasTriangle()) {
-    AddTriangle(engine, _a->columns.size(), values, weighted, some.count, sums.triangle.data());
+    AddTriangle(engine, _a->columns.size(), values, weighted, stride, some.count,
+                sums.triangle.data());
     return;
   }
   engine.PanelSums(values, static_cast<unsigned>(Panels()), stride, {some.count, nullptr},
@@ -124,11 +142,15 @@ void PatternTask::Multiply(Strip strip, double* first, double* scratch) const {
 
 void PatternTask::MultiplyPatterns(std::size_t rows, const double* values, const double* weighted,
                                    const PatternSums& sums) const {
-  const std::size_t stride = _batch->Stride();
+  const std::size_t stride = _batch->stride;
   const std::size_t b = _a->panels * stride;
   for (std::size_t i = 0; i < _a->panels; ++i) {
-    MultiplyRow(i, true, rows, weighted + i * stride, values + b, sums.aFirst);
-    MultiplyRow(i, false, rows, values + i * stride, weighted + b, sums.bFirst);
+    if (_aFirst > 0) {
+      MultiplyRow(i, true, rows, weighted + i * stride, values + b, sums.aFirst);
+    }
+    if (_bFirst > 0) {
+      MultiplyRow(i, false, rows, values + i * stride, weighted + b, sums.bFirst);
+    }
   }
 }
 
@@ -136,28 +158,22 @@ void PatternTask::MultiplyPatterns(std::size_t rows, const double* values, const
 void PatternTask::MultiplyRow(std::size_t i, bool isAFirst, std::size_t rows, const double* aPanel,
                               const double* bPanels, std::span<double> tiles) const {
   const Engine& engine = _batch->engine;
-  const std::size_t stride = _batch->Stride();
+  const std::size_t stride = _batch->stride;
   const std::size_t end = _b->panels;
-  const auto columns = static_cast<unsigned>(std::min(Lanes(), _a->columns.size() - i * Lanes()));
+  const auto columnsFrom = [this](const ColumnSet& set, std::size_t panel, std::size_t panels) {
+    const std::size_t from = panel * Lanes();
+    return set.columns.subspan(from, std::min(panels * Lanes(), set.columns.size() - from));
+  };
+  const ColumnNumbers a = columnsFrom(*_a, i, 1);
   for (std::size_t j = 0; j < end; j += engine.tilePanels) {
-    const auto panels = static_cast<unsigned>(std::min<std::size_t>(engine.tilePanels, end - j));
-    if (HasPairs(i, j, isAFirst) || HasPairs(i, j + panels - 1, isAFirst)) {
-      engine.Products(aPanel, columns, bPanels + j * stride, panels, stride, rows,
+    const std::size_t panels = std::min<std::size_t>(engine.tilePanels, end - j);
+    const ColumnNumbers b = columnsFrom(*_b, j, panels);
+    if (isAFirst ? HavePairs(_batch->wanted, a, b) : HavePairs(_batch->wanted, b, a)) {
+      engine.Products(aPanel, static_cast<unsigned>(a.size()), bPanels + j * stride,
+                      static_cast<unsigned>(panels), stride, rows,
                       &tiles[(i * end + j) * TileSize()]);
     }
   }
-}
-
-// Whether panel i of a and j of b have a pair of which a's column, or b's, is first.
-bool PatternTask::HasPairs(std::size_t i, std::size_t j, bool isAFirst) const {
-  const auto ends = [this](const ColumnSet& set, std::size_t panel) {
-    const std::size_t last = std::min((panel + 1) * Lanes(), set.columns.size()) - 1;
-    return std::pair(set.columns[panel * Lanes()], set.columns[last]);
-  };
-  const auto [lowestA, highestA] = ends(*_a, i);
-  const auto [lowestB, highestB] = ends(*_b, j);
-  return isAFirst ? _batch->wanted.IsPair(highestA, lowestB)
-                  : _batch->wanted.IsPair(highestB, lowestA);
 }
 
 void PatternTask::HandOver(double* first, Results& results) const {
@@ -170,6 +186,9 @@ void PatternTask::HandOver(double* first, Results& results) const {
     if (!IsOnePattern()) {
       HandOverVariables(*_b, sums, results);
     }
+  }
+  if (IsOnePattern() && !HasTriangle()) {
+    return;
   }
   for (std::size_t a = 0; a < _a->columns.size(); ++a) {
     for (std::size_t b = 0; b < (IsOnePattern() ? a : _b->columns.size()); ++b) {
@@ -192,9 +211,6 @@ void PatternTask::HandOverVariables(const ColumnSet& set, const PatternSums& sum
 void PatternTask::HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums,
                                Results& results) const {
   const bool isAFirst = _batch->wanted.IsPair(_a->columns[a], _b->columns[b]);
-  if (!isAFirst && !_batch->wanted.IsPair(_b->columns[b], _a->columns[a])) {
-    return;
-  }
   const std::size_t i = a / Lanes();
   const std::size_t j = b / Lanes();
   const double* const tile =
@@ -218,20 +234,28 @@ void PatternTask::HandOverPair(std::size_t a, std::size_t b, const PatternSums& 
 // same cases as their variables.
 std::span<PatternTask> PatternTasks(const PackedBatch& batch, Workspace& workspace) {
   const auto wide = batch.patterns.Wide();
-  auto* const tasks = workspace.Take<PatternTask>(wide.size() * (wide.size() + 1) / 2);
+  // All pairs of sets or, in a rectangle, each of the first range with each of the second.
+  const bool isRectangle = batch.wanted.isRectangle;
+  const auto ofFirstRange = static_cast<std::size_t>(
+      std::partition_point(
+          wide.begin(), wide.end(),
+          [&](const ColumnSet& set) { return set.columns[0] < batch.wanted.firstRange; }) -
+      wide.begin());
+  const std::size_t pairs = isRectangle ? ofFirstRange * (wide.size() - ofFirstRange)
+                                        : wide.size() * (wide.size() - 1) / 2;
+  auto* const tasks = workspace.Take<PatternTask>(pairs + wide.size());
   auto* const haveVariables = workspace.Take<bool>(wide.size());
   std::fill_n(haveVariables, wide.size(), false);
   std::size_t count = 0;
-  for (std::size_t b = 0; b < wide.size(); ++b) {
-    for (std::size_t a = 0; a < b; ++a) {
-      const std::uint32_t columnA = wide[a].columns[0];
-      const std::uint32_t columnB = wide[b].columns[0];
-      if (batch.wanted.IsPair(columnA, columnB) || batch.wanted.IsPair(columnB, columnA)) {
-        const bool areAlike = batch.patterns.HaveSameCases(columnA, columnB);
-        tasks[count++] = PatternTask(batch, wide[a], wide[b], areAlike);
-        haveVariables[a] = haveVariables[a] || areAlike;
-        haveVariables[b] = haveVariables[b] || areAlike;
-      }
+  for (std::size_t b = ofFirstRange; b < wide.size(); ++b) {
+    for (std::size_t a = 0; a < (isRectangle ? ofFirstRange : b); ++a) {
+      const bool areAlike = batch.patterns.HaveSameCases(wide[a].columns[0], wide[b].columns[0]);
+      // The rows of a tile need not be full, as its lanes are: they are for the smaller set.
+      const bool isASmaller = wide[a].columns.size() <= wide[b].columns.size();
+      tasks[count++] = isASmaller ? PatternTask(batch, wide[a], wide[b], areAlike)
+                                  : PatternTask(batch, wide[b], wide[a], areAlike);
+      haveVariables[a] = haveVariables[a] || areAlike;
+      haveVariables[b] = haveVariables[b] || areAlike;
     }
   }
   for (std::size_t a = 0; a < wide.size(); ++a) {

@@ -32,13 +32,14 @@ class PatternTask {
 
   // Doubles of running sums, all zero at first, which each step is given.
   std::size_t Size() const {
-    return _places * (kMomentFields + 2) + (_triangle + 2 * _rectangle) * TileSize();
+    return _places * (kMomentFields + 2) + (_triangle + _aFirst + _bFirst) * TileSize();
   }
+  // Doubles of room for centred panels, which Multiply is given.
+  std::size_t ScratchSize() const { return 2 * Panels() * _batch->stride; }
   // Whether Sum reads panels. A complete pattern's sums are taken from the columns.
   bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
 
   // The four steps: the sums of each strip, their means, the products of each strip, the results.
-  //   scratch  room for centred panels, twice as many as the task has
   void Sum(Strip strip, double* sums, double* scratch);
   void FinishMeans(double* sums) const;
   void Multiply(Strip strip, double* sums, double* scratch) const;
@@ -46,7 +47,7 @@ class PatternTask {
 
  private:
   bool IsOnePattern() const { return _a == _b; }
-  bool HasTriangle() const { return IsOnePattern() && !_batch->wanted.isRectangle; }
+  bool HasTriangle() const { return _triangle > 0; }
   std::size_t Lanes() const { return _batch->engine.panel; }
   std::size_t TileSize() const { return Lanes() * Lanes(); }
   std::size_t Panels() const { return _places / Lanes(); }
@@ -70,7 +71,6 @@ class PatternTask {
                         const PatternSums& sums) const;
   void MultiplyRow(std::size_t i, bool isAFirst, std::size_t rows, const double* aPanel,
                    const double* bPanels, std::span<double> tiles) const;
-  bool HasPairs(std::size_t i, std::size_t j, bool isAFirst) const;
   void HandOverVariables(const ColumnSet& set, const PatternSums& sums, Results& results) const;
   void HandOverPair(std::size_t a, std::size_t b, const PatternSums& sums, Results& results) const;
 
@@ -79,8 +79,9 @@ class PatternTask {
   const ColumnSet* _b;
   bool _hasVariables;
   std::size_t _places;
-  std::size_t _triangle;   // tiles of PatternSums::triangle
-  std::size_t _rectangle;  // of aFirst, and of bFirst
+  std::size_t _triangle;  // tiles of PatternSums::triangle, none where no pair is wanted
+  std::size_t _aFirst;    // likewise
+  std::size_t _bFirst;
   CommonCases _common;
 };
 

@@ -31,7 +31,8 @@ class Runner {
       : _batch(batch),
         _sums(workspace.Take<double>(std::max(SumsSize(patternTasks), SumsSize(columnTasks)))),
         _scratch(
-            workspace.Take<double>(2 * std::size_t{batch.patterns.Panels()} * batch.Stride())) {}
+            workspace.Take<double>(std::max(ScratchSize(patternTasks), ScratchSize(columnTasks)))) {
+  }
 
   template <class Task>
   void Run(std::span<Task> tasks, Results& results) {
@@ -64,6 +65,15 @@ class Runner {
       largest = std::max(largest, task.Size());
     }
     return std::min(all, std::max(kSumsAtOnce, largest));
+  }
+
+  template <class Task>
+  static std::size_t ScratchSize(std::span<Task> tasks) {
+    std::size_t largest = 0;
+    for (const Task& task : tasks) {
+      largest = std::max(largest, task.ScratchSize());
+    }
+    return largest;
   }
 
   template <class Task>
