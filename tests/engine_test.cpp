@@ -52,6 +52,18 @@ struct Scenario {
   std::vector<Cases> batches;
 };
 
+// Columns begin with runs of equal values.
+template <class Draw>
+std::vector<double> MakeRow(Place at, bool (*isMissing)(const Place& at), Draw draw) {
+  constexpr unsigned int kRuns[] = {1, 2, 200, 7, 192};
+  std::vector<double> row(at.columns);
+  for (at.column = 0; at.column < at.columns; ++at.column) {
+    const double value = at.row < kRuns[at.column % 5] ? 0.1 * (at.column + 1) : draw();
+    row[at.column] = isMissing(at) ? kCode : value;
+  }
+  return row;
+}
+
 Scenario MakeScenario(unsigned int number) {
   constexpr unsigned int kColumns[] = {1, 3, 4, 5, 8, 9, 12, 13, 17, 24, 25, 33, 41};
   constexpr unsigned int kRows[] = {1, 193, 8, 385, 64, 5, 576, 192, 65};
@@ -69,12 +81,7 @@ Scenario MakeScenario(unsigned int number) {
     scenario.name += ' ' + std::to_string(at.rows);
     Cases& cases = scenario.batches.emplace_back();
     for (at.row = 0; at.row < at.rows; ++at.row) {
-      auto& row = cases.rows.emplace_back();
-      for (at.column = 0; at.column < at.columns; ++at.column) {
-        const bool isRun = at.row < std::array{1U, 2U, 200U, 7U, 192U}[at.column % 5];
-        const double value = isRun ? 0.1 * (at.column + 1) : draw();
-        row.push_back(pattern.isMissing(at) ? kCode : value);
-      }
+      cases.rows.push_back(MakeRow(at, pattern.isMissing, draw));
       cases.weights.resize(number / 2 % 2 == 0 ? 0 : at.row + 1, draw() + 0.9);
       cases.regWeights.resize(number / 4 % 2 == 0 ? 0 : at.row + 1, draw() + 0.9);
       cases.groups.push_back(

@@ -13,9 +13,16 @@ struct Avx2 {
   static constexpr const char* kName = "avx2";
   static constexpr unsigned kLanes = 4;
   static constexpr unsigned kPanel = 4;
+  // Of 16 registers the 4 by 2 sums take eight; three panels leave one too few for the operands.
+  // Zen 5, 10^9 cells a second in tiles of one, two and three panels: 24.6, 30.7, 31.7.
   static constexpr unsigned kTilePanels = 2;
+  // Narrower vectors do the same work on a panel as wide as a register: by reasoning.
   static constexpr unsigned kDiagonalLanes = 4;
+  // Zen 5, 10^9 values a second with one to four panels: moments 6.2, 9.0, 9.3, 9.5, sums 7.4,
+  // 11.7, 12.6, 13.2.
   static constexpr unsigned kMomentPanels = 3;
+  // Zen 5, 10^9 pairs a second with one to four panels: sums 5.1, 6.0, 6.5, 5.2, products 4.1, 4.1,
+  // 4.0, 4.1.
   static constexpr unsigned kPairPanels = 2;
   static constexpr unsigned kFewColumns = 0;
   static constexpr bool kMasksAdditions = false;

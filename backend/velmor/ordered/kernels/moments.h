@@ -145,6 +145,39 @@ struct MomentVectors {
     }
     return end;
   }
+  template <bool kWeighted>
+  [[gnu::always_inline]] void Take(unsigned v, double weight, Vector<Set> x) {
+    sum[v] = (kWeighted ? weight * x : x) + sum[v];
+    TakeExtremes(v, x);
+  }
+  // Takes the rows [from, to), in which no lane leaves its run. takeWeight(i) is row i's.
+  template <bool kWeighted, class Source, class TakeWeight>
+  [[gnu::always_inline]] void TakeSteady(const Source& source, std::size_t from, std::size_t to,
+                                         TakeWeight takeWeight) {
+    std::size_t i = from;
+    for (; i + Set::kLanes <= to; i += Set::kLanes) {
+      double weight[Set::kLanes];
+#pragma GCC unroll 8
+      for (unsigned r = 0; r < Set::kLanes; ++r) {
+        weight[r] = takeWeight(i + r);
+      }
+#pragma GCC unroll 8
+      for (unsigned v = 0; v < kVectors; ++v) {
+        Vector<Set> x[Set::kLanes];
+        source.GetSome(i, v, x);
+#pragma GCC unroll 8
+        for (unsigned r = 0; r < Set::kLanes; ++r) {
+          Take<kWeighted>(v, weight[r], x[r]);
+        }
+      }
+    }
+    for (; i < to; ++i) {
+      const double weight = takeWeight(i);
+      for (unsigned v = 0; v < kVectors; ++v) {
+        Take<kWeighted>(v, weight, source.Get(i, v));
+      }
+    }
+  }
   [[gnu::always_inline]] void DropSumsOfRuns() {
     for (unsigned v = 0; v < kVectors; ++v) {
       sum[v] = ended[v] ? sum[v] : Vector<Set>{};
@@ -167,8 +200,8 @@ struct MomentVectors {
 template <class Source, bool kWeighted>
 struct WeightsBefore {
   const Source& source;
-  const double* weights;
-  double sum;
+  const double* weights = nullptr;
+  double sum = 0.;
   std::size_t rows = 0;
 
   double Row(std::size_t i) {
@@ -207,35 +240,11 @@ void ContinueMoments(const Source& source, std::size_t rows, const double* weigh
     }
     return weight;
   };
-  const auto take = [&](unsigned v, double weight, Vector<Set> x) {
-    taken.sum[v] = (kWeighted ? weight * x : x) + taken.sum[v];
-    taken.TakeExtremes(v, x);
-  };
   for (std::size_t i = 0; i < rows;) {
     const bool haveEnded = taken.HaveEnded();
     const std::size_t steady = haveEnded ? rows : taken.SteadyRows(source, i, rows);
-    for (; i + Set::kLanes <= steady; i += Set::kLanes) {
-      double weight[Set::kLanes];
-#pragma GCC unroll 8
-      for (unsigned r = 0; r < Set::kLanes; ++r) {
-        weight[r] = takeWeight(i + r);
-      }
-#pragma GCC unroll 8
-      for (unsigned v = 0; v < kVectors; ++v) {
-        Vector<Set> x[Set::kLanes];
-        source.GetSome(i, v, x);
-#pragma GCC unroll 8
-        for (unsigned r = 0; r < Set::kLanes; ++r) {
-          take(v, weight[r], x[r]);
-        }
-      }
-    }
-    for (; i < steady; ++i) {
-      const double weight = takeWeight(i);
-      for (unsigned v = 0; v < kVectors; ++v) {
-        take(v, weight, source.Get(i, v));
-      }
-    }
+    taken.template TakeSteady<kWeighted>(source, i, steady, takeWeight);
+    i = steady;
     if (!haveEnded) {
       taken.DropSumsOfRuns();
       for (; i < rows && i < steady + kChangingRows; ++i) {
