@@ -278,9 +278,9 @@ TEST(DriverTest, RunsWithinPartsAndOnSeveralThreadsAtOnce) {
     EXPECT_EQ(inner.sum, 1275);
     ExpectStopped(Step::read, 0, 1, 2, kOtherError);
   };
-  std::vector<std::jthread> hosts;
-  for (int i = 0; i < 3; ++i) {
-    hosts.emplace_back([&runInner] {
+  std::jthread hosts[3];
+  for (std::jthread& host : hosts) {
+    host = std::jthread([&runInner] {
       for (const int threads : {1, 2}) {
         Numbers problem(2, runInner);
         Driver(&problem, threads);

@@ -15,15 +15,15 @@ namespace velmor::test {
 class Watchdog {
  public:
   // A test of many steps has come to the next. Any thread may call it.
-  static void NoteProgress() { ++_steps; }
+  static void NoteProgress() { ++steps; }
 
  private:
   static constexpr std::chrono::seconds kPatience{120};  // for a step, which takes milliseconds
 
   void Watch(const std::stop_token& isOver) {
     std::unique_lock lock(_mutex);
-    for (unsigned int seen = _steps - 1; seen != _steps;) {
-      seen = _steps;
+    for (unsigned int seen = steps - 1; seen != steps;) {
+      seen = steps;
       _nothing.wait_for(lock, isOver, kPatience, [] { return false; });
       if (isOver.stop_requested()) {
         return;
@@ -33,7 +33,7 @@ class Watchdog {
     std::abort();
   }
 
-  static inline std::atomic<unsigned int> _steps{0};
+  static inline std::atomic<unsigned int> steps{0};
   // Made here, as a test may count what is allocated while the thread runs.
   std::mutex _mutex;
   std::condition_variable_any _nothing;

@@ -128,6 +128,7 @@ tkThreadPoolBase::~tkThreadPoolBase() {
   innermostPool = _outer;
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): hosts have its name, which says that
 void tkThreadPoolBase::init() {
   if (_threads < 0) {
     throw std::invalid_argument("tkThreadPool: there can't be " + std::to_string(_threads) +
