@@ -45,13 +45,14 @@ Statistics Centre(const velmor::DiscriminantMatrix& raw, const MatrixXd& origins
   MatrixXd means = (origins.colwise() - origins.col(0)) + fromOrigins;
   const VectorXd mean = means * weights / weights.sum();
   means.colwise() -= mean;
-  Statistics s{weights,
-               origins.col(0) + mean,
-               means,
-               products - fromOrigins * sums.transpose(),
-               means * weights.asDiagonal() * means.transpose(),
-               VectorXd::Zero(variables),
-               products.diagonal()};
+  Statistics s;
+  s.weights = weights;
+  s.centre = origins.col(0) + mean;
+  s.means = means;
+  s.within = products - fromOrigins * sums.transpose();
+  s.between = means * weights.asDiagonal() * means.transpose();
+  s.roundings = VectorXd::Zero(variables);
+  s.squaresFromOrigins = products.diagonal();
   for (int g = 0; g < raw.NGroup(); ++g) {
     for (int x = 0; x < variables; ++x) {
       const bool varies = raw.sumX2(g, x) > sums(x, g) * fromOrigins(x, g);

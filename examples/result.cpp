@@ -98,7 +98,7 @@ Statistics OfPairwise(const velmor::MatrixBase& sums, bool isBlock) {
           },
           [&matrix, isBlock](int x, int y) {
             const velmor::PairStat& own = matrix.Pair(x, y);
-            const int column0 = isBlock ? std::min(x, y) : std::max(x, y);
+            const int column0 = isBlock ? x : std::max(x, y);
             const int column1 = x + y - column0;
             const bool varies0 = VariesInPair(matrix.Var(column0), own, own.CSS0(), own.Mean0());
             const bool varies1 = VariesInPair(matrix.Var(column1), own, own.CSS1(), own.Mean1());

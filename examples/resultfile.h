@@ -22,8 +22,9 @@
 namespace study {
 
 // Writes a file, under another name until it is complete and on the disk: a file of that name is
-// there as a whole or as it was before, also after the machine has stopped. One that was there before
-// keeps its mode. Throws csv::Error when it can't be written, as when one that is there may not be.
+// there as a whole or as it was before, also after the machine has stopped. One that was there
+// before keeps its mode. Throws csv::Error when it can't be written, as when one that is there may
+// not be.
 void Save(const Result& result, const std::string& path);
 
 // Merges what was saved in the files, in their order. Takes memory in proportion to the size of the
