@@ -9,8 +9,8 @@
 
 namespace velmor::ordered {
 
-// Merges a batch's variables and pairs into the records. Tasks leave out variables and pairs without
-// a case.
+// Merges a batch's variables and pairs into the records. Tasks leave out variables and pairs
+// without a case.
 class Results {
  public:
   Results(WantedPairs wanted, const PairwiseRecords& records)
