@@ -55,7 +55,7 @@ need_for_cluster() {
 }
 
 need_for_tests() {
-  need_for_cluster abigail-tools clang pkg-config python3 libgtest-dev libgmock-dev \
+  need_for_cluster abigail-tools clang libclang-rt-14-dev pkg-config python3 libgtest-dev libgmock-dev \
     libbenchmark-dev
 }
 
