@@ -14,8 +14,8 @@ struct Allocations {
   std::size_t bytes = 0;    // their bytes, with the heap's own word for each
   std::size_t scratch = 0;  // allocations of aligned memory, apart: it stays with its thread
   std::size_t scratchBytes = 0;
-  std::size_t alive = 0;    // allocations of both kinds that have not been deleted
-  int failAfter = kNever;   // allocations to go until one throws, below 0 once it has
+  std::size_t alive = 0;   // allocations of both kinds that have not been deleted
+  int failAfter = kNever;  // allocations to go until one throws, below 0 once it has
 };
 extern Allocations allocations;
 
