@@ -139,7 +139,7 @@ TEST_P(EngineTest, ResultsHaveTheBitsOfTheDefinition) {
 
 // More columns than have room among the running sums that are worked on at a time.
 TEST_P(EngineTest, PairsOfVeryManyColumnsAreThoseOfAListwiseBlock) {
-  constexpr int kColumns = 1030;
+  constexpr unsigned int kColumns = 1030;
   Cases cases;
   cases.rows = {std::vector<double>(kColumns, 0.1), std::vector<double>(kColumns)};
   std::iota(cases.rows[1].begin(), cases.rows[1].end(), 1.);
@@ -147,7 +147,7 @@ TEST_P(EngineTest, PairsOfVeryManyColumnsAreThoseOfAListwiseBlock) {
   MatrixPairwise pairwise(kCode);
   listwise += *Batch(cases);
   pairwise += *Batch(cases);
-  for (int i = 1; i < kColumns; ++i) {
+  for (unsigned int i = 1; i < kColumns; ++i) {
     ASSERT_EQ(pairwise.Pair(i, i / 2).CSCP(), listwise.CCP(i, i / 2)) << "column " << i;
   }
 }
