@@ -48,6 +48,13 @@ void* operator new(std::size_t size) {
   std::atomic_ref(allocations.bytes) += malloc_usable_size(memory) + sizeof(std::size_t);
   return memory;
 }
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory) noexcept { Free(memory); }
 
 // What a thread keeps for its next operation.
