@@ -17,8 +17,8 @@ constexpr unsigned int kColumns = 4;
 
 // What the bounds of a split depend on.
 struct Split {
-  std::size_t batchRows;   // most cases in a batch
-  std::size_t merges = 0;  // most merges that a batch's result passes through
+  std::size_t batchRows = 0;  // most cases in a batch
+  std::size_t merges = 0;     // most merges that a batch's result passes through
 
   double Roundings() const { return static_cast<double>(batchRows + merges) + 5.; }
 };

@@ -39,7 +39,7 @@ void ExerciseFamily(Input& input, const CaseShape& shape, MakeBatch makeBatch, C
 std::unique_ptr<DataBatch> Filled(const Cases& cases, unsigned int columns, unsigned int room) {
   CurrentCase current;
   auto batch = EmptyBatch<DataBatch>(cases, columns, room, current);
-  const std::size_t watched = std::min<std::size_t>(cases.rows.size(), 2 * room);
+  const std::size_t watched = std::min(cases.rows.size(), std::size_t{2} * room);
   AddRows(*batch, current, cases.Slice(0, watched));
   if (watched < cases.rows.size()) {
     batch->Column(0);
