@@ -196,8 +196,15 @@ struct MomentVectors {
   }
 };
 
+// A number of rows as a floating-point number. By way of a signed one, which takes one instruction;
+// an unsigned one takes a sum of halves.
+template <class Set>
+double FromCount(std::size_t rows) {
+  return static_cast<double>(static_cast<std::ptrdiff_t>(rows));
+}
+
 // The sum of the weights of all rows before one. Asked for in ascending order.
-template <class Source, bool kWeighted>
+template <class Set, class Source, bool kWeighted>
 struct WeightsBefore {
   const Source& source;
   const double* weights = nullptr;
@@ -211,7 +218,7 @@ struct WeightsBefore {
       }
       return sum;
     }
-    return sum + static_cast<double>(i);
+    return sum + FromCount<Set>(i);
   }
 };
 
@@ -231,7 +238,7 @@ void ContinueMoments(const Source& source, std::size_t rows, const double* weigh
   } else {
     taken.Get();
   }
-  WeightsBefore<Source, kWeighted> weightsBefore{source, weights, weightBefore};
+  WeightsBefore<Set, Source, kWeighted> weightsBefore{source, weights, weightBefore};
   double allWeights = weightBefore;
   const auto takeWeight = [&](std::size_t i) {
     const double weight = kWeighted ? weights[source.Row(i)] : 1.;
@@ -277,7 +284,7 @@ void ContinueAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, con
   const auto& first = weights ? kTake[2] : others;
   const double weightBefore = *weightSum;
   if (count > 0 && !weights) {
-    *weightSum = weightBefore + static_cast<double>(rows);
+    *weightSum = weightBefore + FromCount<Set>(rows);
   }
   for (unsigned p = 0; p < count;) {
     const bool takesSome = count - p >= kTogether;
