@@ -35,7 +35,8 @@
 // - Running sums are read, continued and written back, so that rows can be cut into strips
 //   anywhere, also into strips without rows. They have to be set before the first strip.
 // - Rounding is to nearest, and subnormal numbers are kept (floatenvironment.h).
-// - A kernel keeps no state, allocates nothing, throws nothing and calls nothing.
+// - A kernel keeps no state, allocates nothing, throws nothing and calls no function, but for the
+//   memcpy that a compiler may make of a copy of bytes.
 
 #include <cstddef>
 #include <cstdint>

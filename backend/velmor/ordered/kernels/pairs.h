@@ -49,6 +49,14 @@ struct PairPanels {
   PairVector<Set> Pairs(unsigned v) const {
     return {pairs + v / kParts * kPairFields * Set::kPanel + v % kParts * Set::kLanes};
   }
+  // A field of all vectors' pairs, into registers.
+  template <unsigned kVectors>
+  [[gnu::always_inline]] void Get(PairField field, Vector<Set> (&values)[kVectors]) const {
+#pragma GCC unroll 8
+    for (unsigned v = 0; v < kVectors; ++v) {
+      values[v] = Pairs(v).Get(field);
+    }
+  }
 };
 
 // Whether all lanes have left the leading runs of both means.
@@ -131,12 +139,9 @@ template <class Set, unsigned kVectors, bool kIsComplete>
   Vector<Set> weightSum[kVectors];
   Vector<Set> sum0[kVectors];
   Vector<Set> sum1[kVectors];
-#pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
-    weightSum[v] = y.Pairs(v).Get(kPairWeightSum);
-    sum0[v] = y.Pairs(v).Get(kPairSum0);
-    sum1[v] = y.Pairs(v).Get(kPairSum1);
-  }
+  y.Get(kPairWeightSum, weightSum);
+  y.Get(kPairSum0, sum0);
+  y.Get(kPairSum1, sum1);
   for (std::size_t i = from; i < to; ++i) {
     const std::size_t row = RowAt<Set>(x.rows, i);
     const double weight = x.weights[row];
@@ -242,14 +247,11 @@ void PanelPairProducts(const PairVariable& x, PairPanels<Set> y) {
   Vector<Set> squares0[kVectors];
   Vector<Set> squares1[kVectors];
   Vector<Set> products[kVectors];
-#pragma GCC unroll 8
-  for (unsigned v = 0; v < kVectors; ++v) {
-    mean0[v] = y.Pairs(v).Get(kPairMean0);
-    mean1[v] = y.Pairs(v).Get(kPairMean1);
-    squares0[v] = y.Pairs(v).Get(kPairSquares0);
-    squares1[v] = y.Pairs(v).Get(kPairSquares1);
-    products[v] = y.Pairs(v).Get(kPairProducts);
-  }
+  y.Get(kPairMean0, mean0);
+  y.Get(kPairMean1, mean1);
+  y.Get(kPairSquares0, squares0);
+  y.Get(kPairSquares1, squares1);
+  y.Get(kPairProducts, products);
   for (std::size_t i = 0; i < x.rows.count; ++i) {
     const std::size_t row = RowAt<Set>(x.rows, i);
     const double weight = x.weights[row];

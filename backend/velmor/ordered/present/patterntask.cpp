@@ -66,11 +66,11 @@ Rows PatternTask::RowsOf(Strip strip, RowList& list) const {
                     _batch->patterns.Bits(_b->columns[0]) + strip.from / 64, strip.rows, list);
 }
 
-void PatternTask::Sum(Strip strip, double* sums, double* /*scratch*/) {
+void PatternTask::Sum(Strip strip, double* first, double* /*scratch*/) {
   if (SumsPanels()) {
-    SumPanels(strip, SumsAt(sums));
+    SumPanels(strip, SumsAt(first));
   } else if (strip.from == 0) {
-    SumColumns(SumsAt(sums));
+    SumColumns(SumsAt(first));
   }
 }
 

@@ -40,8 +40,8 @@ class PatternTask {
   bool SumsPanels() const { return !(IsOnePattern() && _a->isComplete); }
 
   // The four steps: the sums of each strip, their means, the products of each strip, the results.
-  //   sums, first  the first of the task's doubles of running sums
-  void Sum(Strip strip, double* sums, double* scratch);
+  //   first  of the task's doubles of running sums
+  void Sum(Strip strip, double* first, double* scratch);
   void FinishMeans(double* first) const;
   void Multiply(Strip strip, double* first, double* scratch) const;
   void HandOver(double* first, Results& results) const;
