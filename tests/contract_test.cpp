@@ -2,6 +2,7 @@
 // what the plain loops give and nothing else, with widths up to some panels, no rows, one, odd
 // numbers and those around a strip, which is taken in parts. No array is aligned, each stands
 // between guards, and what may not count is NaN: lanes without a column, rows that are not listed.
+#include "abreast/lanecases.h"
 #include "ordered/chains.h"
 #include "ordered/engine.h"
 #include "ordered/panels.h"
@@ -9,6 +10,7 @@
 
 #include "support.h"
 
+#include <bit>
 #include <cstring>
 #include <deque>
 
@@ -392,11 +394,409 @@ void Transpose(Trial& t) {
   t.engine.Transpose(from.data(), t.rows, t.width, between, to.At());
 }
 
-struct Kernel {
-  const char* name;
-  unsigned kinds;  // the bits that may be set
-  void (*run)(Trial& t);
+// Blocks of rows side by side. With kListed, other rows of each are left out.
+struct Blocks {
+  Trial& t;
+  std::size_t lanes = t.engine.lanes;
+  std::vector<Doubles> x = {};  // column c of block l is x[c * lanes + l]
+  std::vector<Doubles> w = {};
+  const double* weights = nullptr;
+  const double* used = nullptr;
+
+  explicit Blocks(Trial& trial) : t(trial) {
+    std::vector<Doubles> masks(lanes, Doubles(t.rows));
+    for (unsigned i = 0; i < t.width * lanes; ++i) {
+      x.push_back(t.Numbers(i, t.rows));
+    }
+    for (unsigned l = 0; l < lanes; ++l) {
+      w.push_back(t.Is(kWeighted) ? t.Weights(l) : Doubles(t.rows, 1.));
+      for (std::size_t row = 0; row < t.rows; ++row) {
+        masks[l][row] = IsUsed(l, row) ? std::bit_cast<double>(~std::uint64_t{0}) : 0.;
+      }
+    }
+    weights = t.Is(kWeighted) ? t.New(Abreast(w)).At() : nullptr;
+    used = t.Is(kListed) ? t.New(Abreast(masks)).At() : nullptr;
+  }
+  bool IsUsed(std::size_t lane, std::size_t row) const {
+    return !t.Is(kListed) || (lane != 1 && (row + lane) % 3 != 0);
+  }
+  Doubles Used(const Doubles& values, std::size_t lane) const {
+    Doubles some;
+    for (std::size_t row = 0; row < t.rows; ++row) {
+      if (IsUsed(lane, row)) {
+        some.push_back(values[row]);
+      }
+    }
+    return some;
+  }
+  // What blocks have, column by column and row by row, with a vector in each place.
+  Doubles Abreast(const std::vector<Doubles>& blocks, std::size_t between = 0) const {
+    Doubles all(blocks.size() / lanes * (t.rows * lanes + between), kNaN);
+    for (std::size_t i = 0; i < blocks.size() * t.rows; ++i) {
+      const std::size_t block = i / t.rows;
+      all[block / lanes * (t.rows * lanes + between) + i % t.rows * lanes + block % lanes] =
+          blocks[block][i % t.rows];
+    }
+    return all;
+  }
+  // Calls call(rows, the first one) for each of three strips.
+  template <class Call>
+  void InStrips(Call call) const {
+    const std::size_t cuts[] = {0, t.rows / 3, t.rows / 3, t.rows};
+    for (std::size_t i = 0; i < 3; ++i) {
+      const std::size_t at = cuts[i] * lanes;
+      call(RowsAbreast{cuts[i + 1] - cuts[i], From(weights, at), From(used, at)}, cuts[i]);
+    }
+  }
 };
+
+// From row `from` on, where each block's column is, or where each column is turned.
+std::vector<const double*> Addresses(Blocks& b, bool areTurned, std::size_t from) {
+  std::vector<const double*> at;
+  for (std::size_t i = 0; i < b.x.size(); i += areTurned ? b.lanes : 1) {
+    const auto first = b.x.begin() + static_cast<std::ptrdiff_t>(i);
+    at.push_back(areTurned
+                     ? b.t.New(b.Abreast({first, first + static_cast<std::ptrdiff_t>(b.lanes)}))
+                           .At(from * b.lanes)
+                     : b.t.New(b.x[i]).At(from));
+  }
+  return at;
+}
+
+void TurnAbreast(Trial& t) {
+  Blocks b(t);
+  const std::vector<Doubles> first(
+      b.x.begin(), b.x.begin() + static_cast<std::ptrdiff_t>(t.width > 0 ? b.lanes : 0));
+  Array& turned = t.NewResults(first.size() * t.rows);
+  if (t.width > 0) {
+    t.engine.TurnAbreast(Addresses(b, false, 0).data(), t.rows, turned.At());
+  }
+  const Doubles want = b.Abreast(first);
+  std::copy(want.begin(), want.end(), &turned.Want());
+}
+
+void MomentsAbreast(Trial& t, bool areTurned) {
+  Blocks b(t);
+  const std::size_t size = kAbreastFields * b.lanes;
+  Array& moments = t.NewResults(t.width * size, 0.);
+  Array& sums = t.NewResults(b.lanes, 0.);
+  b.InStrips([&](const RowsAbreast& rows, std::size_t from) {
+    (areTurned ? t.engine.TurnedMoments : t.engine.MomentsAbreast)(
+        Addresses(b, areTurned, from).data(), t.width, rows, moments.At());
+    t.engine.SumAbreast(rows, sums.At());
+  });
+  Array& means = t.NewResults(t.width * b.lanes);
+  FinishMeans(t.engine, moments.At(), t.width, sums.At(), means.At());
+  std::copy(moments.At(), moments.At(t.width * size), &moments.Want());
+  for (std::size_t i = 0; i < b.x.size() + b.lanes; ++i) {
+    const std::size_t lane = i % b.lanes;
+    const Doubles w = b.Used(b.w[lane], lane);
+    sums.Want(lane) = WeightedSum(w.data(), w.size());
+    if (i < b.x.size()) {
+      const Doubles x = b.Used(b.x[i], lane);
+      const bool isEmpty = x.empty();
+      double* const want = &moments.Want(i / b.lanes * size + lane);
+      want[kAbreastMin * b.lanes] = isEmpty ? 0. : Mins(x.data(), x.size());
+      want[kAbreastMax * b.lanes] = isEmpty ? 0. : Maxs(x.data(), x.size());
+      means.Want(i) = isEmpty ? 0. : WeightedMean(x.data(), w.data(), sums.Want(lane), x.size());
+    }
+  }
+}
+
+void DistancesAbreast(Trial& t, bool areTurned) {
+  Blocks b(t);
+  const std::size_t stride = t.rows * b.lanes + 3;
+  const Doubles means = t.Numbers(90, b.x.size());
+  Array& distances = t.NewResults(t.width * stride);
+  Array& weighted = t.NewResults(t.width * stride);
+  (areTurned ? t.engine.TurnedDistances : t.engine.DistancesAbreast)(
+      Addresses(b, areTurned, 0).data(), t.width, {t.rows, b.weights, b.used}, t.New(means).At(),
+      stride, distances.At(), weighted.At());
+  for (std::size_t i = 0; i < b.x.size() * t.rows; ++i) {
+    const std::size_t block = i / t.rows;
+    const std::size_t row = i % t.rows;
+    const std::size_t lane = block % b.lanes;
+    const std::size_t at = block / b.lanes * stride + row * b.lanes + lane;
+    const double distance = b.x[block][row] - means[block];
+    distances.Want(at) = b.IsUsed(lane, row) ? distance : 0.;
+    weighted.Want(at) = !t.Is(kWeighted)      ? kNowhere
+                        : b.IsUsed(lane, row) ? b.w[lane][row] * distance
+                                              : 0.;
+  }
+}
+
+// With kOwn a triangle, with kOwn2 squares; with kOwn3 columns by themselves.
+void ProductsAbreast(Trial& t) {
+  Blocks b(t);
+  const bool isTriangle = t.Is(kOwn);
+  const bool areSquares = t.Is(kOwn2);
+  const unsigned columns = isTriangle || areSquares ? t.width : t.width / 2 + 1;
+  if (t.width == 0 || (isTriangle && areSquares)) {
+    return;
+  }
+  const std::size_t stride = t.rows * b.lanes + 5;
+  std::vector<Doubles> y = b.x;
+  std::rotate(y.begin(), y.begin() + (t.Is(kOwn3) ? 0 : 1), y.end());
+  const double* const atX = t.New(b.Abreast(b.x, 5)).At();
+  const double* const atY = t.Is(kOwn3) ? atX : t.New(b.Abreast(y, 5)).At();
+  const std::size_t count = isTriangle   ? t.width * (t.width + std::size_t{1}) / 2
+                            : areSquares ? t.width
+                                         : std::size_t{t.width} * columns;
+  Array& cells = t.NewResults(count * b.lanes, 0.);
+  b.InStrips([&](const RowsAbreast& rows, std::size_t from) {
+    from *= b.lanes;
+    areSquares
+        ? t.engine.SquaresAbreast(atX + from, atY + from, columns, stride, rows.count, cells.At())
+        : t.engine.ProductsAbreast(atX + from, t.width, atY + from, columns, isTriangle, stride,
+                                   rows.count, cells.At());
+  });
+  std::size_t at = 0;
+  for (std::size_t i = 0; i < t.width; ++i) {
+    const std::size_t last = isTriangle || areSquares ? i : columns - 1;
+    for (std::size_t j = areSquares ? i : 0; j <= last; ++j) {
+      for (std::size_t lane = 0; lane < b.lanes; ++lane) {
+        cells.Want(at++) =
+            ProductSum(b.x[i * b.lanes + lane].data(), y[j * b.lanes + lane].data(), t.rows);
+      }
+    }
+  }
+}
+
+// What a block has of its columns: means, extremes, squares and cells.
+struct PlainBlock {
+  static constexpr unsigned kFields = 5;
+  double weight = 0.;
+  Doubles fields[kFields] = {};
+
+  double ShiftTo(const Doubles& merged, std::size_t i) const { return merged[i] - fields[0][i]; }
+  // Merges d into this one. A rectangle's first range has fewer columns than there are.
+  void Merge(const PlainBlock& d, std::size_t firstRange) {
+    const PlainBlock old = *this;
+    Doubles& merged = fields[0];
+    Doubles shift = merged;
+    const bool isTriangle = firstRange == merged.size();
+    for (std::size_t i = 0; i < merged.size(); ++i) {
+      shift[i] = MeanDiff(merged[i], weight, d.fields[0][i], d.weight);
+      merged[i] = merged[i] + shift[i];
+      fields[1][i] = std::min(fields[1][i], d.fields[1][i]);
+      fields[2][i] = std::max(fields[2][i], d.fields[2][i]);
+      const double shiftD = d.ShiftTo(merged, i);
+      fields[3][i] =
+          ((d.fields[3][i] + (shift[i] * shift[i]) * weight) + (shiftD * shiftD) * d.weight) +
+          old.fields[3][i];
+    }
+    std::size_t cell = 0;
+    for (std::size_t i = 0; i < firstRange; ++i) {
+      const double factor = weight * (isTriangle ? shift[i] : old.ShiftTo(merged, i));
+      const double factorD = d.weight * d.ShiftTo(merged, i);
+      const std::size_t end = isTriangle ? i + 1 : merged.size();
+      for (std::size_t j = isTriangle ? 0 : firstRange; j < end; ++j, ++cell) {
+        fields[4][cell] = ((d.fields[4][cell] + factor * old.ShiftTo(merged, j)) +
+                           factorD * d.ShiftTo(merged, j)) +
+                          old.fields[4][cell];
+      }
+    }
+    weight = weight + d.weight;
+  }
+};
+
+// Merges what lanes have into the first one's.
+template <class Merge>
+void MergeLanes(std::size_t lanes, Merge merge) {
+  for (std::size_t step = 1; step < lanes; step *= 2) {
+    for (std::size_t lane = 0; lane < lanes; lane += 2 * step) {
+      merge(lane, lane + step);
+    }
+  }
+}
+
+// With kOwn a rectangle, with kOwn2 no extremes. Only the first lane counts then.
+void MergeAbreast(Trial& t) {
+  const std::size_t lanes = t.engine.lanes;
+  const std::size_t columns = t.width;
+  const bool isRectangle = t.Is(kOwn) && columns > 1;
+  const std::size_t firstRange = isRectangle ? columns / 2 : columns;
+  const std::size_t cells =
+      isRectangle ? firstRange * (columns - firstRange) : columns * (columns + 1) / 2;
+  Doubles weights = t.Numbers(4, lanes);
+  weights[1] = t.rows % 2 != 0 ? -weights[0] : weights[1];
+  std::vector<PlainBlock> blocks;
+  for (const double weight : weights) {
+    blocks.push_back({weight});
+  }
+  Array* got[PlainBlock::kFields] = {};
+  double* at[PlainBlock::kFields] = {};
+  for (unsigned f = 0; f < PlainBlock::kFields; ++f) {
+    const Doubles numbers =
+        t.Numbers(f + static_cast<unsigned>(t.rows), (f == 4 ? cells : columns) * lanes);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+      blocks[i % lanes].fields[f].push_back(numbers[i]);
+    }
+    got[f] = &t.New(numbers);
+    at[f] = (f == 3 ? isRectangle : f == 0 || f == 4 || !t.Is(kOwn2)) ? got[f]->At() : nullptr;
+  }
+  std::vector<Doubles> scratch(3, Doubles(columns * lanes + 1));
+  t.engine.MergeAbreast({t.width, static_cast<unsigned>(firstRange), at[0], at[1], at[2], at[3],
+                         at[4], scratch[0].data(), scratch[1].data(), scratch[2].data()},
+                        t.New(weights).At());
+  MergeLanes(lanes, [&](auto a, auto b) { blocks[a].Merge(blocks[b], firstRange); });
+  for (unsigned f = 0; f < PlainBlock::kFields; ++f) {
+    for (std::size_t i = 0; at[f] != nullptr && i < blocks[0].fields[f].size() * lanes; ++i) {
+      got[f]->Want(i) = i % lanes == 0 ? blocks[0].fields[f][i / lanes] : at[f][i];
+    }
+  }
+}
+
+// One column's pairs with others. With kOwn there are case weights beside regression weights.
+struct PairBlocks : Blocks {
+  std::size_t words = (t.rows + 63) / 64;
+  WorkArea area = {};
+  std::vector<Doubles> cases = {};
+  Array& fields = t.NewResults(std::size_t{t.width} * kPairFieldsAbreast * lanes, 0.);
+  std::vector<PairAbreast> pairs = {};
+  std::vector<Doubles> first = {};
+
+  explicit PairBlocks(Trial& trial) : Blocks(trial) {
+    for (unsigned i = 0; i < lanes + x.size(); ++i) {
+      Doubles& values = i < lanes ? first.emplace_back(t.Numbers(70 + i, t.rows)) : x[i - lanes];
+      area._missingCode = Lose(t, values);
+      std::rotate(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(i % (t.rows + 1)),
+                  values.end());
+    }
+    for (unsigned lane = 0; lane < lanes; ++lane) {
+      cases.push_back(t.Weights(lane + 2));
+    }
+  }
+  const double* Turned(const Doubles* blocks) const {
+    return t.New(Abreast(std::vector<Doubles>(blocks, blocks + lanes))).At();
+  }
+  std::vector<std::uint64_t> WordsOf(const Doubles* blocks) const {
+    std::vector<std::uint64_t> all(lanes * words + 1);
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+      t.engine.Presence(blocks[lane].data(), t.rows, area._missingCode, &all[lane * words]);
+    }
+    return all;
+  }
+  // Makes the pairs' fields, with their counts.
+  void Count() {
+    for (std::size_t c = 0; c < t.width; ++c) {
+      pairs.push_back({Turned(&x[c * lanes]), fields.At(c * kPairFieldsAbreast * lanes)});
+      t.engine.CountAbreast(WordsOf(first.data()).data(), WordsOf(&x[c * lanes]).data(), words,
+                            pairs[c].fields);
+    }
+  }
+  // Takes all rows into sums, or into products.
+  template <class Kernel>
+  void Take(Kernel kernel) {
+    std::vector<Doubles> u = w;
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+      CombineWeights(u[lane].data(), cases[lane].data(), t.rows);
+    }
+    const double* const all = t.Is(kOwn) ? t.New(Abreast(u)).At() : weights;
+    const double* const ofCases = t.Is(kOwn) ? t.New(Abreast(cases)).At() : nullptr;
+    const double* const values = Turned(first.data());
+    InStrips([&](const RowsAbreast& rows, std::size_t from) {
+      kernel({from, from + rows.count, all, ofCases, area._missingCode}, values, pairs.data(),
+             t.width);
+    });
+  }
+  // Without weights, their sums are the caller's.
+  void SumCounts() const {
+    for (const PairAbreast& pair : pairs) {
+      for (std::size_t i = 0; i < lanes; ++i) {
+        pair.fields[kLaneWeight * lanes + i] = pair.fields[kLaneRows * lanes + i];
+        pair.fields[kLaneCaseWeight * lanes + i] = pair.fields[kLaneRows * lanes + i];
+      }
+    }
+  }
+  PairStatData Plain(std::size_t pair, std::size_t lane) {
+    PairStatData p;
+    p.Init(first[lane].data(), x[pair * lanes + lane].data(),
+           t.Is(kOwn) ? cases[lane].data() : nullptr, t.Is(kWeighted) ? w[lane].data() : nullptr,
+           area, static_cast<int>(t.rows));
+    p._weightSum = t.Is(kWeighted) && !t.Is(kOwn) ? 0. : p._weightSum;
+    return p;
+  }
+  void Want(Array& array, std::size_t pair, std::size_t lane, const PairStatData& p) const {
+    const double numbers[] = {static_cast<double>(p._nRows),
+                              p._weightSum,
+                              p._regWeightSum,
+                              p._mean0,
+                              p._mean1,
+                              p._css0,
+                              p._css1,
+                              p._cscp};
+    for (std::size_t f = 0; f < std::size(numbers); ++f) {
+      array.Want((pair * kPairFieldsAbreast + f) * lanes + lane) = numbers[f];
+    }
+  }
+};
+
+void PairsAbreast(Trial& t) {
+  if (t.Is(kOwn) && !t.Is(kWeighted)) {
+    return;
+  }
+  PairBlocks b(t);
+  b.Count();
+  b.Take(t.engine.PairSumsAbreast);
+  if (!t.Is(kWeighted)) {
+    b.SumCounts();
+  }
+  t.engine.PairMeansAbreast(b.pairs.data(), t.width);
+  b.Take(t.engine.PairProductsAbreast);
+  // What other fields hold then means nothing.
+  const auto copyOf = [&](Array& array) {
+    array.want = array.got;
+    return Doubles(array.At(), array.At(std::size_t{t.width} * kPairFieldsAbreast * b.lanes));
+  };
+  Array& fresh = t.New(copyOf(b.fields));
+  t.engine.FreshPairs(fresh.At(), t.width);
+  Array& merged = t.New(copyOf(fresh));
+  t.engine.MergePairsAbreast(merged.At(), t.width);
+  copyOf(merged);
+  for (std::size_t pair = 0; pair < t.width; ++pair) {
+    std::vector<PairStatData> records(b.lanes);
+    for (std::size_t lane = 0; lane < b.lanes; ++lane) {
+      const PairStatData plain = b.Plain(pair, lane);
+      b.Want(b.fields, pair, lane, plain);
+      records[lane].Update(plain);
+      b.Want(fresh, pair, lane, records[lane]);
+    }
+    MergeLanes(b.lanes, [&](auto to, auto from) { records[to].Update(records[from]); });
+    b.Want(merged, pair, 0, records[0]);
+  }
+}
+
+// As many rows as there are; which of them two columns have in each block.
+void PresentAbreast(Trial& t) {
+  Blocks b(t);
+  if (t.width < 2) {
+    return;
+  }
+  double code = 0.;
+  for (Doubles& values : b.x) {
+    code = Lose(t, values);
+    std::rotate(values.begin(), values.begin() + (t.rows > 1 ? 1 : 0), values.end());
+  }
+  std::rotate(b.x.begin(), b.x.begin() + 1, b.x.end());
+  const auto first = b.x.begin();
+  const auto second = first + static_cast<std::ptrdiff_t>(b.lanes);
+  const Doubles x = b.Abreast({first, second});
+  const Doubles y = b.Abreast({second, second + static_cast<std::ptrdiff_t>(b.lanes)});
+  Array& masks = t.NewResults(x.size());
+  t.engine.PresentAbreast(t.New(x).At(), t.New(y).At(), code, t.rows, masks.At());
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    masks.Want(i) = x[i] != code && y[i] != code ? kNaN : 0.;
+  }
+}
+
+struct Kernel {
+  const char* name = nullptr;
+  unsigned kinds = 0;  // the bits that may be set
+  void (*run)(Trial& t) = nullptr;
+  unsigned widths = 34;
+};
+constexpr unsigned kTiles = 10;  // columns of some tiles of blocks abreast
 const Kernel kKernels[] = {
     {"Pack", kWeighted, [](Trial& t) { Pack(t, false); }},
     {"Center", kListed, [](Trial& t) { Pack(t, true); }},
@@ -413,13 +813,23 @@ const Kernel kKernels[] = {
     {"MergePairs", kOwn, MergePairs},
     {"Copy", kOwn | kOwn2 | kOwn3, Copy},
     {"Transpose", 0, Transpose},
+    {"TurnAbreast", 0, TurnAbreast, kTiles},
+    {"SumAbreast, MomentsAbreast", kListed | kWeighted, [](Trial& t) { MomentsAbreast(t, false); },
+     kTiles},
+    {"TurnedMoments", kListed | kWeighted, [](Trial& t) { MomentsAbreast(t, true); }, kTiles},
+    {"DistancesAbreast", kListed | kWeighted, [](Trial& t) { DistancesAbreast(t, false); }, kTiles},
+    {"TurnedDistances", kListed | kWeighted, [](Trial& t) { DistancesAbreast(t, true); }, kTiles},
+    {"ProductsAbreast, SquaresAbreast", kOwn | kOwn2 | kOwn3, ProductsAbreast, kTiles},
+    {"MergeAbreast", kOwn | kOwn2, MergeAbreast, kTiles},
+    {"PresentAbreast", 0, PresentAbreast, kTiles},
+    {"The others of pairs abreast", kWeighted | kOwn, PairsAbreast, kTiles},
 };
 
 constexpr std::size_t kRows[] = {0, 1, 2, 3, 5, 8, 9, 31, 63, 64, 65, 191, 192, 193};
 
 // Tries all shapes of one kind, and counts those that there are.
 void TryKind(const Kernel& kernel, const Engine& engine, unsigned kind, std::size_t& cases) {
-  for (unsigned width = 0; width < 34; width += width < 17 ? 1 : 8) {
+  for (unsigned width = 0; width < kernel.widths; width += width < 17 ? 1 : 8) {
     for (const std::size_t rows : kRows) {
       Trial trial{engine, width, rows, kind};
       kernel.run(trial);

@@ -4,10 +4,16 @@
 #include <velmor/databatchbygroup.h>
 #include <velmor/driver.h>
 
+#include "abreast/listwise.h"
+#include "abreast/pairwise.h"
+#include "abreast/plan.h"
 #include "accumulators.h"
 #include "forest.h"
+#include "ordered/engine.h"
+#include "record/internals.h"
 
 #include <algorithm>
+#include <bit>
 #include <exception>
 #include <limits>
 #include <mutex>
@@ -115,6 +121,9 @@ class Run : public ProblemBase {
     if (!shape.IsByGroup()) {
       _table.groups.reset();  // which it would not use
     }
+    if (_closedShape.IsOpen()) {
+      _closedShape.bounds[2] = static_cast<std::int32_t>(table.values.size());
+    }
   }
 
   ProblemPartBase* CreatePart() override { return new Part(*this); }
@@ -131,6 +140,12 @@ class Run : public ProblemBase {
   }
 
  private:
+  struct Claimed {
+    std::uint64_t first;
+    unsigned blocks;
+    const ordered::Engine* engine;  // that takes them side by side; null: one by one
+  };
+
   class Part : public ProblemPartBase {
    public:
     explicit Part(Run& run)
@@ -141,52 +156,115 @@ class Run : public ProblemBase {
 
     // An error is kept for Accumulate's caller: the driver would tell the host of a NorvGoToCaller.
     bool ReadBatch() override {
-      _block = _run._claimed;
       try {
-        return _run.Claim();
+        _claimed = _run.Claim();
+        return _claimed.blocks != 0;
       } catch (...) {
-        _run.TakeError(_block);
+        _run.TakeError(_run._next);
         return false;
       }
     }
 
     void AccumulateBatch() override {
-      try {
-        std::unique_ptr<Accumulator> leaf = _run._forest.NewLeaf();
-        _batch.AccumulateRows(_run.FirstRow(_block), _run.FirstRow(_block + 1), *leaf);
-        _run._forest.Add(_run._options.firstBlock + _block, std::move(leaf));
-      } catch (...) {
-        _run.TakeError(_block);
+      if (_claimed.engine != nullptr && AccumulateAbreast()) {
+        return;
+      }
+      for (; _claimed.blocks > 0; ++_claimed.first, --_claimed.blocks) {
+        if (!AccumulateBlock()) {
+          return;
+        }
       }
     }
 
     void MergeResult() override {}
 
    private:
+    // Returns whether all went well.
+    bool AccumulateBlock() {
+      const std::uint64_t block = _claimed.first;
+      try {
+        std::unique_ptr<Accumulator> leaf = _run._forest.NewLeaf();
+        _batch.AccumulateRows(_run.FirstRow(block), _run.FirstRow(block + 1), *leaf);
+        _run._forest.Add(_run._options.firstBlock + block, std::move(leaf));
+        return true;
+      } catch (...) {
+        _run.TakeError(block);
+        return false;
+      }
+    }
+
+    // The blocks claimed, side by side. False when a value can't be taken: blocks one by one say
+    // which is the first.
+    bool AccumulateAbreast() {
+      try {
+        return _run._shape.IsPairwise() ? AccumulateAs<PairwiseBlocks>()
+                                        : AccumulateAs<ListwiseBlocks>();
+      } catch (...) {
+        _run.TakeError(_claimed.first);
+        return true;
+      }
+    }
+
+    template <class Blocks>
+    bool AccumulateAs() {
+      Blocks blocks(*_claimed.engine, _run._table, _run._closedShape, _run._blockRows);
+      if (!blocks.Accumulate(_run.FirstRow(_claimed.first))) {
+        return false;
+      }
+      const std::uint64_t first = _run._options.firstBlock + _claimed.first;
+      if (blocks.Merge()) {
+        Insert({first, static_cast<unsigned int>(std::countr_zero(_claimed.blocks))},
+               blocks.Block(0));
+      } else {
+        for (unsigned lane = 0; lane < _claimed.blocks; ++lane) {
+          Insert({first + lane, 0}, blocks.Block(lane));
+        }
+      }
+      return true;
+    }
+
+    // Adds the statistics of these blocks to the forest, as their node.
+    template <class Totals>
+    void Insert(BlockRange blocks, const Totals& totals) {
+      Internals::DataOf(_run._forest)
+          .Insert(blocks, totals.rows == 0 ? _run._forest.NewLeaf()
+                                           : StateOf<Accumulator>::Of(_run._closedShape, totals));
+    }
+
     Run& _run;
     TableBatch _batch;
-    std::uint64_t _block = 0;
+    Claimed _claimed{};
   };
 
   std::uint64_t FirstRow(std::uint64_t block) const {
     return block < _blocks ? block * _blockRows : _table.rows;
   }
 
-  // Claims the next block; false when none is left or wanted.
-  bool Claim() {
-    const std::uint64_t rows = FirstRow(_claimed);
+  // Claims the next block, or as many as are taken side by side; none when none is left or wanted.
+  Claimed Claim() {
     if (HasError()) {
-      return false;
+      return {};
     }
+    if (_next == _blocks) {
+      ReportProgress(_next);
+      return {};
+    }
+    const ordered::Engine* const engine =
+        _plan.EngineFor(_options.firstBlock + _next, _table.rows / _blockRows - _next);
+    const unsigned count = engine != nullptr ? engine->lanes : 1;
+    for (unsigned i = 0; i < count; ++i) {
+      ReportProgress(_next + i);
+    }
+    return {std::exchange(_next, _next + count), count, engine};
+  }
+
+  // Before a block is taken, or when none is left.
+  void ReportProgress(std::uint64_t block) const {
+    const std::uint64_t rows = FirstRow(block);
     if (_options.progress && !_options.progress(rows)) {
       throw Cancelled("the run was cancelled after " + std::to_string(rows) + " of " +
                       std::to_string(_table.rows) + " rows");
     }
-    if (_claimed == _blocks) {
-      return false;
-    }
-    ++_claimed;
-    return true;
   }
 
   bool HasError() {
@@ -207,12 +285,14 @@ class Run : public ProblemBase {
 
   TableView _table;
   const Shape& _shape;
+  Shape _closedShape = _shape;  // with bounds
   const AccumulateOptions& _options;
   BlockForest<Accumulator>& _forest;
   std::uint64_t _blockRows;
   std::uint64_t _blocks;
-  std::uint64_t _claimed = 0;  // under the driver's read lock
-  std::mutex _errorMutex;      // around the next two
+  AbreastPlan _plan{_table, _shape, _blockRows};
+  std::uint64_t _next = 0;  // block, under the driver's read lock
+  std::mutex _errorMutex;   // around the next two
   std::exception_ptr _error;
   std::uint64_t _errorBlock = 0;
 };

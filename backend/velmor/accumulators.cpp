@@ -61,6 +61,16 @@ std::unique_ptr<MatrixBase> StateOf<MatrixBase>::Make(const Shape& shape) {
   return MadeHeir(shape.kind, [&shape]<class Heir>() { return StateOf<Heir>::Make(shape); });
 }
 
+std::unique_ptr<MatrixBase> StateOf<MatrixBase>::Of(const Shape& shape,
+                                                    const ListwiseTotals& totals) {
+  return MadeHeir(shape.kind, [&]<class Heir>() { return StateOf<Heir>::Of(shape, totals); });
+}
+
+std::unique_ptr<MatrixBase> StateOf<MatrixBase>::Of(const Shape& shape,
+                                                    const PairwiseTotals& totals) {
+  return MadeHeir(shape.kind, [&]<class Heir>() { return StateOf<Heir>::Of(shape, totals); });
+}
+
 void StateOf<MatrixBase>::Write(const MatrixBase& accumulator, StateWriter& state) {
   WithHeir(accumulator,
            [&state]<class Heir>(const Heir& heir) { StateOf<Heir>::Write(heir, state); });

@@ -35,6 +35,8 @@ struct StateOf<MatrixBase> {
   static bool Is(Kind kind);
   static Shape GetShape(const MatrixBase& accumulator);
   static std::unique_ptr<MatrixBase> Make(const Shape& shape);
+  static std::unique_ptr<MatrixBase> Of(const Shape& shape, const ListwiseTotals& totals);
+  static std::unique_ptr<MatrixBase> Of(const Shape& shape, const PairwiseTotals& totals);
   static void Write(const MatrixBase& accumulator, StateWriter& state);
   static std::unique_ptr<MatrixBase> Read(const Shape& shape, StateReader& state);
 };

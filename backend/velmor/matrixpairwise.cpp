@@ -24,6 +24,10 @@ struct MatrixPairwise::Data {
   // Offset of row i of a strictly lower triangle, i(i-1)/2.
   static std::size_t MatrixRow(std::size_t i) { return i * (i - 1) / 2; }
   bool IsEmpty() const { return _varStats.empty(); }
+  void MakeRecords(std::int64_t columns, std::int64_t pairs) {
+    _varStats.resize(static_cast<std::size_t>(columns));
+    _xp.resize(static_cast<std::size_t>(pairs));
+  }
   void Init(DataBatch& data);
   void Update(DataBatch& data);
   void Update(const Data& d);

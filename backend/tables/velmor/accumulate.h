@@ -38,8 +38,9 @@ class Cancelled : public std::runtime_error {
 };
 
 // Accumulates the cases of a table, block by block, on several threads: each claims a block, fills
-// a batch of its own and accumulates it. The bits of the result depend on the table, the block rows
-// and the accumulator's shape only.
+// a batch of its own and accumulates it. Small blocks of few columns are claimed some at a time and
+// accumulated side by side, a lane of a vector for each, with the same bits. The bits of the result
+// depend on the table, the block rows and the accumulator's shape only.
 //
 //   shape  an accumulator of the class, bounds, groups and missing code wanted. It is only read,
 //          and what it holds is not used.
@@ -54,8 +55,9 @@ class Cancelled : public std::runtime_error {
 // weights sum to zero. To leave cases of weight 0 out, mark the weight as absent:
 // absentCodes = {0.}.
 //
-// Memory: a batch of blockRows rows for each thread (by group, of twice the size), and the forest's
-// nodes. Asserts that blockRows is not too large and that all blocks are numbered below 2^63.
+// Memory: a batch of blockRows rows for each thread (by group, of twice the size), where blocks are
+// taken side by side about ten of these and eight accumulators, and the forest's nodes. Asserts
+// that blockRows is not too large and that all blocks are numbered below 2^63.
 // Throws
 //   std::invalid_argument when the table does not fit the shape, or when a value can't be taken
 //       (DataBatch::AddColumns); the message says where, and it is the first such place in the

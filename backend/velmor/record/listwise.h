@@ -12,8 +12,10 @@
 #include "ordered/productmatrix.h"
 #include "ordered/workspace.h"
 #include "record/batchcolumns.h"
+#include "record/listwisetotals.h"
 #include "record/transfer.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace velmor {
@@ -90,6 +92,27 @@ std::size_t MergeTriangle(Record& record, const Record& d, const MeanMerge& mean
     cell += i + 1;
   }
   return cell;
+}
+
+// Fills an empty record of a listwise kind.
+template <class Record>
+requires requires(Record record) { record._isWeightless; }
+void TakeTotals(Record& record, const ListwiseTotals& totals) {
+  record._nRows = static_cast<decltype(record._nRows)>(totals.rows);
+  record._weightSum = totals.weightSum;
+  record._regWeightSum = totals.regWeightSum;
+  record._hasRegWeights = totals.hasRegWeights;
+  record._isWeightless = totals.isWeightless;
+  record._means.assign(totals.means.begin(), totals.means.end());
+  if constexpr (requires { record._mins; }) {
+    record._mins.assign(totals.mins.begin(), totals.mins.end());
+    record._maxs.assign(totals.maxs.begin(), totals.maxs.end());
+  }
+  if constexpr (requires { record._css; }) {
+    record._css.assign(totals.squares.begin(), totals.squares.end());
+  }
+  record._xp = OwnedArray<double>(totals.cells.size());
+  std::copy(totals.cells.begin(), totals.cells.end(), static_cast<double*>(record._xp));
 }
 
 // The totals of a record, and whether its cases weigh anything.

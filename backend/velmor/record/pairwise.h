@@ -12,12 +12,14 @@
 #include "ordered/merges.h"
 #include "ordered/present/presentcases.h"
 #include "record/batchcolumns.h"
+#include "record/pairwisetotals.h"
 #include "record/presentmerge.h"
 #include "record/transfer.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 namespace velmor {
@@ -92,6 +94,36 @@ std::size_t MergeRecords(Data& my, const Data& d) {
     }
   }
   return my._xp.size();
+}
+
+// Fills an empty record of a pairwise kind.
+template <class Data>
+requires requires(Data my) { my._varStats; }
+void TakeTotals(Data& my, const PairwiseTotals& totals) {
+  my._nRows = static_cast<decltype(my._nRows)>(totals.rows);
+  my._weightSum = totals.weightSum;
+  my._regWeightSum = totals.regWeightSum;
+  my._hasRegWeights = totals.hasRegWeights;
+  my.MakeRecords(static_cast<std::int64_t>(totals.variables.size()),
+                 static_cast<std::int64_t>(totals.pairs.size()));
+  for (std::size_t i = 0; i < totals.variables.size(); ++i) {
+    auto& variable = RecordOf(my._varStats[i]);
+    double rows = 0.;
+    std::tie(rows, variable._weightSum, variable._regWeightSum, variable._mean, std::ignore,
+             variable._css, std::ignore, std::ignore) = std::tuple_cat(totals.variables[i]);
+    variable._nRows = static_cast<decltype(variable._nRows)>(rows);
+    if constexpr (requires { variable._min; }) {
+      variable._min = totals.mins[i];
+      variable._max = totals.maxs[i];
+    }
+  }
+  for (std::size_t i = 0; i < totals.pairs.size(); ++i) {
+    auto& pair = RecordOf(my._xp[i]);
+    double rows = 0.;
+    std::tie(rows, pair._weightSum, pair._regWeightSum, pair._mean0, pair._mean1, pair._css0,
+             pair._css1, pair._cscp) = std::tuple_cat(totals.pairs[i]);
+    pair._nRows = static_cast<decltype(pair._nRows)>(rows);
+  }
 }
 
 // Writes or reads a record of a variable or a pair: its count, then its other numbers in the order

@@ -3,6 +3,8 @@
 // What the forest and the state need of an accumulator besides its public operations. transfer.h
 // defines it for accumulators that have a record, accumulators.h for MatrixBase.
 
+#include "record/listwisetotals.h"
+#include "record/pairwisetotals.h"
 #include "record/shape.h"
 #include "record/statestream.h"
 
@@ -19,6 +21,9 @@ struct StateOf {
 
   // An empty accumulator of that shape.
   static std::unique_ptr<Accumulator> Make(const Shape& shape);
+  // One of that shape, whose bounds are known, that holds these totals. Of a kind that has such.
+  static std::unique_ptr<Accumulator> Of(const Shape& shape, const ListwiseTotals& totals);
+  static std::unique_ptr<Accumulator> Of(const Shape& shape, const PairwiseTotals& totals);
 
   // Writes what an accumulator holds, which is not empty.
   static void Write(const Accumulator& accumulator, StateWriter& state);

@@ -27,6 +27,29 @@ Shape StateOf<Accumulator>::GetShape(const Accumulator& accumulator) {
   return Internals::DataOf(accumulator).GetShape();
 }
 
+// Fills an empty accumulator, if it has such totals.
+template <class Accumulator, class Totals>
+std::unique_ptr<Accumulator> Filled(std::unique_ptr<Accumulator> accumulator,
+                                    const Totals& totals) {
+  auto& record = Internals::DataOf(*accumulator);
+  if constexpr (requires { TakeTotals(record, totals); }) {
+    TakeTotals(record, totals);
+  }
+  return accumulator;
+}
+
+template <class Accumulator>
+std::unique_ptr<Accumulator> StateOf<Accumulator>::Of(const Shape& shape,
+                                                      const ListwiseTotals& totals) {
+  return Filled(Make(shape), totals);
+}
+
+template <class Accumulator>
+std::unique_ptr<Accumulator> StateOf<Accumulator>::Of(const Shape& shape,
+                                                      const PairwiseTotals& totals) {
+  return Filled(Make(shape), totals);
+}
+
 template <class Accumulator>
 std::unique_ptr<Accumulator> StateOf<Accumulator>::Make(const Shape& shape) {
   return DataOf<Accumulator>::Make(shape);

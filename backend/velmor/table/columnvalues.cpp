@@ -104,22 +104,28 @@ std::uint64_t ValidityWord(const ColumnView& column, std::uint64_t row, std::siz
   return word;
 }
 
+std::uintptr_t Address(const ColumnView& column) {
+  return reinterpret_cast<std::uintptr_t>(column.data);  // NOLINT(*-reinterpret-cast)
+}
+
+bool IsAligned(const ColumnView& column) { return Address(column) % alignof(double) == 0; }
+
 }  // namespace
+
+bool IsContiguous(const ColumnView& column) {
+  return column.type == ValueType::Double && column.stride == sizeof(double) && IsAligned(column);
+}
 
 std::size_t SideBySide(std::span<const ColumnView> columns) {
   constexpr std::size_t kSize = sizeof(double);
-  const auto address = [](const ColumnView& column) {
-    return reinterpret_cast<std::uintptr_t>(column.data);  // NOLINT(*-reinterpret-cast)
-  };
   const ColumnView& first = columns[0];
-  if (address(first) % alignof(double) != 0 ||
-      first.stride % static_cast<std::ptrdiff_t>(alignof(double)) != 0) {
+  if (!IsAligned(first) || first.stride % static_cast<std::ptrdiff_t>(alignof(double)) != 0) {
     return 1;
   }
   std::size_t count = 0;
   while (count < columns.size() && columns[count].type == ValueType::Double &&
          columns[count].stride == first.stride && columns[count].stride != kSize &&
-         address(columns[count]) - address(first) == count * kSize) {
+         Address(columns[count]) - Address(first) == count * kSize) {
     ++count;
   }
   return std::max<std::size_t>(count, 1);

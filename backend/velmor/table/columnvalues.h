@@ -23,7 +23,10 @@ struct RowRange {
 // in a table that is stored row by row. At least 1; a single column can be of any type.
 std::size_t SideBySide(std::span<const ColumnView> columns);
 
-// The values of row `row` of columns that are side by side.
+// Whether a column's values are aligned doubles one after the other.
+bool IsContiguous(const ColumnView& column);
+
+// The values of row `row` of columns that are side by side, or of a contiguous one.
 const double* ValuesOfRow(const ColumnView& first, std::uint64_t row);
 
 // Reads a column, or several columns that are side by side. An integer to which no double is equal

@@ -25,6 +25,9 @@ struct Avx2 {
   // 4.0, 4.1.
   static constexpr unsigned kPairPanels = 2;
   static constexpr unsigned kFewColumns = 0;
+  static constexpr unsigned kTileAbreast = 3;
+  static constexpr unsigned kPairsAbreast = 2;
+  static constexpr AbreastBounds kAbreast = {96, 160, 16384};
   static constexpr bool kMasksAdditions = false;
   static constexpr bool kFoldsBroadcasts = false;
 };

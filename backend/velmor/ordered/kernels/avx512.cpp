@@ -30,6 +30,9 @@ struct Avx512 {
   // columns: 237 against 212 parts in a thousand of the core's limit. Zen 5, whose 512-bit units
   // are whole, 10^9 cells a second: 9.3 with AVX2, 10.9 without the narrower set.
   static constexpr unsigned kFewColumns = 12;
+  static constexpr unsigned kTileAbreast = 4;
+  static constexpr unsigned kPairsAbreast = 4;
+  static constexpr AbreastBounds kAbreast = {96, 160, 16384};
   static constexpr bool kMasksAdditions = true;
   static constexpr bool kFoldsBroadcasts = true;
 };

@@ -45,6 +45,8 @@ namespace velmor::ordered {
 
 // Most columns that any set's panel has.
 constexpr unsigned kMaxPanel = 8;
+// Most lanes that any set's vectors have.
+constexpr unsigned kMaxLanes = 8;
 
 // Some rows of a strip: ascending, each of them once. Without a list, all of the first `count`.
 // What is in other rows is never read.
@@ -95,6 +97,87 @@ struct PairVariable {
   const double* weights;      // the cases' combined weights
   const double* caseWeights;  // their case weights, where their sum is another one; else null
   double missingCode;
+};
+
+// Up to which sizes blocks are quicker side by side than one by one.
+struct AbreastBounds {
+  unsigned mostColumnsListwise;
+  unsigned mostColumnsPairwise;
+  std::uint64_t mostValues;  // of a block
+};
+
+// Blocks abreast: a lane is a block of rows, and an array abreast has a vector of lanes in each
+// place. What is known of a column's mean in each block while its values come in:
+enum AbreastField : unsigned {
+  kAbreastSum,  // of weight times value, after the leading run
+  kAbreastMin,
+  kAbreastMax,
+  kAbreastRunValue,   // the first value
+  kAbreastRunWeight,  // sum of the run's weights
+  kAbreastStarted,    // all bits set: there has been a row; none: there has not
+  kAbreastRunEnded,   // likewise, whether the run has ended
+  kAbreastFields
+};
+
+// Rows of the blocks, with what their columns share, both abreast.
+struct RowsAbreast {
+  std::size_t count;
+  const double* weights;  // the combined ones; null: 1 each
+  const double* used;     // masks: in which lanes a row counts; null: in all of them
+};
+
+// A pair of columns in each block, a field being a vector: first what a record has, in the order of
+// PairStatData.
+enum PairLaneField : unsigned {
+  kLaneRows,
+  kLaneCaseWeight,
+  kLaneWeight,  // sum of the combined weights
+  kLaneMean0,
+  kLaneMean1,
+  kLaneSquares0,
+  kLaneSquares1,
+  kLaneProducts,
+  kPairRecordFieldsAbreast,
+  // While the means are sums, some of these fields mean others, and there are more.
+  kLaneSum0 = kLaneMean0,
+  kLaneSum1 = kLaneMean1,
+  kLaneRunValue0 = kLaneSquares0,
+  kLaneRunValue1 = kLaneSquares1,
+  kLaneRunWeight0 = kLaneProducts,
+  kLaneRunWeight1 = kPairRecordFieldsAbreast,
+  kLaneStarted,  // masks, as the next two
+  kLaneEnded0,
+  kLaneEnded1,
+  kPairFieldsAbreast
+};
+
+// The second column of a pair.
+struct PairAbreast {
+  const double* values;  // turned
+  double* fields;
+};
+
+// Rows [from, to) of turned columns. Where a lane's value is the missing code, it is absent.
+struct PairRowsAbreast {
+  std::size_t from;
+  std::size_t to;
+  const double* weights;      // the combined ones, of row 0 on; null: 1 each
+  const double* caseWeights;  // null unless their sum is another one
+  double missingCode;
+};
+
+// The listwise statistics of each block, abreast.
+struct ListwiseAbreast {
+  unsigned columns;
+  unsigned firstRange;  // columns of a rectangle's first range; of a triangle all
+  double* means;        // one for each column, as the next three
+  double* mins;         // null when not wanted, with maxs
+  double* maxs;
+  double* squares;  // of a rectangle; else null
+  double* cells;    // packed like those of the accumulator
+  double* shifts;   // scratch of a merge, one for each column, as the next two
+  double* shiftsA;
+  double* shiftsB;
 };
 
 struct Engine {
@@ -217,6 +300,63 @@ struct Engine {
   // transposition.h. to[c * stride + r] = from[r][c] for r < rows, c < columns; nothing between.
   void (*Transpose)(const double* const* from, std::size_t rows, std::size_t columns,
                     std::size_t stride, double* to);
+
+  // The kernels of abreast.h. `blocks` has, for each column, `lanes` addresses: row 0 of the column
+  // in each block. Rows of a lane that are not used are read, too.
+  unsigned lanes;
+  AbreastBounds abreast;
+  // turned[row * lanes + l] = the column's value in that row of block l.
+  void (*TurnAbreast)(const double* const* blocks, std::size_t rows, double* turned);
+  // sums += the weights of used rows, one after the other.
+  void (*SumAbreast)(const RowsAbreast& rows, double* sums);
+  // Takes rows into their columns' moments, kAbreastFields each, all zero at first.
+  void (*MomentsAbreast)(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+                         double* moments);
+  // distances[c * stride + row * lanes + l] = value less mean, 0 where the row is not used; and in
+  // `weighted` weight times that, which is left alone without weights.
+  void (*DistancesAbreast)(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+                           const double* means, std::size_t stride, double* distances,
+                           double* weighted);
+  // cells += a * b, row after row, for each column of a by each of b; of a triangle only with b's
+  // column no higher than a's. Cells are packed row by row.
+  //   a, b  columns as DistancesAbreast writes them; may be the same
+  void (*ProductsAbreast)(const double* a, unsigned columnsA, const double* b, unsigned columnsB,
+                          bool isTriangle, std::size_t stride, std::size_t rows, double* cells);
+  // The same from columns that have been turned: the address of each one's first row.
+  void (*TurnedMoments)(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+                        double* moments);
+  void (*TurnedDistances)(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+                          const double* means, std::size_t stride, double* distances,
+                          double* weighted);
+  // The same for each column of a by that of b with its number.
+  void (*SquaresAbreast)(const double* a, const double* b, unsigned columns, std::size_t stride,
+                         std::size_t rows, double* squares);
+  // Merges neighbouring lanes in twos, and these in twos again, into lane 0; what the other lanes
+  // hold then means nothing.
+  //   weights  sums of the lanes' combined weights
+  void (*MergeAbreast)(const ListwiseAbreast& record, const double* weights);
+
+  // The kernels of abreastpairs.h, over turned columns.
+  // masks[row * lanes + l]: whether both columns are present.
+  void (*PresentAbreast)(const double* a, const double* b, double missingCode, std::size_t rows,
+                         double* masks);
+  // counts[l] = the bits set in both of lane l's words; the lanes' words stand one after the other.
+  void (*CountAbreast)(const std::uint64_t* a, const std::uint64_t* b, std::size_t words,
+                       double* counts);
+  // Takes rows into the sums of the pairs of column x, as the first, with others; all fields are
+  // zero at first. Without weights their sums are left alone.
+  void (*PairSumsAbreast)(const PairRowsAbreast& rows, const double* x, const PairAbreast* pairs,
+                          unsigned count);
+  // Turns sums into means, and clears squares and products.
+  void (*PairMeansAbreast)(const PairAbreast* pairs, unsigned count);
+  // Takes rows into the pairs' squares and products.
+  void (*PairProductsAbreast)(const PairRowsAbreast& rows, const double* x,
+                              const PairAbreast* pairs, unsigned count);
+  // Makes of each pair the record of an accumulator whose first batch it is: merges it into an
+  // empty one, which rounds its means.
+  void (*FreshPairs)(double* pairs, std::size_t count);
+  // Merges the lanes of each pair as MergeAbreast does. A lane without cases changes nothing.
+  void (*MergePairsAbreast)(double* pairs, std::size_t count);
 };
 
 }  // namespace velmor::ordered

@@ -9,10 +9,15 @@
 //   kDiagonalLanes  the narrowest vectors that a diagonal tile takes
 //   kMomentPanels, kPairPanels  panels taken at once where each lane has a chain or more of its
 //                   own: as many as hide an addition's latency and still fit into the registers
+//   kTileAbreast    columns by columns of a tile of blocks abreast that fit into the registers
+//   kPairsAbreast   pairs of a column that are taken at once, whose sums fit into the registers
+//   kAbreast        up to which sizes blocks are quicker side by side
 //   kFewColumns     most columns of a problem that the narrower set takes, if there is one
 //   kMasksAdditions   whether an addition can leave lanes as they are
 //   kFoldsBroadcasts  whether a multiplication can broadcast its operand from memory
 
+#include "ordered/kernels/abreast.h"
+#include "ordered/kernels/abreastpairs.h"
 #include "ordered/kernels/contract.h"
 #include "ordered/kernels/merging.h"
 #include "ordered/kernels/moments.h"
@@ -53,7 +58,25 @@ constexpr Engine MakeEngine(const Engine* narrower = nullptr) {
           MergeRow<Set>,
           MergePairs<Set>,
           Copy<Set>,
-          Transpose<Set>};
+          Transpose<Set>,
+          Set::kLanes,
+          Set::kAbreast,
+          TurnAbreast<Set>,
+          SumAbreast<Set>,
+          MomentsAbreast<Set>,
+          DistancesAbreast<Set>,
+          ProductsAbreast<Set>,
+          TurnedMoments<Set>,
+          TurnedDistances<Set>,
+          SquaresAbreast<Set>,
+          MergeAbreast<Set>,
+          PresentAbreast<Set>,
+          CountAbreast<Set>,
+          PairSumsAbreast<Set>,
+          PairMeansAbreast<Set>,
+          PairProductsAbreast<Set>,
+          FreshPairs<Set>,
+          MergePairsAbreast<Set>};
 }
 
 }  // namespace velmor::ordered

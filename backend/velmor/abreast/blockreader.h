@@ -1,0 +1,78 @@
+#pragma once
+
+// Blocks of a table's rows side by side, as the kernels abreast take them: some rows of every block
+// at a time. What lies in contiguous doubles is read where it is.
+
+#include <velmor/tableview.h>
+
+#include "ordered/engine.h"
+#include "ordered/workspace.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace velmor {
+
+class BlockReader {
+ public:
+  // Rows of every block that are read at a time, at most: a word of bits.
+  static constexpr std::size_t kPieceRows = 64;
+
+  // Takes memory for what has to be converted. Throws std::bad_alloc.
+  //   missingCode  that of the pairwise accumulator that the rows are for; none for an accumulator
+  //                of complete cases
+  BlockReader(const ordered::Engine& engine, const TableView& table, ordered::Workspace& workspace,
+              std::optional<double> missingCode = std::nullopt);
+
+  // Chooses the blocks: adjacent ones of so many rows, the first of which is the table's row
+  // `firstRow`; one for each lane.
+  void Choose(std::uint64_t firstRow, std::uint64_t blockRows);
+
+  // Makes the values in rows [from, from + count) of each block readable.
+  void ReadValues(std::size_t from, std::size_t count);
+  // For each column of values, an address for each lane.
+  const double* const* Values() const { return _values; }
+
+  // After ReadValues of the same rows: makes the weights readable, and finds out which rows are to
+  // be left out because a weight or, without a missing code, a value is absent; with a code, which
+  // values are. False when a value that is present can't be taken; which one, the way of a batch
+  // says.
+  bool ReadRest(std::size_t from, std::size_t count);
+  // An address for each lane; null when the table has none.
+  const double* const* Weights() const { return _table.weights ? _weights : nullptr; }
+  const double* const* RegWeights() const { return _table.regWeights ? _regWeights : nullptr; }
+  // The lanes' rows that are left out: bit i for row from + i.
+  std::span<const std::uint64_t> LeftOut() const { return {_leftOut, _lanes}; }
+  // With a missing code: likewise the lanes' rows in which a column is absent.
+  std::span<const std::uint64_t> Absent(std::size_t column) const {
+    return {_absent + column * _lanes, _lanes};
+  }
+
+ private:
+  std::uint64_t RowOf(unsigned lane, std::size_t row) const {
+    return _firstRow + lane * _blockRows + row;
+  }
+  void ReadColumns(std::span<const ColumnView> columns, std::size_t from, std::size_t count,
+                   const double** addresses, double* converted) const;
+  void Examine(const ColumnView& column, bool isCoded, std::size_t from, std::size_t count,
+               const double* const* addresses, std::uint64_t* absent);
+
+  unsigned _lanes;
+  const TableView& _table;
+  std::optional<double> _missingCode;
+  const double** _values;
+  const double** _weights;
+  const double** _regWeights;
+  std::uint64_t* _leftOut;
+  std::uint64_t* _absent;  // of all columns of values, which may be coded
+  std::uint64_t* _unfit;   // likewise, rows with a value that can't be taken
+  double* _converted;      // of the columns of values that have to be
+  double* _convertedWeights;
+  double* _convertedRegWeights;
+  std::uint64_t _firstRow = 0;
+  std::uint64_t _blockRows = 0;
+};
+
+}  // namespace velmor
