@@ -144,8 +144,9 @@ void Reader::ReadHeader() {
   Chunk chunk;
   Parser parser(_source);
   bool hasHeader = false;
-  for (bool isFirst = true; !hasHeader && Claim(chunk, 1) != 0; isFirst = false) {
-    if (isFirst && chunk.text.starts_with(kByteOrderMark)) {
+  while (!hasHeader && Claim(chunk, 1) != 0) {
+    const bool isFilesBeginning = chunk.firstLine == 1;
+    if (isFilesBeginning && chunk.text.starts_with(kByteOrderMark)) {
       chunk.text.erase(0, kByteOrderMark.size());
     }
     parser.Start(chunk);
