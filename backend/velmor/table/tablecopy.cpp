@@ -7,12 +7,11 @@
 #include "ordered/floatenvironment.h"
 #include "ordered/workspace.h"
 #include "table/columnvalues.h"
+#include "table/demands.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
-#include <limits>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -35,15 +34,12 @@ std::size_t PieceRows(std::size_t columns) {
 
 using StretchBits = std::array<std::uint64_t, kMostStretchRows / 64>;
 
-// What an absent value does: its row is left out, but where values are coded, it is written as the
-// missing code.
-enum class Role { Value, CodedValue, Weight, Group };
-
 class RowCopy {
  public:
   RowCopy(const TableView& table, const BatchRows& batch)
       : _table(table),
         _batch(batch),
+        _demands{batch.groupBound, batch.missingCode},
         _valueRole(batch.missingCode ? Role::CodedValue : Role::Value),
         _copiesRows(batch.isByRow && batch.columns > 1 &&
                     SideBySide(table.values) == batch.columns),
@@ -115,8 +111,6 @@ class RowCopy {
     }
   }
 
-  bool CodeIsNumber() const { return !std::isnan(*_batch.missingCode); }
-
   // Reads columns that are side by side, finds out which rows are to be left out or refused because
   // of them, and codes what is absent.
   void Read(std::span<const ColumnView> columns, Role role, RowRange rows, ordered::Columns to) {
@@ -145,36 +139,18 @@ class RowCopy {
     std::fill_n(absent.begin(), words, 0);
     std::fill_n(unfit.begin(), words, 0);
     MarkAbsent(column, piece, values, absent.data());
-    MarkUnfit(column, role, piece.count, values, unfit.data());
+    _demands.MarkUnfit(column, role, piece.count, values, unfit.data());
     const bool isCoded = role == Role::CodedValue;
     for (std::size_t i = 0; i < words; ++i) {
       _refused[word + i] |= unfit[i] & ~absent[i];
       if (!isCoded) {
         _leftOut[word + i] |= absent[i];
-      } else if (!CodeIsNumber()) {
+      } else if (!_demands.CodeIsNumber()) {
         _refused[word + i] |= absent[i];
       }
       for (std::uint64_t bits = isCoded ? absent[i] : 0; bits != 0; bits &= bits - 1) {
         values[64 * i + static_cast<std::size_t>(std::countr_zero(bits))] = *_batch.missingCode;
       }
-    }
-  }
-
-  // Sets the bits of the rows whose value, if it is present, can't be taken.
-  void MarkUnfit(const ColumnView& column, Role role, std::size_t rows, const double* values,
-                 std::uint64_t* bits) const {
-    if (role == Role::Group) {
-      const auto bound = static_cast<double>(_batch.groupBound);
-      for (std::size_t i = 0; i < rows; ++i) {
-        const double x = values[i];
-        const bool isGroup = 0. <= x && x < bound && static_cast<unsigned int>(x) == x;
-        bits[i / 64] |= std::uint64_t{isGroup ? 0U : 1U} << i % 64;
-      }
-    } else if (IsOf64BitIntegers(column)) {
-      ordered::MarkEqual(values, rows, std::numeric_limits<double>::quiet_NaN(), bits);
-    }
-    if (role == Role::CodedValue && CodeIsNumber()) {
-      ordered::MarkEqual(values, rows, *_batch.missingCode, bits);
     }
   }
 
@@ -194,7 +170,7 @@ class RowCopy {
     std::string reason;
     const auto look = [&](const ColumnView& column, Role role, const std::string& name) {
       if (reason.empty()) {
-        reason = Refusal(column, role, row);
+        reason = _demands.Refusal(column, role, row);
         reason.insert(0, reason.empty() ? "" : ", " + name + ": ");
       }
     };
@@ -204,35 +180,6 @@ class RowCopy {
     ForEachOther(0, [&](const ColumnView& column, Role role, const char* name, const double*
                         /*to*/) { look(column, role, name); });
     return "row " + std::to_string(row) + reason;
-  }
-
-  // Says why a value is refused; nothing if it isn't.
-  std::string Refusal(const ColumnView& column, Role role, std::uint64_t row) const {
-    double value = 0.;
-    std::uint64_t isAbsent = 0;
-    std::uint64_t isUnfit = 0;
-    ReadColumns({&column, 1}, {row, 1}, {&value, 0, 1});
-    MarkAbsent(column, {row, 1}, &value, &isAbsent);
-    MarkUnfit(column, role, 1, &value, &isUnfit);
-    if (isAbsent != 0) {
-      return role == Role::CodedValue && !CodeIsNumber()
-                 ? "the value is absent, and a missing code that is not a number marks nothing; "
-                   "choose a number that no value has"
-                 : "";
-    }
-    if (isUnfit == 0) {
-      return "";
-    }
-    const std::string text = Text(column, row);
-    if (role == Role::Group) {
-      return text + " is no group number; groups are whole numbers below " +
-             std::to_string(_batch.groupBound);
-    }
-    if (std::isnan(value)) {
-      return "no double is equal to " + text +
-             "; mark the value absent, or make the column one of doubles, which rounds it";
-    }
-    return "the value " + text + " equals the missing code; choose a code that no value has";
   }
 
   // Closes the gaps of the rows that are left out. Returns the number of those kept.
@@ -260,6 +207,7 @@ class RowCopy {
 
   const TableView& _table;
   const BatchRows& _batch;
+  Demands _demands;
   Role _valueRole;
   bool _copiesRows;  // a table of rows into a batch of rows
   std::size_t _stretchRows;
