@@ -155,8 +155,8 @@ void Pack(Trial& t, bool isCentred) {
 void CenterColumns(Trial& t) {
   const Doubles means = t.Numbers(90, t.x.size());
   const std::vector<double*> columns = t.NewColumns();
-  t.engine.CenterColumns(columns.data(), t.panels * t.engine.panel, t.rows, t.New(means).At());
-  for (std::size_t c = 0; c < t.x.size(); ++c) {
+  t.engine.CenterColumns(columns.data(), t.width, t.rows, t.New(means).At());
+  for (std::size_t c = 0; c < t.width; ++c) {
     CenterData(&t.arrays[c].Want(), means[c], t.rows);
   }
 }
@@ -178,7 +178,7 @@ void Moments(Trial& t, bool arePanels) {
     }
   });
   const double all = WeightedSum(t.weights, t.rows);
-  sum.Want() = t.panels > 0 ? all : sum.Want();
+  sum.Want() = t.panels > 0 ? all : 0.;
   const std::size_t written = t.rows == 0 ? 0 : t.x.size();
   std::copy(moments.At(), moments.At(written * kMomentFields), &moments.Want());
   for (std::size_t c = 0; c < written; ++c) {

@@ -43,7 +43,7 @@ TEST(DataBatch, KeepsEachCaseAsItWasWhenAdded) {
 }
 
 // However many rows are added before and after a column's address is asked for: some are put into
-// the columns by the dozen, as long as nobody looks.
+// the columns eight at a time, as long as nobody looks.
 TEST(DataBatch, ShowsRowsThatAreAddedWhileAColumnsAddressIsHeld) {
   constexpr unsigned int kRows = 300;
   for (const unsigned int before : {0U, 1U, 7U, 64U, 130U}) {

@@ -240,7 +240,7 @@ void ExpectBatchesAllOrNothing(const Make& make) {
   }
 }
 
-TEST(MemoryOf, Batches) {
+TEST(OutOfMemory, LeavesBatchesAsTheyWere) {
   static constexpr double kWeight = 1.;
   static constexpr unsigned int kGroup = 0;
   ExpectBatchesAllOrNothing<DiscriminantMatrix>(
@@ -266,7 +266,7 @@ void ExpectRecordsAllOrNothing(const Init& init, const See& see) {
       "copy", kNone<Record>, [&](auto& r) { r.reset(source->Copy()); }, observe);
 }
 
-TEST(MemoryOf, Records) {
+TEST(OutOfMemory, LeavesRecordsAsTheyWere) {
   const double x[] = {1., 2., 5., 7.};
   const double w[] = {1., 3., 4., 2.};
   ExpectRecordsAllOrNothing<VarStat>(
@@ -283,7 +283,7 @@ TEST(MemoryOf, Records) {
       [](const PairStat& p) { return Fields(p); });
 }
 
-TEST(MemoryOf, Arrays) {
+TEST(OutOfMemory, LeavesArraysAsTheyWere) {
   using Array = OwnedArray<double>;
   const auto array = [](double first) {
     Array a(3);
@@ -335,7 +335,7 @@ class Host : public ProblemBase {
   SMatrixPairwise _sum{kMissing};
 };
 
-TEST(MemoryOf, Driver) {
+TEST(OutOfMemory, IsTheDriversErrorAndLeaksNothing) {
   const Watchdog watchdog;
   const Cases cases = MixedCases(40);
   for (const int threads : {1, 2}) {
@@ -372,7 +372,7 @@ class Endless : public ProblemBase {
 };
 
 // The tasks that run when memory runs out for another one don't read on.
-TEST(MemoryOf, DriverStopsBeforeTheEndOfData) {
+TEST(OutOfMemory, StopsTheDriverBeforeTheEndOfData) {
   const Watchdog watchdog;
   const auto run = [](bool hasData) {
     Endless problem(hasData);
@@ -417,7 +417,7 @@ void ExpectThrift(const std::vector<int>& bounds, std::size_t pairs) {
   EXPECT_LE(allocations.bytes - bytes, 2 * most);
 }
 
-TEST(MemoryOf, PairwiseRecords) {
+TEST(PairwiseMemory, IsAsPromisedAndTakenOnceForTheLargestBatch) {
   ExpectThrift<SMatrixPairwise>({0, 100}, 4950);
   ExpectThrift<NSMatrixPairwise>({0, 45, 100}, 2475);
   ExpectThrift<MatrixPairwise>({}, 4950);
@@ -425,7 +425,7 @@ TEST(MemoryOf, PairwiseRecords) {
 
 // A few columns against many take scratch memory for these columns, not for all pairs of the many,
 // whatever cases they lack.
-TEST(MemoryOf, PairwiseRectangles) {
+TEST(PairwiseMemory, IsSmallForFewColumnsAgainstMany) {
   constexpr int kMany = 4000;
   constexpr int kRows = 64;
   // The columns of a class lack the same two cases.
@@ -480,7 +480,7 @@ class Task : public CallBackObject {
   Tasks& _all;
 };
 
-TEST(MemoryOf, Pool) {
+TEST(OutOfMemory, LosesNoTaskOfThePool) {
   const Watchdog watchdog;
   constexpr int kTasks = 100;  // more than a queue has room for at first
   const auto runAll = [](int& run) {

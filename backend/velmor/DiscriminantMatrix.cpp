@@ -9,7 +9,6 @@
 #include "record/protocol.h"
 #include "record/transfer.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// All classes of accumulators, listed here and nowhere else; and an accumulator that is known only
-// as a MatrixBase.
+// All classes of accumulators, listed here and, for the forests that hosts link, once more at the
+// end of blockforest.cpp; and an accumulator that is known only as a MatrixBase.
 
 #include <velmor/DiscriminantMatrix.h>
 #include <velmor/DscIndividualMatrix.h>

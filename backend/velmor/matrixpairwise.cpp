@@ -4,6 +4,7 @@
 #include "record/pairwise.h"
 #include "record/protocol.h"
 
+#include <type_traits>
 #include <utility>
 
 namespace velmor {

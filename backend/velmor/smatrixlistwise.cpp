@@ -143,7 +143,8 @@ void SMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& stat
   state.Numbers(my._means, columns);
   state.Numbers(my._mins, columns);
   state.Numbers(my._maxs, columns);
-  state.Numbers(my._xp, columns * (columns + 1) / 2);
+  state.Numbers(my._xp,
+                static_cast<std::size_t>(MatrixRowCount(std::int64_t{shape.Columns()} + 1)));
 }
 
 template struct StateOf<SMatrixListwise>;

@@ -4,8 +4,10 @@
 // operations in ascending order. <velmor/kernels.h> gives the meanings and forwards to these.
 //
 // They define what the operations over batches give, to the bit. The kernels of the engine
-// (kernels/contract.h) go through the same chains many at a time, and so state them once more, in
-// vectors: sums and products, a mean with its leading run, the merge of pairs. Tests compare both.
+// (kernels/contract.h) go through the same chains many at a time, and so state sums, products and
+// the mean with its leading run once more, in vectors; a mean's last step is also MeanOf
+// (panels.h). Likewise the merge of pairs: record/presentmerge.h has it for one pair,
+// kernels/merging.h in vectors. Tests compare both.
 
 #include <cstddef>
 #include <vector>

@@ -71,8 +71,8 @@ class PairMerges {
   PairMerges& operator=(const PairMerges&) = delete;
   ~PairMerges() { Merge(); }
 
-  // Has the pair merged into the record, when this ends at the latest. Until then both stay where
-  // they are. Of the records that are added no two are the same.
+  // Merges the pair into the record now or later, at the latest in the destructor; until then both
+  // have to stay where they are. Of the records that are added no two are the same.
   void Add(double* record, const double* pair) {
     MergeIfFull();
     _records[_count] = record;

@@ -31,12 +31,13 @@
 // - Alignment: none but a double's. Panels, tiles and sums that begin at a multiple of 64 bytes are
 //   quicker, since none of their vectors lies in two cache lines; scratch memory does.
 // - Overlap: what is written overlaps nothing else. What is only read may be the same twice.
-// - No rows, columns, panels or cells: nothing is read and nothing is written.
+// - No rows, columns, panels or cells: nothing changes. Running sums may still be read, and written
+//   back as they were.
 // - Running sums are read, continued and written back, so that rows can be cut into strips
 //   anywhere, also into strips without rows. They have to be set before the first strip.
 // - Rounding is to nearest, and subnormal numbers are kept (floatenvironment.h).
-// - A kernel keeps no state, allocates nothing, throws nothing and calls no function, but for the
-//   memcpy that a compiler may make of a copy of bytes.
+// - A kernel keeps no state, allocates nothing, throws nothing and calls no function, but for
+//   those that a compiler makes of a copy of bytes and of a count of bits.
 
 #include <cstddef>
 #include <cstdint>
@@ -68,7 +69,8 @@ enum MomentField : unsigned {
   kMomentFields
 };
 
-// The same for the two variables of a pair, over the cases in which both are present.
+// The same for the two variables of a pair, over the cases in which both are present: variable 0 is
+// PairVariable's, variable 1 the lane's column.
 enum PairField : unsigned {
   kPairWeightSum,  // of the combined weights
   kPairCaseWeightSum,
@@ -213,14 +215,13 @@ struct Engine {
   // in all lanes. They need no value before; without a row they get none.
   //   columns   Engine::panel addresses of row 0 for each panel; some may be the same
   //   weights   of the rows; null: 1 each
-  //   weightSum  gets the sum of the weights; needs no value before
+  //   weightSum  gets the sum of the weights, 0 without a row; needs no value before
   void (*ColumnMoments)(const double* const* columns, unsigned count, std::size_t rows,
                         const double* weights, double* moments, double* weightSum);
 
   // moments.h. Takes rows of adjacent panels into their columns' moments, in all lanes.
   //   weights   by row of the panel; null: 1 each
-  //   isFirst   whether no row has been taken yet; the moments need no value then. It holds until
-  //             there has been a row.
+  //   isFirst   whether the strips before had no row at all; the moments need no value then
   //   weightSum  of the weights of all rows that were taken, a running sum, 0 at first
   void (*PanelMoments)(const double* panels, unsigned count, std::size_t stride, Rows rows,
                        const double* weights, bool isFirst, double* moments, double* weightSum);
@@ -232,7 +233,7 @@ struct Engine {
   //   columns  at least 1 and at most Engine::panel
   //   panels   at least 1 and at most tilePanels
   //   a        may be one of the panels b, as without weights, where a panel is both operands
-  //   cells    tiles; written, as they were, also without rows
+  //   cells    tiles
   void (*Products)(const double* a, unsigned columns, const double* b, unsigned panels,
                    std::size_t stride, std::size_t rows, double* cells);
 
@@ -270,8 +271,7 @@ struct Engine {
   // missing code is left out; x's values are not compared with it, so x.rows leaves out its own.
   //   x           its rows may be a part of a strip; whether it has case weights is the same in all
   //               calls for a pair
-  //   isComplete  whether no column of the panels lacks any of the rows, in all calls for a pair;
-  //               lanes without a column are then as good as complete
+  //   isComplete  whether no column of the panels lacks any of the rows, in all calls for a pair
   void (*PairSums)(const PairVariable& x, bool isComplete, const double* panels, unsigned count,
                    std::size_t stride, double* pairs);
   // pairs.h. Turns the sums of one panel's pairs into means, and clears the fields of squares and

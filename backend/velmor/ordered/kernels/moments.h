@@ -286,13 +286,11 @@ void ContinueAllMoments(unsigned count, SourceAt sourceAt, std::size_t rows, con
   if (count > 0 && !weights) {
     *weightSum = weightBefore + FromCount<Set>(rows);
   }
-  for (unsigned p = 0; p < count;) {
-    const bool takesSome = count - p >= kTogether;
-    (p == 0 ? first : others)[takesSome ? 1 : 0](
-        sourceAt(p), rows, weights, isFirst,
-        moments + std::size_t{p} * (kMomentFields * Set::kPanel), weightBefore, weightSum);
-    p += takesSome ? kTogether : 1;
-  }
+  TakePanels<Set, kTogether>(count, 1, 0, [&](int takesSome, std::size_t p) {
+    (p == 0 ? first : others)[takesSome](sourceAt(p), rows, weights, isFirst,
+                                         moments + p * (kMomentFields * Set::kPanel), weightBefore,
+                                         weightSum);
+  });
 }
 
 template <class Set>
@@ -301,7 +299,7 @@ void PanelMoments(const double* panels, unsigned count, std::size_t stride, Rows
   using Source = RowsOfPanels<Set>;
   ContinueAllMoments<Set, Source, Set::kMomentPanels>(
       count,
-      [=](unsigned p) {
+      [=](std::size_t p) {
         return Source{panels + p * stride, stride, rows};
       },
       rows.count, weights, isFirst, moments, weightSum);
@@ -311,10 +309,10 @@ template <class Set>
 void ColumnMoments(const double* const* columns, unsigned count, std::size_t rows,
                    const double* weights, double* moments, double* weightSum) {
   using Source = RowsOfColumns<Set>;
-  *weightSum = count > 0 ? 0. : *weightSum;
+  *weightSum = 0.;
   ContinueAllMoments<Set, Source, kColumnsAtOnce / Set::kPanel>(
-      count, [=](unsigned p) { return Source{columns + std::size_t{p} * Set::kPanel}; }, rows,
-      weights, true, moments, weightSum);
+      count, [=](std::size_t p) { return Source{columns + p * Set::kPanel}; }, rows, weights, true,
+      moments, weightSum);
 }
 
 }  // namespace velmor::ordered

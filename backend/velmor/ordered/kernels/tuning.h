@@ -5,7 +5,10 @@
 //
 // Figures named Zen 5 are from November 2026: an EPYC of family 26, g++ 12.2 -O3, one thread on a
 // shared machine, the least of many runs of some milliseconds. Longer runs were never undisturbed,
-// so what only they would tell is by reasoning. Zen 4 figures are older.
+// so what only they would tell is by reasoning. Most values were chosen earlier that month, on
+// Zen 4; of those measurements only the figures that are named Zen 4 were kept. Where Zen 5
+// would rather have another value by a few parts in a hundred, it stays as it is: it has to be
+// right on both. Sizes that belong to one operation stand with it (tablecopy.cpp, merges.h).
 
 #include <cstddef>
 

@@ -85,7 +85,7 @@ Patterns::Patterns(const Engine& engine, const PairwiseCases& cases, WantedPairs
       nOthers += to - from;
     }
   }
-  _wide = _all;
+  _wideCount = _setCount;
   std::sort(others, others + nOthers);
   const auto second = static_cast<std::size_t>(
       std::lower_bound(others, others + nOthers, wanted.firstRange) - others);
@@ -118,7 +118,7 @@ bool Patterns::IsBefore(std::uint32_t a, std::uint32_t b) const {
 
 void Patterns::AddSet(std::span<const std::uint32_t> columns) {
   const auto panels = static_cast<unsigned>(PanelsOf(_engine, columns.size()));
-  _sets[_all++] = {columns, _panels, panels, _present[columns[0]] == _rows};
+  _sets[_setCount++] = {columns, _panels, panels, _present[columns[0]] == _rows};
   _panels += panels;
 }
 

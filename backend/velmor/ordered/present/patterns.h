@@ -33,10 +33,10 @@ class Patterns {
   // Sets of columns that are present in the same cases, in one case at least, and large enough to
   // be taken together. In a rectangle, each set is of one range, and the sets of the first range
   // come first.
-  std::span<const ColumnSet> Wide() const { return {_sets, _wide}; }
+  std::span<const ColumnSet> Wide() const { return {_sets, _wideCount}; }
   // The set of the other columns that are present in some case; in a rectangle, a set of each
   // range.
-  std::span<const ColumnSet> Others() const { return {_sets + _wide, _all - _wide}; }
+  std::span<const ColumnSet> Others() const { return {_sets + _wideCount, _setCount - _wideCount}; }
   unsigned Panels() const { return _panels; }
 
   // Bit row % 64 of word row / 64: whether the column is present in the row.
@@ -59,8 +59,8 @@ class Patterns {
   std::uint64_t* _bits;
   std::size_t* _present;
   ColumnSet* _sets;
-  std::size_t _wide = 0;
-  std::size_t _all = 0;
+  std::size_t _wideCount = 0;
+  std::size_t _setCount = 0;
   unsigned _panels = 0;
 };
 
