@@ -192,6 +192,10 @@ TEST(Accumulators, SayWhichColumnsTheyHave) {
   expect(std::make_unique<SMatrixPairwise>(kMissing), {0, 0, 0, 0}, {0, 0, 5, 5});
   expect(std::make_unique<SMatrixPairwise>(kMissing, 1, 0), {1, 1, 0, 0}, {1, 1, 5, 4});
   expect(std::make_unique<NSMatrixPairwise>(kMissing, 1, 2, 4), {1, 2, 4, 0}, {1, 2, 4, 3});
+  MatrixListwise listwise;
+  MatrixPairwise pairwise(kMissing);
+  EXPECT_TRUE((listwise += *Batch(MixedCases(3))).HasRegWeights());
+  EXPECT_TRUE((pairwise += *Batch(MixedCases(3))).HasRegWeights());
 }
 
 // A batch by group is for one class; others leave it alone.

@@ -135,6 +135,8 @@ TEST(StateErrors, SayWhatIsWrong) {
       {48, 1,
        "the state is wrong before byte 360: block 1 has too many cases: 4, where a block has 1 "
        "rows"},
+      {56, 1, "the state is wrong before byte 360: a number of cases that the blocks can't have"},
+      {57, 1, "the state is wrong before byte 360: a number of cases that the blocks can't have"},
       {64, 2, "the state is wrong before byte 360: the state ends too early"},
       {72, 64, "the state is wrong before byte 88: an impossible node"},
       {88, 0, "the state is wrong before byte 96: a record of no cases"},
@@ -159,6 +161,8 @@ TEST(StateErrors, SayWhichShapeIsNone) {
       {NewAccumulator<SMatrixListwise>(), {32}, 1, bounds},
       {std::make_unique<DiscriminantMatrix>(), {36}, 1, bounds},
       {NewAccumulator<NSMatrixPairwise>(), {28, 32, 36}, 2, bounds},  // no column
+      {NewAccumulator<NSMatrixPairwise>(), {31}, 0xFF, bounds},       // a negative one
+      {NewAccumulator<NSMatrixListwise>(), {31}, 0xFF, bounds},
       {Accumulated<DiscriminantMatrix>(MixedCases(6)),
        {24},
        3,
