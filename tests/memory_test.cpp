@@ -7,6 +7,7 @@
 #include "accumulators.h"
 #include "allocations.h"
 #include "proof.h"
+#include "summarytables.h"
 #include "support.h"
 #include "watchdog.h"
 
@@ -16,8 +17,6 @@
 
 namespace velmor::test {
 namespace {
-
-using Bytes = std::vector<std::byte>;
 
 // A new thread has no scratch memory, and takes what it gets along when it ends.
 template <class Call>
@@ -199,6 +198,50 @@ TYPED_TEST(Memory, TablesAreAccumulatedOrNot) {
           f = std::make_unique<ForestOfType>(Accumulate(view, *shape, {9, 0, threads, {}}));
         },
         kBytes);
+  }
+}
+
+// Each step of a summary's life, the rows of which end within a block.
+TEST(MemoryOf, Summaries) {
+  const Watchdog watchdog;
+  const MixedTable table(200);
+  for (const MissingRule missing : {MissingRule::Pairwise, MissingRule::Listwise}) {
+    const SummaryDefinition definition = MixedDefinition(missing, 2, true, true, 6);
+    const auto make = [&](std::size_t from, std::size_t to) {
+      auto summary = std::make_unique<Summary>(definition);
+      summary->Update(table.View(definition, from, to), {1, {}});
+      return summary;
+    };
+    const auto bytes = [](const auto& s) { return s ? s->Save() : Bytes(); };
+    const auto some = [&] { return make(0, 10); };
+    const auto other = make(10, 31);
+    const Bytes saved = other->Save();
+    ExpectAllOrNothing(
+        "construct", kNone<Summary>, [&](auto& s) { s = make(0, 0); }, bytes);
+    for (const std::size_t to : {11U, 60U, 200U}) {
+      for (const int threads : {1, 2}) {
+        ExpectAllOrNothing(
+            "update", some,
+            [&](auto& s) {
+              s->Update(table.View(definition, 10, to), {threads, {}});
+            },
+            bytes);
+      }
+    }
+    ExpectAllOrNothing(
+        "merge", some, [&](auto& s) { s->Merge(*other); }, bytes);
+    const auto replace = [&](const char* what, auto operation) {
+      ExpectAllOrNothing(
+          what, some, [&](auto& s) { *s = operation(*s); }, bytes);
+    };
+    replace("merge all", [&](Summary& s) { return Summary::MergeAll({&s, &*other, &s}); });
+    replace("copy", [](Summary& s) { return s.Copy(); });
+    replace("save and load", [](Summary& s) { return Summary::Load(s.Save()); });
+    replace("load", [&](Summary& /*s*/) { return Summary::Load(saved); });
+    ExpectAllOrNothing(
+        "read", [&] { return std::pair(some(), std::vector<double>(6)); },
+        [](auto& both) { both.first->Correlations(both.second.data(), 3); },
+        [&](const auto& both) { return std::pair(bytes(both.first), Bits(both.second)); });
   }
 }
 

@@ -2,22 +2,15 @@
 // whatever do harm.
 #include <velmor/velmor.h>
 
-#define XXH_INLINE_ALL
-#include <xxhash.h>
-
 #include "accumulators.h"
+#include "statebytes.h"
 #include "support.h"
 
 #include <cfenv>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace velmor::test {
 namespace {
-
-using Bytes = std::vector<std::byte>;
 
 template <class Accumulator>
 BlockForest<Accumulator> SomeForest() {
@@ -85,32 +78,11 @@ TYPED_TEST(State, KeepsForestsThatCanGrow) {
   EXPECT_EQ(Save(*Load<BlockForest<TypeParam>>(Save(empty))), Save(empty));
 }
 
-// The hash made to fit the bytes before it.
-void Rehash(Bytes& bytes) {
-  VELMOR_ASSERT(bytes.data() != nullptr);
-  const std::uint64_t hash = XXH64(bytes.data(), bytes.size() - sizeof hash, 0);
-  std::memcpy(bytes.data() + bytes.size() - sizeof hash, &hash, sizeof hash);
-}
-
-// No byte can be left out, added or changed. What bytes of someone who knows the hash can do is
-// tried by fuzz/load.cpp.
-template <class Type>
-void ExpectEachByteToCount(const Bytes& valid) {
-  for (std::size_t at = 0; at < valid.size(); ++at) {
-    const auto end = valid.begin() + static_cast<std::ptrdiff_t>(at);
-    EXPECT_THROW(Load<Type>(Bytes(valid.begin(), end)), StateError) << at << " bytes";
-    Bytes changed = valid;
-    changed[at] ^= static_cast<std::byte>(1U << at % 8);
-    EXPECT_THROW(Load<Type>(changed), StateError) << "byte " << at;
-  }
-  Bytes more = valid;
-  more.push_back(std::byte{0});
-  EXPECT_THROW(Load<Type>(more), StateError);
-}
-
 TYPED_TEST(State, IsRefusedForAnyOtherByte) {
-  ExpectEachByteToCount<TypeParam>(Save(*Accumulated<TypeParam>(MixedCases(20))));
-  ExpectEachByteToCount<BlockForest<TypeParam>>(Save(SomeForest<TypeParam>()));
+  ExpectEachByteToCount(Save(*Accumulated<TypeParam>(MixedCases(20))),
+                        [](const Bytes& bytes) { Load<TypeParam>(bytes); });
+  ExpectEachByteToCount(Save(SomeForest<TypeParam>()),
+                        [](const Bytes& bytes) { Load<BlockForest<TypeParam>>(bytes); });
 }
 
 // Values of bytes, and what is said of them.
@@ -242,32 +214,16 @@ TEST(StateDeathTest, RefusesWhatNoBatchFits) {
                "shape.IsPossible()"});
 }
 
-// Files that were written by version 1 of the format, here. VELMOR_WRITE_GOLDEN writes those that
-// are not there.
-template <class Type>
-void CheckGolden(const std::string& name, const Type& state) {
-  const Bytes bytes = Save(state);
-  const auto path = std::filesystem::path(GOLDEN_STATES) / (name + ".1.state");
-  if (std::getenv("VELMOR_WRITE_GOLDEN") && !exists(path)) {  // NOLINT(concurrency-mt-unsafe)
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),  // NOLINT(*-reinterpret-cast)
-               static_cast<std::streamsize>(bytes.size()));
-  }
-  std::ifstream file(path, std::ios::binary);
-  ASSERT_TRUE(file) << path;
-  Bytes golden;
-  for (auto i = std::istreambuf_iterator<char>(file); i != std::istreambuf_iterator<char>(); ++i) {
-    golden.push_back(static_cast<std::byte>(*i));
-  }
-  EXPECT_EQ(bytes, golden);
-  EXPECT_EQ(Save(*Load<Type>(golden)), golden);
-}
-
 TYPED_TEST(State, HasTheBytesThatItAlwaysHad) {
   if constexpr (!std::is_same_v<TypeParam, MatrixBase>) {
     const std::string name = NameOf<TypeParam>();
-    CheckGolden(name, *Accumulated<TypeParam>(MixedCases(30)));
-    CheckGolden(name + "Forest", SomeForest<TypeParam>());
+    const auto check = [](const std::string& file, const auto& state) {
+      using Type = std::decay_t<decltype(state)>;
+      ExpectGolden(file + ".1.state", Save(state),
+                   [](const Bytes& b) { return Save(*Load<Type>(b)); });
+    };
+    check(name, *Accumulated<TypeParam>(MixedCases(30)));
+    check(name + "Forest", SomeForest<TypeParam>());
   }
 }
 

@@ -108,6 +108,20 @@ void BlockForest<Accumulator>::Data::GrowAll() {
 }
 
 template <class Accumulator>
+std::unique_ptr<Accumulator> BlockForest<Accumulator>::Data::Fold(
+    std::unique_ptr<Accumulator> behind) {
+  GrowAll();
+  // Copies are merged: the nodes stay, for blocks to come.
+  for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+    std::unique_ptr<Accumulator> whole = StateOf<Accumulator>::Make(shape);
+    *whole += *node->second.value;
+    *whole += *behind;
+    behind = std::move(whole);
+  }
+  return behind;
+}
+
+template <class Accumulator>
 BlockForest<Accumulator>::BlockForest(std::uint64_t blockRows, const Accumulator& shape) {
   VELMOR_ASSERT(0 < blockRows);
   const Shape empty = EmptyShapeOf(shape);
@@ -175,15 +189,7 @@ std::unique_ptr<Accumulator> BlockForest<Accumulator>::Result() const {
     }
     expected += BlockRange{first, node.level}.Count();
   }
-  // Copies are merged: the nodes stay, for blocks to come.
-  std::unique_ptr<Accumulator> result = NewLeaf();
-  for (auto node = _my->nodes.rbegin(); node != _my->nodes.rend(); ++node) {
-    std::unique_ptr<Accumulator> whole = NewLeaf();
-    *whole += *node->second.value;
-    *whole += *result;
-    result = std::move(whole);
-  }
-  return result;
+  return _my->Fold(NewLeaf());
 }
 
 template <class Accumulator>

@@ -51,6 +51,10 @@ struct BlockForest<Accumulator>::Data {
   typename Nodes::iterator Grow(typename Nodes::iterator node, std::unique_lock<std::mutex>& lock);
   // Makes up for merges that were put off, so that no two siblings remain.
   void GrowAll();
+  // All nodes merged with what is behind them: from the last node to the first, each takes up what
+  // is behind it. That is what became of them if the blocks behind were added. The nodes stay as
+  // they are.
+  std::unique_ptr<Accumulator> Fold(std::unique_ptr<Accumulator> behind);
 
   mutable std::mutex mutex;  // around all below
   std::uint64_t blockRows;

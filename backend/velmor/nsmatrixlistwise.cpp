@@ -1,6 +1,7 @@
 // nsmatrixlistwise.cpp: the rectangular listwise block; start at Data::Init(DataBatch&).
 #include <velmor/nsmatrixlistwise.h>
 
+#include "record/cells.h"
 #include "record/listwise.h"
 #include "record/protocol.h"
 
@@ -157,6 +158,8 @@ double NSMatrixListwise::CCP(int row, int col) const {
   VELMOR_ASSERT(row < _my->_col1 && col >= _my->_col1);
   return _my->_xp[(row - _my->_col0) * (_my->_col2 - _my->_col1) + col - _my->_col1];
 }
+
+const double* CellsOf(const NSMatrixListwise& matrix) { return Internals::DataOf(matrix)._xp; }
 
 template <class Record, class State>
 void NSMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state) {

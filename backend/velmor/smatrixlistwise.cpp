@@ -1,6 +1,7 @@
 // smatrixlistwise.cpp: the symmetric listwise block; start at Data::Init(DataBatch&).
 #include <velmor/smatrixlistwise.h>
 
+#include "record/cells.h"
 #include "record/listwise.h"
 #include "record/packed.h"
 #include "record/protocol.h"
@@ -135,6 +136,8 @@ double SMatrixListwise::CCP(int row, int col) const {
   }
   return _my->_xp[MatrixRowCount(r + 1) + c];
 }
+
+const double* CellsOf(const SMatrixListwise& matrix) { return Internals::DataOf(matrix)._xp; }
 
 template <class Record, class State>
 void SMatrixListwise::Data::Transfer(Record& my, const Shape& shape, State& state) {

@@ -20,4 +20,5 @@
 #include <velmor/smatrixpairwise.h>
 #include <velmor/state.h>
 #include <velmor/statistics.h>
+#include <velmor/summary.h>
 #include <velmor/tableview.h>

@@ -54,6 +54,9 @@ class StateWriter {
   void Numbers(const std::vector<double>& numbers, std::size_t count) {
     Numbers(numbers.data(), count);
   }
+  void Bytes(std::span<const std::byte> bytes) {
+    _bytes.insert(_bytes.end(), bytes.begin(), bytes.end());
+  }
   // Questions that only a reader has.
   static void Expect(std::uint64_t /*count*/, std::size_t /*size*/) {}
   static void Check(bool /*holds*/, const char* /*what*/) {}
@@ -114,6 +117,13 @@ class StateReader {
     Expect(count, sizeof(double));
     numbers = OwnedArray<double>(count);
     ReadNumbers({static_cast<double*>(numbers), count});
+  }
+
+  std::span<const std::byte> Bytes(std::uint64_t count) {
+    Expect(count, 1);
+    const auto bytes = _bytes.subspan(_at, static_cast<std::size_t>(count));
+    _at += bytes.size();
+    return bytes;
   }
 
   // Throws StateError unless `count` items of so many bytes are left. Asked before memory is taken
