@@ -373,10 +373,10 @@ TEST(SummaryFormulas, AreDefinedWhereTheyHaveAMeaning) {
     EXPECT_EQ(summary.Pair(0, 3).Covariance(), 2.);
     EXPECT_TRUE(std::isnan(summary.Pair(0, 3).Covariance(2.)));
     // Rows of a matrix stand apart; nothing is written between them.
-    std::vector<double> products(4 * 5, -7.);
+    std::vector<double> products(20, -7.);
     summary.CrossProducts(products.data(), 5);
-    EXPECT_EQ(products[5 * 3], 2.);
-    EXPECT_EQ(products[5 * 2], 0.);
+    EXPECT_EQ(products[15], 2.);
+    EXPECT_EQ(products[10], 0.);
     EXPECT_EQ(products[4], -7.);
     std::vector<double> covariances(16);
     summary.Covariances(covariances.data(), 4, 1., 3);

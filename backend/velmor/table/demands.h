@@ -18,7 +18,7 @@ enum class Role { Value, CodedValue, Weight, Group };
 
 // What a batch asks of values (BatchRows).
 struct Demands {
-  std::uint64_t groupBound;
+  std::uint64_t groupBound = 0;
   std::optional<double> missingCode;
 
   bool CodeIsNumber() const { return !std::isnan(*missingCode); }
