@@ -229,17 +229,20 @@ TEST_F(Discriminate, GivesTheSameTablesForAnyNumberOfThreads) {
   std::mt19937 random(1);
   std::ostringstream text;
   text << "a,b,c,near a,weight,group\n";
+  int usedOfLast = 0;
   for (int row = 0; row < 60000; ++row) {
     const auto group = random() % (row < 40000 ? 3 : 5);
     const auto a = random() % 1000 + 100 * group;
     text << a << ".123456,\"" << random() % 1000 << "\",";
-    random() % 1000 == 0 ? text << "NA" : text << random() % 1000 + 50 * (group % 2) << "e-3";
-    text << ',' << a << ".1" << random() % 10 << ",." << random() % 3 << ",\"group\n"
-         << group << "\"\n";
+    const bool isMissing = random() % 1000 == 0;
+    isMissing ? text << "NA" : text << random() % 1000 + 50 * (group % 2) << "e-3";
+    const auto weight = random() % 3;
+    text << ',' << a << ".1" << random() % 10 << ",." << weight << ",\"group\n" << group << "\"\n";
+    usedOfLast += group == 4 && !isMissing && weight != 0 ? 1 : 0;
   }
   Write("x.csv", text.str());
   EXPECT_THAT(OutputOnAnyThreads("discriminate x.csv --group group --weight weight"),
-              HasSubstr("\ngroup?4  "));
+              HasSubstr("\ngroup?4   " + std::to_string(usedOfLast) + "  "));
 }
 
 // Two chunks have errors. Those of the second are found before or after those of the first.
