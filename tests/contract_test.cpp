@@ -394,6 +394,8 @@ void Transpose(Trial& t) {
   t.engine.Transpose(from.data(), t.rows, t.width, between, to.At());
 }
 
+std::ptrdiff_t Distance(std::size_t count) { return static_cast<std::ptrdiff_t>(count); }
+
 // Blocks of rows side by side. With kListed, other rows of each are left out.
 struct Blocks {
   Trial& t;
@@ -450,26 +452,36 @@ struct Blocks {
   }
 };
 
-// From row `from` on, where each block's column is, or where each column is turned.
-std::vector<const double*> Addresses(Blocks& b, bool areTurned, std::size_t from) {
-  std::vector<const double*> at;
-  for (std::size_t i = 0; i < b.x.size(); i += areTurned ? b.lanes : 1) {
-    const auto first = b.x.begin() + static_cast<std::ptrdiff_t>(i);
-    at.push_back(areTurned
-                     ? b.t.New(b.Abreast({first, first + static_cast<std::ptrdiff_t>(b.lanes)}))
-                           .At(from * b.lanes)
-                     : b.t.New(b.x[i]).At(from));
+// The columns from row `from` on where they lie, some lines between them.
+std::vector<LyingColumn> Lying(Blocks& b, std::size_t from) {
+  std::vector<LyingColumn> columns;
+  for (std::size_t i = 0; i < b.x.size(); i += b.lanes) {
+    const std::size_t stride = b.t.rows + i % 3;
+    Doubles all(b.lanes * stride, kNaN);
+    for (std::size_t lane = 0; lane < b.lanes; ++lane) {
+      std::copy(b.x[i + lane].begin(), b.x[i + lane].end(), all.begin() + Distance(lane * stride));
+    }
+    columns.push_back({b.t.New(all).At(from), stride, 8});
   }
-  return at;
+  return columns;
+}
+
+// Likewise turned.
+std::vector<const double*> Turned(Blocks& b, std::size_t from) {
+  std::vector<const double*> columns;
+  for (std::size_t i = 0; i < b.x.size(); i += b.lanes) {
+    const auto first = b.x.begin() + Distance(i);
+    columns.push_back(b.t.New(b.Abreast({first, first + Distance(b.lanes)})).At(from * b.lanes));
+  }
+  return columns;
 }
 
 void TurnAbreast(Trial& t) {
   Blocks b(t);
-  const std::vector<Doubles> first(
-      b.x.begin(), b.x.begin() + static_cast<std::ptrdiff_t>(t.width > 0 ? b.lanes : 0));
+  const std::vector<Doubles> first(b.x.begin(), b.x.begin() + Distance(t.width > 0 ? b.lanes : 0));
   Array& turned = t.NewResults(first.size() * t.rows);
   if (t.width > 0) {
-    t.engine.TurnAbreast(Addresses(b, false, 0).data(), t.rows, turned.At());
+    t.engine.TurnAbreast(Lying(b, 0)[0], t.rows, turned.At());
   }
   const Doubles want = b.Abreast(first);
   std::copy(want.begin(), want.end(), &turned.Want());
@@ -481,8 +493,8 @@ void MomentsAbreast(Trial& t, bool areTurned) {
   Array& moments = t.NewResults(t.width * size, 0.);
   Array& sums = t.NewResults(b.lanes, 0.);
   b.InStrips([&](const RowsAbreast& rows, std::size_t from) {
-    (areTurned ? t.engine.TurnedMoments : t.engine.MomentsAbreast)(
-        Addresses(b, areTurned, from).data(), t.width, rows, moments.At());
+    areTurned ? t.engine.TurnedMoments(Turned(b, from).data(), t.width, rows, moments.At())
+              : t.engine.MomentsAbreast(Lying(b, from).data(), t.width, rows, moments.At());
     t.engine.SumAbreast(rows, sums.At());
   });
   Array& means = t.NewResults(t.width * b.lanes);
@@ -509,9 +521,12 @@ void DistancesAbreast(Trial& t, bool areTurned) {
   const Doubles means = t.Numbers(90, b.x.size());
   Array& distances = t.NewResults(t.width * stride);
   Array& weighted = t.NewResults(t.width * stride);
-  (areTurned ? t.engine.TurnedDistances : t.engine.DistancesAbreast)(
-      Addresses(b, areTurned, 0).data(), t.width, {t.rows, b.weights, b.used}, t.New(means).At(),
-      stride, distances.At(), weighted.At());
+  const RowsAbreast rows{t.rows, b.weights, b.used};
+  const double* const from = t.New(means).At();
+  areTurned ? t.engine.TurnedDistances(Turned(b, 0).data(), t.width, rows, from, stride,
+                                       distances.At(), weighted.At())
+            : t.engine.DistancesAbreast(Lying(b, 0).data(), t.width, rows, from, stride,
+                                        distances.At(), weighted.At());
   for (std::size_t i = 0; i < b.x.size() * t.rows; ++i) {
     const std::size_t block = i / t.rows;
     const std::size_t row = i % t.rows;
@@ -660,8 +675,7 @@ struct PairBlocks : Blocks {
     for (unsigned i = 0; i < lanes + x.size(); ++i) {
       Doubles& values = i < lanes ? first.emplace_back(t.Numbers(70 + i, t.rows)) : x[i - lanes];
       area._missingCode = Lose(t, values);
-      std::rotate(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(i % (t.rows + 1)),
-                  values.end());
+      std::rotate(values.begin(), values.begin() + Distance(i % (t.rows + 1)), values.end());
     }
     for (unsigned lane = 0; lane < lanes; ++lane) {
       cases.push_back(t.Weights(lane + 2));
@@ -780,9 +794,9 @@ void PresentAbreast(Trial& t) {
   }
   std::rotate(b.x.begin(), b.x.begin() + 1, b.x.end());
   const auto first = b.x.begin();
-  const auto second = first + static_cast<std::ptrdiff_t>(b.lanes);
+  const auto second = first + Distance(b.lanes);
   const Doubles x = b.Abreast({first, second});
-  const Doubles y = b.Abreast({second, second + static_cast<std::ptrdiff_t>(b.lanes)});
+  const Doubles y = b.Abreast({second, second + Distance(b.lanes)});
   Array& masks = t.NewResults(x.size());
   t.engine.PresentAbreast(t.New(x).At(), t.New(y).At(), code, t.rows, masks.At());
   for (std::size_t i = 0; i < x.size(); ++i) {

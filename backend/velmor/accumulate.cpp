@@ -13,6 +13,7 @@
 #include "record/internals.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <exception>
 #include <limits>
@@ -126,7 +127,10 @@ class Run : public ProblemBase {
     }
   }
 
-  ProblemPartBase* CreatePart() override { return new Part(*this); }
+  ProblemPartBase* CreatePart() override {
+    ++_parts;
+    return new Part(*this);
+  }
 
   // Throws unless all went well.
   void CheckEnd() const {
@@ -166,61 +170,64 @@ class Run : public ProblemBase {
     }
 
     void AccumulateBatch() override {
-      if (_claimed.engine != nullptr && AccumulateAbreast()) {
-        return;
-      }
-      for (; _claimed.blocks > 0; ++_claimed.first, --_claimed.blocks) {
-        if (!AccumulateBlock()) {
-          return;
+      try {
+        if (_claimed.engine == nullptr) {
+          AccumulateBlocks(_claimed.blocks);
+        } else if (_run._shape.IsPairwise()) {
+          AccumulateGroups<PairwiseBlocks>();
+        } else {
+          AccumulateGroups<ListwiseBlocks>();
         }
+      } catch (...) {
+        _run.TakeError(_claimed.first);
       }
     }
 
     void MergeResult() override {}
 
    private:
-    // Returns whether all went well.
-    bool AccumulateBlock() {
-      const std::uint64_t block = _claimed.first;
-      try {
+    void Pass(unsigned count) {
+      _claimed.first += count;
+      _claimed.blocks -= count;
+    }
+
+    // The first `count` of the blocks claimed, one by one.
+    void AccumulateBlocks(unsigned count) {
+      for (; count > 0; --count) {
+        const std::uint64_t block = _claimed.first;
         std::unique_ptr<Accumulator> leaf = _run._forest.NewLeaf();
         _batch.AccumulateRows(_run.FirstRow(block), _run.FirstRow(block + 1), *leaf);
         _run._forest.Add(_run._options.firstBlock + block, std::move(leaf));
-        return true;
-      } catch (...) {
-        _run.TakeError(block);
-        return false;
+        Pass(1);
       }
     }
 
-    // The blocks claimed, side by side. False when a value can't be taken: blocks one by one say
-    // which is the first.
-    bool AccumulateAbreast() {
-      try {
-        return _run._shape.IsPairwise() ? AccumulateAs<PairwiseBlocks>()
-                                        : AccumulateAs<ListwiseBlocks>();
-      } catch (...) {
-        _run.TakeError(_claimed.first);
-        return true;
+    // All blocks claimed, in groups side by side. A group in which a value can't be taken goes one
+    // by one, which tells the first such value.
+    template <class Blocks>
+    void AccumulateGroups() {
+      const unsigned lanes = _claimed.engine->lanes;
+      Blocks blocks(*_claimed.engine, _run._table, _run._closedShape, _run._blockRows);
+      while (_claimed.blocks > 0) {
+        if (blocks.Accumulate(_run.FirstRow(_claimed.first), _claimed.blocks > lanes)) {
+          InsertGroup(blocks, lanes);
+          Pass(lanes);
+        } else {
+          AccumulateBlocks(lanes);
+        }
       }
     }
 
     template <class Blocks>
-    bool AccumulateAs() {
-      Blocks blocks(*_claimed.engine, _run._table, _run._closedShape, _run._blockRows);
-      if (!blocks.Accumulate(_run.FirstRow(_claimed.first))) {
-        return false;
-      }
+    void InsertGroup(Blocks& blocks, unsigned lanes) {
       const std::uint64_t first = _run._options.firstBlock + _claimed.first;
       if (blocks.Merge()) {
-        Insert({first, static_cast<unsigned int>(std::countr_zero(_claimed.blocks))},
-               blocks.Block(0));
-      } else {
-        for (unsigned lane = 0; lane < _claimed.blocks; ++lane) {
-          Insert({first + lane, 0}, blocks.Block(lane));
-        }
+        Insert({first, static_cast<unsigned int>(std::countr_zero(lanes))}, blocks.Block(0));
+        return;
       }
-      return true;
+      for (unsigned lane = 0; lane < lanes; ++lane) {
+        Insert({first + lane, 0}, blocks.Block(lane));
+      }
     }
 
     // Adds the statistics of these blocks to the forest, as their node.
@@ -240,7 +247,8 @@ class Run : public ProblemBase {
     return block < _blocks ? block * _blockRows : _table.rows;
   }
 
-  // Claims the next block, or as many as are taken side by side; none when none is left or wanted.
+  // Claims the next block, or some groups that are taken side by side; none when none is left or
+  // wanted.
   Claimed Claim() {
     if (HasError()) {
       return {};
@@ -249,13 +257,21 @@ class Run : public ProblemBase {
       ReportProgress(_next);
       return {};
     }
-    const ordered::Engine* const engine =
-        _plan.EngineFor(_options.firstBlock + _next, _table.rows / _blockRows - _next);
-    const unsigned count = engine != nullptr ? engine->lanes : 1;
+    const std::uint64_t whole = _table.rows / _blockRows - _next;
+    const ordered::Engine* const engine = _plan.EngineFor(_options.firstBlock + _next, whole);
+    const unsigned count = engine != nullptr ? engine->lanes * Groups(whole / engine->lanes) : 1;
     for (unsigned i = 0; i < count; ++i) {
       ReportProgress(_next + i);
     }
     return {std::exchange(_next, _next + count), count, engine};
+  }
+
+  // How many of the groups that are left a thread claims: several, since the values of the next one
+  // are asked for ahead of time, but so few that all threads end together.
+  unsigned Groups(std::uint64_t left) const {
+    constexpr std::uint64_t kMost = 8;
+    return static_cast<unsigned>(
+        std::clamp<std::uint64_t>(left / (std::uint64_t{2} * _parts), 1, kMost));
   }
 
   // Before a block is taken, or when none is left.
@@ -292,7 +308,8 @@ class Run : public ProblemBase {
   std::uint64_t _blocks;
   AbreastPlan _plan{_table, _shape, _blockRows};
   std::uint64_t _next = 0;  // block, under the driver's read lock
-  std::mutex _errorMutex;   // around the next two
+  std::atomic<unsigned> _parts = 0;
+  std::mutex _errorMutex;  // around the next two
   std::exception_ptr _error;
   std::uint64_t _errorBlock = 0;
 };

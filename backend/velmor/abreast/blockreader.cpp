@@ -27,9 +27,7 @@ BlockReader::BlockReader(const ordered::Engine& engine, const TableView& table,
     : _lanes(engine.lanes),
       _table(table),
       _missingCode(missingCode),
-      _values(workspace.Take<const double*>(table.values.size() * _lanes)),
-      _weights(workspace.Take<const double*>(_lanes)),
-      _regWeights(workspace.Take<const double*>(_lanes)),
+      _values(workspace.Take<ordered::LyingColumn>(table.values.size())),
       _leftOut(workspace.Take<std::uint64_t>(_lanes)),
       _absent(workspace.Take<std::uint64_t>(missingCode ? table.values.size() * _lanes : 0)),
       _unfit(workspace.Take<std::uint64_t>(_lanes)),
@@ -46,42 +44,43 @@ void BlockReader::Choose(std::uint64_t firstRow, std::uint64_t blockRows) {
   _blockRows = blockRows;
 }
 
-void BlockReader::ReadValues(std::size_t from, std::size_t count) {
+void BlockReader::ReadValues(std::size_t from, std::size_t count, std::size_t ahead) {
+  _ahead = RowOf(_lanes, ahead) <= _table.rows ? ahead : 0;
   const std::span<const ColumnView> columns = _table.values;
   double* converted = _converted;
   for (std::size_t i = 0, adjacent = 0; i < columns.size(); i += adjacent) {
     adjacent = SideBySide(columns.subspan(i));
     const auto some = columns.subspan(i, adjacent);
-    ReadColumns(some, from, count, _values + i * _lanes, converted);
+    ReadColumns(some, from, count, _values + i, converted);
     converted += IsContiguous(columns[i]) ? 0 : ConvertedSize(adjacent, _lanes);
   }
 }
 
 // Reads columns that are side by side, or one.
 void BlockReader::ReadColumns(std::span<const ColumnView> columns, std::size_t from,
-                              std::size_t count, const double** addresses,
+                              std::size_t count, ordered::LyingColumn* read,
                               double* converted) const {
+  if (IsContiguous(columns[0])) {
+    *read = {ValuesOfRow(columns[0], RowOf(0, from)), static_cast<std::size_t>(_blockRows), _ahead};
+    return;
+  }
+  const std::size_t between = columns.size() * kConvertedStride;
   for (unsigned lane = 0; lane < _lanes; ++lane) {
-    const std::uint64_t first = RowOf(lane, from);
-    if (IsContiguous(columns[0])) {
-      addresses[lane] = ValuesOfRow(columns[0], first);
-      continue;
-    }
-    double* const to = converted + ConvertedSize(columns.size(), lane);
-    velmor::ReadColumns(columns, {first, count}, {to, kConvertedStride, columns.size()});
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      addresses[i * _lanes + lane] = to + i * kConvertedStride;
-    }
+    velmor::ReadColumns(columns, {RowOf(lane, from), count},
+                        {converted + lane * between, kConvertedStride, columns.size()});
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    read[i] = {converted + i * kConvertedStride, between, 0};
   }
 }
 
 bool BlockReader::ReadRest(std::size_t from, std::size_t count) {
   std::fill_n(_leftOut, _lanes, std::uint64_t{0});
   std::fill_n(_unfit, _lanes, std::uint64_t{0});
-  const auto readWeights = [&](const ColumnView& column, const double** addresses,
+  const auto readWeights = [&](const ColumnView& column, ordered::LyingColumn& read,
                                double* converted) {
-    ReadColumns({&column, 1}, from, count, addresses, converted);
-    Examine(column, false, from, count, addresses, _leftOut);
+    ReadColumns({&column, 1}, from, count, &read, converted);
+    Examine(column, false, from, count, read, _leftOut);
   };
   if (_table.weights) {
     readWeights(*_table.weights, _weights, _convertedWeights);
@@ -94,7 +93,7 @@ bool BlockReader::ReadRest(std::size_t from, std::size_t count) {
     if (_missingCode) {
       std::fill_n(absent, _lanes, std::uint64_t{0});
     }
-    Examine(_table.values[i], _missingCode.has_value(), from, count, _values + i * _lanes, absent);
+    Examine(_table.values[i], _missingCode.has_value(), from, count, _values[i], absent);
   }
   for (unsigned lane = 0; lane < _lanes; ++lane) {
     if ((_unfit[lane] & ~_leftOut[lane]) != 0) {
@@ -108,7 +107,7 @@ bool BlockReader::ReadRest(std::size_t from, std::size_t count) {
 // integer without a double, a value that would be mistaken for an absent one, and an absent one
 // that has no code.
 void BlockReader::Examine(const ColumnView& column, bool isCoded, std::size_t from,
-                          std::size_t count, const double* const* addresses,
+                          std::size_t count, const ordered::LyingColumn& read,
                           std::uint64_t* absent) {
   const bool isOf64Bits = IsOf64BitIntegers(column);
   if (!isCoded && !isOf64Bits && !HasMarks(column)) {
@@ -116,7 +115,7 @@ void BlockReader::Examine(const ColumnView& column, bool isCoded, std::size_t fr
   }
   const bool hasCode = isCoded && !std::isnan(*_missingCode);
   for (unsigned lane = 0; lane < _lanes; ++lane) {
-    const double* const values = addresses[lane];
+    const double* const values = read.first + lane * read.stride;
     std::uint64_t isAbsent = 0;
     std::uint64_t isUnfit = 0;
     MarkAbsent(column, {RowOf(lane, from), count}, values, &isAbsent);

@@ -30,19 +30,18 @@ class BlockReader {
   // `firstRow`; one for each lane.
   void Choose(std::uint64_t firstRow, std::uint64_t blockRows);
 
-  // Makes the values in rows [from, from + count) of each block readable.
-  void ReadValues(std::size_t from, std::size_t count);
-  // For each column of values, an address for each lane.
-  const double* const* Values() const { return _values; }
+  // Makes the values in rows [from, from + count) of each block readable. Where they are read, the
+  // memory is asked for those that lie `ahead` rows behind them, if the table has these.
+  void ReadValues(std::size_t from, std::size_t count, std::size_t ahead);
+  const ordered::LyingColumn* Values() const { return _values; }
 
   // After ReadValues of the same rows: makes the weights readable, and finds out which rows are to
   // be left out because a weight or, without a missing code, a value is absent; with a code, which
   // values are. False when a value that is present can't be taken; which one, the way of a batch
   // says.
   bool ReadRest(std::size_t from, std::size_t count);
-  // An address for each lane; null when the table has none.
-  const double* const* Weights() const { return _table.weights ? _weights : nullptr; }
-  const double* const* RegWeights() const { return _table.regWeights ? _regWeights : nullptr; }
+  const ordered::LyingColumn& Weights() const { return _weights; }
+  const ordered::LyingColumn& RegWeights() const { return _regWeights; }
   // The lanes' rows that are left out: bit i for row from + i.
   std::span<const std::uint64_t> LeftOut() const { return {_leftOut, _lanes}; }
   // With a missing code: likewise the lanes' rows in which a column is absent.
@@ -55,22 +54,23 @@ class BlockReader {
     return _firstRow + lane * _blockRows + row;
   }
   void ReadColumns(std::span<const ColumnView> columns, std::size_t from, std::size_t count,
-                   const double** addresses, double* converted) const;
+                   ordered::LyingColumn* read, double* converted) const;
   void Examine(const ColumnView& column, bool isCoded, std::size_t from, std::size_t count,
-               const double* const* addresses, std::uint64_t* absent);
+               const ordered::LyingColumn& read, std::uint64_t* absent);
 
   unsigned _lanes;
   const TableView& _table;
   std::optional<double> _missingCode;
-  const double** _values;
-  const double** _weights;
-  const double** _regWeights;
+  ordered::LyingColumn* _values;
+  ordered::LyingColumn _weights{};
+  ordered::LyingColumn _regWeights{};
   std::uint64_t* _leftOut;
   std::uint64_t* _absent;  // of all columns of values, which may be coded
   std::uint64_t* _unfit;   // likewise, rows with a value that can't be taken
   double* _converted;      // of the columns of values that have to be
   double* _convertedWeights;
   double* _convertedRegWeights;
+  std::size_t _ahead = 0;
   std::uint64_t _firstRow = 0;
   std::uint64_t _blockRows = 0;
 };

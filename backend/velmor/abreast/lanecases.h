@@ -14,11 +14,6 @@
 
 namespace velmor {
 
-// Rows whose distances from the means are kept at a time. With fewer, reading and writing the cells
-// would be felt; with more, the distances of a tile's columns would not stay in the first-level
-// cache, and those of all columns not in the second-level one.
-constexpr std::size_t ProductRows(std::size_t columns) { return columns <= 8 ? 64 : 32; }
-
 // Each column's means in all lanes from its moments, kAbreastFields fields.
 //   weightSums  of the lanes' combined weights
 void FinishMeans(const ordered::Engine& engine, const double* moments, std::size_t columns,

@@ -47,13 +47,13 @@ ordered::ListwiseAbreast ListwiseBlocks::MakeRecord(const Shape& shape) {
   return record;
 }
 
-bool ListwiseBlocks::Accumulate(std::uint64_t firstRow) {
+bool ListwiseBlocks::Accumulate(std::uint64_t firstRow, bool goesOn) {
   const DefaultFloatEnvironment environment;
   _isMerged = false;
   _reader.Choose(firstRow, _rows);
   const bool canTake = TakeMoments();
   if (canTake) {
-    TakeProducts();
+    TakeProducts(goesOn ? _lanes * _rows : 0);
   }
   return canTake;
 }
@@ -64,13 +64,12 @@ bool ListwiseBlocks::TakeMoments() {
   _cases.Start();
   for (std::size_t from = 0; from < _rows; from += BlockReader::kPieceRows) {
     const std::size_t count = std::min(BlockReader::kPieceRows, _rows - from);
-    _reader.ReadValues(from, count);
+    _reader.ReadValues(from, count, BlockReader::kPieceRows);
     if (!_reader.ReadRest(from, count)) {
       return false;
     }
     _cases.Take(_reader, from, count);
-    _engine.MomentsAbreast(_reader.Values() + _first * _lanes, _columns, _cases.Rows(from, count),
-                           _moments);
+    _engine.MomentsAbreast(_reader.Values() + _first, _columns, _cases.Rows(from, count), _moments);
   }
   _cases.Finish();
   FinishMeans(_engine, _moments, _columns, _cases.RegWeightSums(), _record.means);
@@ -82,16 +81,16 @@ bool ListwiseBlocks::TakeMoments() {
   return true;
 }
 
-// The products of distances from the means.
-void ListwiseBlocks::TakeProducts() {
+// The products of distances from the means. Asks the memory for what is `ahead`.
+void ListwiseBlocks::TakeProducts(std::size_t ahead) {
   std::fill_n(_record.cells, _cells * _lanes, 0.);
   if (_isRectangle) {
     std::fill_n(_record.squares, std::size_t{_columns} * _lanes, 0.);
   }
-  for (std::size_t from = 0; from < _rows; from += _productRows) {
-    const std::size_t count = std::min(_productRows, _rows - from);
-    _reader.ReadValues(from, count);
-    _engine.DistancesAbreast(_reader.Values() + _first * _lanes, _columns, _cases.Rows(from, count),
+  for (std::size_t from = 0; from < _rows; from += BlockReader::kPieceRows) {
+    const std::size_t count = std::min(BlockReader::kPieceRows, _rows - from);
+    _reader.ReadValues(from, count, ahead);
+    _engine.DistancesAbreast(_reader.Values() + _first, _columns, _cases.Rows(from, count),
                              _record.means, _stride, _distances, _weighted);
     const unsigned firstRange = _record.firstRange;
     _engine.ProductsAbreast(_weighted, firstRange,

@@ -27,7 +27,9 @@ class ListwiseBlocks {
 
   // Accumulates the blocks that begin at the table's row `firstRow`, one for each lane. False when
   // a value can't be taken. O(rows * columns^2).
-  bool Accumulate(std::uint64_t firstRow);
+  //   goesOn  whether the blocks behind them will be next: the memory is then asked for their
+  //           values while products are taken, which leave it idle
+  bool Accumulate(std::uint64_t firstRow, bool goesOn);
 
   // Merges all blocks into that of lane 0, in twos, and these in twos again. False when a block has
   // no cases or a weight sum that is 0, which a merge treats in a way of its own; nothing has
@@ -39,7 +41,7 @@ class ListwiseBlocks {
 
  private:
   bool TakeMoments();
-  void TakeProducts();
+  void TakeProducts(std::size_t ahead);
 
   // Memory for as many vectors of lanes, and the vector at a place.
   double* Vectors(std::size_t count) { return _workspace.Take<double>(count * _lanes); }
@@ -63,8 +65,7 @@ class ListwiseBlocks {
 
   // The distances of some rows, and these times the weights. A line lies between columns, so that
   // they do not share their sets of a cache.
-  std::size_t _productRows = ProductRows(_columns);
-  std::size_t _stride = (_productRows + 1) * _lanes;
+  std::size_t _stride = (BlockReader::kPieceRows + 1) * _lanes;
   double* _distances = _workspace.Take<double>(_columns * _stride);
   double* _weighted =
       _cases.HasWeights() ? _workspace.Take<double>(_columns * _stride) : _distances;

@@ -27,7 +27,7 @@ class PairwiseBlocks {
                  std::uint64_t blockRows);
 
   // As ListwiseBlocks has them.
-  bool Accumulate(std::uint64_t firstRow);
+  bool Accumulate(std::uint64_t firstRow, bool goesOn);
   bool Merge();
   const PairwiseTotals& Block(unsigned lane);
 
@@ -126,8 +126,7 @@ class PairwiseBlocks {
   double* _squares = Vectors(_columns);
   double* _cells = Vectors(std::size_t{_columns} * (_columns + 1) / 2);
   double* _cellsOfB = Vectors(std::size_t{_columns} * _columns / 4 + 1);  // b's columns first
-  std::size_t _productRows = ProductRows(_columns);
-  std::size_t _stride = (_productRows + 1) * _lanes;
+  std::size_t _stride = (BlockReader::kPieceRows + 1) * _lanes;
   double* _distances = _workspace.Take<double>(_columns * _stride);
   double* _weighted =
       _cases.HasWeights() ? _workspace.Take<double>(_columns * _stride) : _distances;

@@ -11,51 +11,75 @@
 
 namespace velmor::ordered {
 
-// Rows of columns where they lie, an address in each lane's block; they are turned on the way.
+// A column of blocks where it lies, which is turned on the way.
 template <class Set>
-struct LyingColumns {
-  const double* const* blocks;
+struct LyingRows {
+  static constexpr std::size_t kLine = 8;
+  LyingColumn column;
 
-  LyingColumns From(unsigned column) const { return {blocks + column * Set::kLanes}; }
-  // Calls visit(row, the lanes' values in it) for rows [from, to) of the first column.
-  template <class Visit>
-  [[gnu::always_inline]] void ForEachRow(std::size_t from, std::size_t to, Visit visit) const {
-    constexpr unsigned kLanes = Set::kLanes;
-    for (; from + kLanes <= to; from += kLanes) {
-      Vector<Set> x[kLanes];
-      LoadTransposed<Set>(blocks, from, x);
+  Vector<Set> Get(std::size_t row) const {
+    Vector<Set> x{};
+    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+      x[lane] = column.first[lane * column.stride + row];
+    }
+    return x;
+  }
+  // As many rows as there are lanes.
+  [[gnu::always_inline]] void GetSome(std::size_t row, Vector<Set> (&x)[Set::kLanes]) const {
 #pragma GCC unroll 8
-      for (unsigned i = 0; i < kLanes; ++i) {
-        visit(from + i, x[i]);
+    for (unsigned lane = 0; lane < Set::kLanes; ++lane) {
+      const double* const at = column.first + row + lane * column.stride;
+      x[lane] = LoadVector<Set>(at);
+      if (row % kLine == 0) {
+        __builtin_prefetch(at + column.ahead, 0, 2);
       }
     }
-    for (; from < to; ++from) {
-      Vector<Set> x{};
-      for (unsigned lane = 0; lane < kLanes; ++lane) {
-        x[lane] = blocks[lane][from];
-      }
-      visit(from, x);
+    TransposeVectors<Set>(x);
+  }
+};
+
+// A column that has been turned.
+template <class Set>
+struct TurnedRows {
+  const double* turned;
+
+  Vector<Set> Get(std::size_t row) const { return LoadVector<Set>(turned + row * Set::kLanes); }
+  [[gnu::always_inline]] void GetSome(std::size_t row, Vector<Set> (&x)[Set::kLanes]) const {
+#pragma GCC unroll 8
+    for (unsigned i = 0; i < Set::kLanes; ++i) {
+      x[i] = Get(row + i);
     }
   }
 };
 
-// Columns that have been turned.
-template <class Set>
-struct TurnedColumns {
-  const double* const* columns;
-
-  TurnedColumns From(unsigned column) const { return {columns + column}; }
-  template <class Visit>
-  [[gnu::always_inline]] void ForEachRow(std::size_t from, std::size_t to, Visit visit) const {
-    for (; from < to; ++from) {
-      visit(from, LoadVector<Set>(columns[0] + from * Set::kLanes));
+// Calls visit(column, row, the lanes' values) for rows [from, to) of some columns, which take turns
+// so that no chain waits for itself.
+template <class Set, unsigned kColumns, class Rows, class Visit>
+[[gnu::always_inline]] inline void ForEachRow(const Rows (&columns)[kColumns], std::size_t from,
+                                              std::size_t to, Visit visit) {
+  for (; from + Set::kLanes <= to; from += Set::kLanes) {
+#pragma GCC unroll 8
+    for (unsigned c = 0; c < kColumns; ++c) {
+      Vector<Set> x[Set::kLanes];
+      columns[c].GetSome(from, x);
+#pragma GCC unroll 8
+      for (unsigned i = 0; i < Set::kLanes; ++i) {
+        visit(c, from + i, x[i]);
+      }
     }
   }
-};
+  for (; from < to; ++from) {
+#pragma GCC unroll 8
+    for (unsigned c = 0; c < kColumns; ++c) {
+      visit(c, from, columns[c].Get(from));
+    }
+  }
+}
 
 template <class Set>
-void TurnAbreast(const double* const* blocks, std::size_t rows, double* turned) {
-  LyingColumns<Set>{blocks}.ForEachRow(0, rows, [turned](std::size_t row, Vector<Set> x) {
+void TurnAbreast(const LyingColumn& column, std::size_t rows, double* turned) {
+  const LyingRows<Set> lying[] = {{column}};
+  ForEachRow<Set>(lying, 0, rows, [turned](unsigned /*column*/, std::size_t row, Vector<Set> x) {
     StoreVector<Set>(x, turned + row * Set::kLanes);
   });
 }
@@ -63,7 +87,7 @@ void TurnAbreast(const double* const* blocks, std::size_t rows, double* turned) 
 // What the lanes' rows have beside their values.
 template <class Set, bool kWeighted, bool kSome>
 struct LaneRows {
-  const RowsAbreast& rows;
+  RowsAbreast rows;
 
   Vector<Set> Weight(std::size_t row) const {
     return kWeighted ? LoadVector<Set>(rows.weights + row * Set::kLanes) : Broadcast<Set>(1.);
@@ -80,6 +104,17 @@ struct LaneRows {
   // Of a lane that leaves the row out, +0, which changes no sum.
   Vector<Set> OrZero(std::size_t row, Vector<Set> x) const {
     return kSome ? (IsUsed(row) ? x : Vector<Set>{}) : x;
+  }
+  [[gnu::always_inline]] void TakeExtremes(std::size_t row, Vector<Set> x, Vector<Set>& min,
+                                           Vector<Set>& max) const {
+    if constexpr (kSome) {
+      const Mask<Set> isUsed = IsUsed(row);
+      min = (isUsed & (x < min)) ? x : min;
+      max = (isUsed & (x > max)) ? x : max;
+    } else {
+      min = x < min ? x : min;
+      max = x > max ? x : max;
+    }
   }
 };
 
@@ -107,9 +142,9 @@ void SumAbreast(const RowsAbreast& rows, double* sums) {
   });
 }
 
-// The moments of one column in registers.
+// A column's moments while a lane may be in its leading run of equal values.
 template <class Set, bool kWeighted, bool kSome>
-struct ColumnAbreast {
+struct RunAbreast {
   LaneRows<Set, kWeighted, kSome> lanes;
   double* fields = nullptr;
   Vector<Set> sum = LoadVector<Set>(At(kAbreastSum));
@@ -131,18 +166,7 @@ struct ColumnAbreast {
     StoreMask<Set>(started, At(kAbreastStarted));
     StoreMask<Set>(ended, At(kAbreastRunEnded));
   }
-  [[gnu::always_inline]] void TakeExtremes(std::size_t row, Vector<Set> x) {
-    if constexpr (kSome) {
-      const Mask<Set> isUsed = lanes.IsUsed(row);
-      min = (isUsed & (x < min)) ? x : min;
-      max = (isUsed & (x > max)) ? x : max;
-    } else {
-      min = x < min ? x : min;
-      max = x > max ? x : max;
-    }
-  }
-  // A row of which a lane may be in its leading run of equal values.
-  [[gnu::always_inline]] void TakeWithRun(std::size_t row, Vector<Set> x) {
+  [[gnu::always_inline]] void Take(std::size_t row, Vector<Set> x) {
     const Mask<Set> isUsed = lanes.IsUsed(row);
     const Mask<Set> starts = isUsed & ~started;
     const Vector<Set> weight = lanes.Weight(row);
@@ -153,80 +177,140 @@ struct ColumnAbreast {
     ended = ended | (isUsed & ~(x == runValue));
     runWeight = AddWhere<Set>(isUsed & ~ended, weight, runWeight);
     sum = AddWhere<Set>(isUsed & ended, weight * x, sum);
-    TakeExtremes(row, x);
-  }
-  [[gnu::always_inline]] void Take(std::size_t row, Vector<Set> x) {
-    sum = lanes.Add(row, lanes.Weighted(row, x), sum);
-    TakeExtremes(row, x);
+    lanes.TakeExtremes(row, x, min, max);
   }
 };
 
-template <class Set, class Source>
-void TakeMomentsAbreast(Source source, unsigned columns, const RowsAbreast& rows, double* moments) {
+// Takes rows of a column until all lanes have left their runs. Returns the row that comes next.
+template <class Set, bool kWeighted, bool kSome, class Rows>
+std::size_t TakeRun(Rows column, const RowsAbreast& rows, double* moments) {
+  RunAbreast<Set, kWeighted, kSome> taken{{rows}, moments};
+  const Rows columns[] = {column};
+  std::size_t row = 0;
+  while (row < rows.count && !HoldsEverywhere<Set>(taken.ended)) {
+    const std::size_t to = row + Set::kLanes < rows.count ? row + Set::kLanes : rows.count;
+    ForEachRow<Set>(columns, row, to,
+                    [&](unsigned /*column*/, std::size_t i, Vector<Set> x) { taken.Take(i, x); });
+    row = to;
+  }
+  taken.Put();
+  return row;
+}
+
+// Takes the other rows of some columns.
+template <class Set, bool kWeighted, bool kSome, unsigned kColumns, class Rows>
+void TakeSteadyRows(const Rows (&columns)[kColumns], std::size_t from, const RowsAbreast& rows,
+                    double* moments) {
+  const LaneRows<Set, kWeighted, kSome> lanes{rows};
+  const auto at = [=](unsigned column, AbreastField field) {
+    return moments + (column * kAbreastFields + field) * Set::kLanes;
+  };
+  Vector<Set> sum[kColumns];
+  Vector<Set> min[kColumns];
+  Vector<Set> max[kColumns];
+#pragma GCC unroll 8
+  for (unsigned c = 0; c < kColumns; ++c) {
+    sum[c] = LoadVector<Set>(at(c, kAbreastSum));
+    min[c] = LoadVector<Set>(at(c, kAbreastMin));
+    max[c] = LoadVector<Set>(at(c, kAbreastMax));
+  }
+  ForEachRow<Set>(columns, from, rows.count, [&](unsigned c, std::size_t row, Vector<Set> x) {
+    sum[c] = lanes.Add(row, lanes.Weighted(row, x), sum[c]);
+    lanes.TakeExtremes(row, x, min[c], max[c]);
+  });
+#pragma GCC unroll 8
+  for (unsigned c = 0; c < kColumns; ++c) {
+    StoreVector<Set>(sum[c], at(c, kAbreastSum));
+    StoreVector<Set>(min[c], at(c, kAbreastMin));
+    StoreVector<Set>(max[c], at(c, kAbreastMax));
+  }
+}
+
+// rowsOf(c) has the rows of column c.
+template <class Set, class Rows, class RowsOf>
+[[gnu::always_inline]] inline void TakeMomentsAbreast(RowsOf rowsOf, unsigned count,
+                                                      const RowsAbreast& rows, double* moments) {
+  constexpr unsigned kTogether = Set::kColumnsAbreast;
   WithKindOf(rows, [&]<bool kWeighted, bool kSome>() {
-    for (unsigned c = 0; c < columns; ++c) {
-      const Source column = source.From(c);
-      ColumnAbreast<Set, kWeighted, kSome> taken{{rows},
-                                                 moments + c * kAbreastFields * Set::kLanes};
-      std::size_t row = 0;
-      while (row < rows.count && !HoldsEverywhere<Set>(taken.ended)) {
-        const std::size_t to = row + Set::kLanes < rows.count ? row + Set::kLanes : rows.count;
-        column.ForEachRow(row, to, [&](std::size_t i, Vector<Set> x) { taken.TakeWithRun(i, x); });
-        row = to;
+    for (unsigned c = 0; c < count; c += kTogether) {
+      Rows columns[kTogether];
+      std::size_t from[kTogether];
+      const unsigned some = count - c < kTogether ? count - c : kTogether;
+      bool areTogether = some == kTogether;
+      for (unsigned i = 0; i < some; ++i) {
+        columns[i] = rowsOf(c + i);
+        double* const fields = moments + (c + i) * kAbreastFields * Set::kLanes;
+        from[i] = HoldsEverywhere<Set>(LoadMask<Set>(fields + kAbreastRunEnded * Set::kLanes))
+                      ? 0
+                      : TakeRun<Set, kWeighted, kSome>(columns[i], rows, fields);
+        areTogether = areTogether && from[i] == from[0];
       }
-      column.ForEachRow(row, rows.count, [&](std::size_t i, Vector<Set> x) { taken.Take(i, x); });
-      taken.Put();
+      double* const fields = moments + c * kAbreastFields * Set::kLanes;
+      if (areTogether) {
+        TakeSteadyRows<Set, kWeighted, kSome>(columns, from[0], rows, fields);
+        continue;
+      }
+      for (unsigned i = 0; i < some; ++i) {
+        const Rows column[] = {columns[i]};
+        TakeSteadyRows<Set, kWeighted, kSome>(column, from[i], rows,
+                                              fields + i * kAbreastFields * Set::kLanes);
+      }
     }
   });
 }
 
 template <class Set>
-void MomentsAbreast(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+void MomentsAbreast(const LyingColumn* columns, unsigned count, const RowsAbreast& rows,
                     double* moments) {
-  TakeMomentsAbreast<Set>(LyingColumns<Set>{blocks}, columns, rows, moments);
+  TakeMomentsAbreast<Set, LyingRows<Set>>([=](unsigned c) { return LyingRows<Set>{columns[c]}; },
+                                          count, rows, moments);
 }
 
 template <class Set>
-void TurnedMoments(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+void TurnedMoments(const double* const* turned, unsigned count, const RowsAbreast& rows,
                    double* moments) {
-  TakeMomentsAbreast<Set>(TurnedColumns<Set>{turned}, columns, rows, moments);
+  TakeMomentsAbreast<Set, TurnedRows<Set>>([=](unsigned c) { return TurnedRows<Set>{turned[c]}; },
+                                           count, rows, moments);
 }
 
-template <class Set, class Source>
-void TakeDistancesAbreast(Source source, unsigned columns, const RowsAbreast& rows,
-                          const double* means, std::size_t stride, double* distances,
-                          double* weighted) {
+template <class Set, class Rows, class RowsOf>
+[[gnu::always_inline]] inline void TakeDistancesAbreast(RowsOf rowsOf, unsigned count,
+                                                        const RowsAbreast& rows,
+                                                        const double* means, std::size_t stride,
+                                                        double* distances, double* weighted) {
   WithKindOf(rows, [&]<bool kWeighted, bool kSome>() {
     const LaneRows<Set, kWeighted, kSome> lanes{rows};
-    for (unsigned c = 0; c < columns; ++c) {
+    for (unsigned c = 0; c < count; ++c) {
+      const Rows columns[] = {rowsOf(c)};
       const Vector<Set> mean = LoadVector<Set>(means + c * Set::kLanes);
       double* const to = distances + c * stride;
       double* const toWeighted = weighted + c * stride;
-      source.From(c).ForEachRow(0, rows.count, [&](std::size_t row, Vector<Set> x) {
-        const Vector<Set> distance = x - mean;
-        StoreVector<Set>(lanes.OrZero(row, distance), to + row * Set::kLanes);
-        if constexpr (kWeighted) {
-          StoreVector<Set>(lanes.OrZero(row, lanes.Weight(row) * distance),
-                           toWeighted + row * Set::kLanes);
-        }
-      });
+      ForEachRow<Set>(columns, 0, rows.count,
+                      [=](unsigned /*column*/, std::size_t row, Vector<Set> x) {
+                        const Vector<Set> distance = x - mean;
+                        StoreVector<Set>(lanes.OrZero(row, distance), to + row * Set::kLanes);
+                        if constexpr (kWeighted) {
+                          StoreVector<Set>(lanes.OrZero(row, lanes.Weight(row) * distance),
+                                           toWeighted + row * Set::kLanes);
+                        }
+                      });
     }
   });
 }
 
 template <class Set>
-void DistancesAbreast(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+void DistancesAbreast(const LyingColumn* columns, unsigned count, const RowsAbreast& rows,
                       const double* means, std::size_t stride, double* distances,
                       double* weighted) {
-  TakeDistancesAbreast<Set>(LyingColumns<Set>{blocks}, columns, rows, means, stride, distances,
-                            weighted);
+  TakeDistancesAbreast<Set, LyingRows<Set>>([=](unsigned c) { return LyingRows<Set>{columns[c]}; },
+                                            count, rows, means, stride, distances, weighted);
 }
 
 template <class Set>
-void TurnedDistances(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+void TurnedDistances(const double* const* turned, unsigned count, const RowsAbreast& rows,
                      const double* means, std::size_t stride, double* distances, double* weighted) {
-  TakeDistancesAbreast<Set>(TurnedColumns<Set>{turned}, columns, rows, means, stride, distances,
-                            weighted);
+  TakeDistancesAbreast<Set, TurnedRows<Set>>([=](unsigned c) { return TurnedRows<Set>{turned[c]}; },
+                                             count, rows, means, stride, distances, weighted);
 }
 
 // kRows columns of a by kColumns of b; of a tile on a triangle's diagonal those with b <= a only.

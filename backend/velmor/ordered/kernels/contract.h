@@ -121,6 +121,13 @@ enum AbreastField : unsigned {
   kAbreastFields
 };
 
+// A column of the blocks where it lies: first[l * stride + row] of block l.
+struct LyingColumn {
+  const double* first;
+  std::size_t stride;
+  std::size_t ahead;  // from what is read to what is wanted soon and therefore prefetched
+};
+
 // Rows of the blocks, with what their columns share, both abreast.
 struct RowsAbreast {
   std::size_t count;
@@ -301,20 +308,19 @@ struct Engine {
   void (*Transpose)(const double* const* from, std::size_t rows, std::size_t columns,
                     std::size_t stride, double* to);
 
-  // The kernels of abreast.h. `blocks` has, for each column, `lanes` addresses: row 0 of the column
-  // in each block. Rows of a lane that are not used are read, too.
+  // The kernels of abreast.h. Rows of a lane that are not used are read, too.
   unsigned lanes;
   AbreastBounds abreast;
   // turned[row * lanes + l] = the column's value in that row of block l.
-  void (*TurnAbreast)(const double* const* blocks, std::size_t rows, double* turned);
+  void (*TurnAbreast)(const LyingColumn& column, std::size_t rows, double* turned);
   // sums += the weights of used rows, one after the other.
   void (*SumAbreast)(const RowsAbreast& rows, double* sums);
   // Takes rows into their columns' moments, kAbreastFields each, all zero at first.
-  void (*MomentsAbreast)(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+  void (*MomentsAbreast)(const LyingColumn* columns, unsigned count, const RowsAbreast& rows,
                          double* moments);
   // distances[c * stride + row * lanes + l] = value less mean, 0 where the row is not used; and in
   // `weighted` weight times that, which is left alone without weights.
-  void (*DistancesAbreast)(const double* const* blocks, unsigned columns, const RowsAbreast& rows,
+  void (*DistancesAbreast)(const LyingColumn* columns, unsigned count, const RowsAbreast& rows,
                            const double* means, std::size_t stride, double* distances,
                            double* weighted);
   // cells += a * b, row after row, for each column of a by each of b; of a triangle only with b's
@@ -323,9 +329,9 @@ struct Engine {
   void (*ProductsAbreast)(const double* a, unsigned columnsA, const double* b, unsigned columnsB,
                           bool isTriangle, std::size_t stride, std::size_t rows, double* cells);
   // The same from columns that have been turned: the address of each one's first row.
-  void (*TurnedMoments)(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+  void (*TurnedMoments)(const double* const* turned, unsigned count, const RowsAbreast& rows,
                         double* moments);
-  void (*TurnedDistances)(const double* const* turned, unsigned columns, const RowsAbreast& rows,
+  void (*TurnedDistances)(const double* const* turned, unsigned count, const RowsAbreast& rows,
                           const double* means, std::size_t stride, double* distances,
                           double* weighted);
   // The same for each column of a by that of b with its number.

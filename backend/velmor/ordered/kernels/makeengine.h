@@ -9,6 +9,7 @@
 //   kDiagonalLanes  the narrowest vectors that a diagonal tile takes
 //   kMomentPanels, kPairPanels  panels taken at once where each lane has a chain or more of its
 //                   own: as many as hide an addition's latency and still fit into the registers
+//   kColumnsAbreast  columns of blocks abreast whose moments are taken at once
 //   kTileAbreast    columns by columns of a tile of blocks abreast that fit into the registers
 //   kPairsAbreast   pairs of a column that are taken at once, whose sums fit into the registers
 //   kAbreast        up to which sizes blocks are quicker side by side
