@@ -1,5 +1,6 @@
-// What does a Summary cost beside Accumulate, taken at once and in pieces? And how near does
-// reading a matrix of correlations come to copying it?
+// What does a Summary cost beside Accumulate, taken at once and in pieces? What do groups cost
+// beside one summary (Listwise/Summary of as many columns)? And how near does reading a matrix of
+// correlations come to copying it?
 #include "bench.h"
 
 #include <algorithm>
@@ -72,6 +73,31 @@ void RegisterUpdates(unsigned columns) {
   }
 }
 
+// Rows of so many groups, which come in no order.
+void RegisterGroups(unsigned columns) {
+  const auto table = std::make_shared<const Table>(columns);
+  for (const unsigned groups : {1U, 10U, 5000U, 50000U}) {
+    std::vector<std::uint32_t> labels(kCases);
+    for (std::size_t i = 0; i < kCases; ++i) {
+      labels[i] = static_cast<std::uint32_t>((i * 2654435761U >> 7U) % groups);
+    }
+    RegisterTimed("Groups/groups:" + std::to_string(groups) + "/p:" + std::to_string(columns),
+                  [columns, table, labels](benchmark::State& state) {
+                    velmor::GroupSummaryDefinition definition;
+                    definition.columns = table->definition.columns;
+                    definition.hasTextLabels = false;
+                    const velmor::GroupView view{velmor::ColumnView(labels.data()), {}};
+                    Time(
+                        state, static_cast<double>(Triangle(columns) * kCases), [] {},
+                        [&] {
+                          velmor::GroupSummary summary(definition);
+                          summary.Update(table->View(0, kCases), view, {1, {}});
+                          benchmark::DoNotOptimize(summary.WeightSum());
+                        });
+                  });
+  }
+}
+
 void RegisterReading(unsigned columns) {
   const Table table(columns);
   velmor::SummaryDefinition definition = table.definition;
@@ -98,6 +124,7 @@ void Register() {
   for (const unsigned columns : {4U, 12U, 48U, 240U}) {
     RegisterUpdates(columns);
   }
+  RegisterGroups(12);
   RegisterReading(1000);
 }
 

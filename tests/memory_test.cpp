@@ -245,6 +245,41 @@ TEST(MemoryOf, Summaries) {
   }
 }
 
+TEST(MemoryOf, GroupSummaries) {
+  const Watchdog watchdog;
+  const MixedTable table(200);
+  const SummaryDefinition common = MixedDefinition(MissingRule::Listwise, 0, true, false, 4);
+  const GroupSummaryDefinition definition{common.columns, true, {}, true, 4};
+  const std::string_view texts[] = {"a", "b", "c", "d", "a text that takes memory of its own"};
+  std::vector<std::uint8_t> places;
+  for (unsigned i = 0; i < 200; ++i) {
+    places.push_back(static_cast<std::uint8_t>(i < 20 ? i % 2 : i * i % 5));
+  }
+  const auto update = [&](GroupSummary& summary, std::size_t from, std::size_t to, int threads) {
+    const GroupView groups{ColumnView(places.data() + from), {std::begin(texts), std::end(texts)}};
+    summary.Update(table.View(common, from, to), groups, {threads, {}});
+  };
+  const auto make = [&](std::size_t from, std::size_t to) {
+    auto summary = std::make_unique<GroupSummary>(definition);
+    update(*summary, from, to, 1);
+    return summary;
+  };
+  const auto bytes = [](const auto& s) { return s ? s->Save() : Bytes(); };
+  const auto some = [&] { return make(0, 20); };
+  const auto other = make(20, 90);
+  const Bytes saved = other->Save();
+  ExpectAllOrNothing(
+      "construct", kNone<GroupSummary>, [&](auto& s) { s = make(0, 0); }, bytes);
+  ExpectAllOrNothing(
+      "update", some, [&](auto& s) { update(*s, 20, 200, 1); }, bytes);
+  ExpectAllOrNothing(
+      "merge", some, [&](auto& s) { s->Merge(*other); }, bytes);
+  ExpectAllOrNothing(
+      "copy", some, [](auto& s) { *s = s->Copy(); }, bytes);
+  ExpectAllOrNothing(
+      "load", some, [&](auto& s) { *s = GroupSummary::Load(saved); }, bytes);
+}
+
 // Batches of one kind, which `make` makes, are seen through an accumulator that only reads them.
 template <class Accumulator, class Make>
 void ExpectBatchesAllOrNothing(const Make& make) {

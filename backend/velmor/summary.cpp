@@ -7,6 +7,7 @@
 #include "summary/matrices.h"
 #include "summary/parts.h"
 #include "summary/records.h"
+#include "summary/rowcounts.h"
 #include "summary/sequence.h"
 #include "summary/weights.h"
 
@@ -22,9 +23,6 @@ struct Summary::Data {
       : definition(std::move(normal)), rows(counts), sequence(definition, std::move(parts)) {}
 
   bool HasRows() const { return Total(rows) != 0; }
-  static std::uint64_t Total(const SummaryRows& rows) {
-    return rows.used + rows.withoutWeight + rows.weightless + rows.incomplete;
-  }
   // All rows, for reading.
   const Parts& Closed() const {
     if (!closed) {
@@ -42,22 +40,6 @@ struct Summary::Data {
 };
 
 namespace {
-
-// Rows that a summary can be given. Sums of counts below it do not overflow.
-constexpr std::uint64_t kMostRowsOfSummary = std::uint64_t{1} << 60U;
-
-// Throws std::length_error when a summary of so many rows can't be given so many more.
-void CheckRoom(std::uint64_t rows, std::uint64_t more) {
-  if (more > kMostRowsOfSummary - rows) {
-    throw std::length_error("more rows than a summary can count, " +
-                            std::to_string(kMostRowsOfSummary));
-  }
-}
-
-SummaryRows Sum(const SummaryRows& a, const SummaryRows& b) {
-  return {a.used + b.used, a.withoutWeight + b.withoutWeight, a.weightless + b.weightless,
-          a.incomplete + b.incomplete};
-}
 
 void CheckMergeable(const SummaryDefinition& a, const SummaryDefinition& b,
                     const std::string& which) {
@@ -95,7 +77,7 @@ const SummaryDefinition& Summary::Definition() const { return _my->definition; }
 void Summary::Update(const TableView& table, const UpdateOptions& options) {
   const DefaultFloatEnvironment environment;
   CheckColumns(_my->definition, table);
-  CheckRoom(Data::Total(_my->rows), table.rows);
+  CheckRoom(Total(_my->rows), table.rows);
   if (table.rows == 0) {
     return;
   }
@@ -104,7 +86,11 @@ void Summary::Update(const TableView& table, const UpdateOptions& options) {
                           weights.GoTo(rows);
                           return !options.progress || options.progress(rows);
                         }};
-  const std::uint64_t used = _my->sequence.Take(Marked(_my->definition, table), checked);
+  Sequence::Update update(_my->sequence);
+  update.Add(Marked(_my->definition, table), checked);
+  const std::uint64_t used = update.NUsed();
+  update.Prepare();
+  update.Commit();
   _my->closed.reset();
   const std::uint64_t leftOut = weights.WithoutWeight() + weights.Weightless();
   _my->rows = Sum(_my->rows, {used, weights.WithoutWeight(), weights.Weightless(),
@@ -114,7 +100,7 @@ void Summary::Update(const TableView& table, const UpdateOptions& options) {
 void Summary::Merge(const Summary& other) {
   const DefaultFloatEnvironment environment;
   CheckMergeable(_my->definition, other._my->definition, "the second summary");
-  CheckRoom(Data::Total(_my->rows), Data::Total(other._my->rows));
+  CheckRoom(Total(_my->rows), Total(other._my->rows));
   if (!other._my->HasRows()) {
     return;
   }
@@ -135,7 +121,7 @@ Summary Summary::MergeAll(const std::vector<const Summary*>& summaries) {
   for (std::size_t i = 0; i < summaries.size(); ++i) {
     const Data& next = *summaries[i]->_my;
     CheckMergeable(definition, next.definition, "summary " + std::to_string(i));
-    CheckRoom(Data::Total(rows), Data::Total(next.rows));
+    CheckRoom(Total(rows), Total(next.rows));
     rows = Sum(rows, next.rows);
     if (next.HasRows()) {
       some.push_back(&next);

@@ -1,6 +1,6 @@
-// Fuzzes Summary::Load: bytes are refused with a StateError, or make a summary that has just these
-// bytes and can be updated, merged, copied and read. They are tried as they are, and with lengths
-// and hashes that fit.
+// Fuzzes Load of Summary and GroupSummary: bytes are refused with a StateError, or make a summary
+// that has just these bytes and can be updated, merged, copied and read. They are tried as they
+// are, and with lengths and hashes that fit.
 #include <velmor/velmor.h>
 
 #define XXH_INLINE_ALL
@@ -48,11 +48,12 @@ void Repair(Bytes& bytes) {
   Rehash(bytes.data(), size);
 }
 
-std::optional<Summary> LoadIfAny(const Bytes& bytes) {
-  std::optional<Summary> summary;
+template <class Type>
+std::optional<Type> LoadIfAny(const Bytes& bytes) {
+  std::optional<Type> summary;
   const std::size_t before = allocations.bytes;
   try {
-    summary = Summary::Load(bytes);
+    summary = Type::Load(bytes);
   } catch (const StateError&) {  // NOLINT(bugprone-empty-catch): they are none
   }
   // A column of no name has 12 bytes; here it takes a string and a vector, more than once.
@@ -76,23 +77,50 @@ void Read(const Summary& summary) {
           "a correlation beyond 1");
 }
 
-void Update(Summary& summary) {
-  const std::vector<double> numbers{1., 0.5, 2., 0.1, 7., 3.};
-  TableView table;
-  table.rows = numbers.size();
-  table.values.resize(summary.Definition().columns.size(), ColumnView(numbers.data()));
-  if (summary.Definition().hasWeights) {
-    table.weights.emplace(numbers.data());
+void Read(const GroupSummary& summary) {
+  const std::size_t columns = summary.Definition().columns.size();
+  std::vector<double> entries(columns * columns);
+  for (std::size_t group = 0; group < summary.NGroups(); ++group) {
+    summary.Covariances(group, entries.data(), columns);
+    Require(summary.Column(group, 0).rows == summary.GroupRows(group), "rows of a group");
   }
-  if (summary.Definition().hasRegWeights) {
-    table.regWeights.emplace(numbers.data());
-  }
-  summary.Update(table, {1, {}});
+  summary.TotalProducts(entries.data(), columns);
+  summary.Mean(0);
 }
 
+constexpr double kNumbers[] = {1., 0.5, 2., 0.1, 7., 3.};
+
+template <class Definition>
+TableView TableFor(const Definition& definition) {
+  TableView table;
+  table.rows = std::size(kNumbers);
+  table.values.resize(definition.columns.size(), ColumnView(kNumbers));
+  if (definition.hasWeights) {
+    table.weights.emplace(kNumbers);
+  }
+  if constexpr (requires { definition.hasRegWeights; }) {
+    if (definition.hasRegWeights) {
+      table.regWeights.emplace(kNumbers);
+    }
+  }
+  return table;
+}
+
+void Update(Summary& summary) { summary.Update(TableFor(summary.Definition()), {1, {}}); }
+
+void Update(GroupSummary& summary) {
+  static constexpr std::int8_t kGroups[] = {0, 1, 1, 0, 2, 1};
+  const GroupView groups{ColumnView(kGroups), {"a", "b", "c"}};
+  try {
+    summary.Update(TableFor(summary.Definition()), groups, {1, {}});
+  } catch (const std::invalid_argument&) {  // NOLINT(bugprone-empty-catch): no known groups
+  }
+}
+
+template <class Type>
 void Use(const Bytes& bytes) {
   constexpr std::size_t kMostColumns = 40;
-  std::optional<Summary> summary = LoadIfAny(bytes);
+  std::optional<Type> summary = LoadIfAny<Type>(bytes);
   if (!summary || summary->Definition().columns.size() > kMostColumns) {
     return;
   }
@@ -101,11 +129,11 @@ void Use(const Bytes& bytes) {
     Update(*summary);
     summary->Merge(*summary);
     Update(*summary);
-    *summary = Summary::MergeAll({&*summary, &*summary, &*summary});
+    *summary = Type::MergeAll({&*summary, &*summary, &*summary});
   } catch (const std::length_error&) {  // NOLINT(bugprone-empty-catch): it has too many rows
   }
   Read(*summary);
-  Require(Summary::Load(summary->Save()).Save() == summary->Copy().Save(),
+  Require(Type::Load(summary->Save()).Save() == summary->Copy().Save(),
           "what became of a summary is not loaded");
 }
 
@@ -116,10 +144,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
   using namespace velmor::test;  // NOLINT(google-build-using-namespace)
   Bytes bytes(size);
   std::transform(input, input + size, bytes.begin(), [](auto byte) { return std::byte{byte}; });
-  Use(bytes);
+  Use<velmor::Summary>(bytes);
+  Use<velmor::GroupSummary>(bytes);
   if (size >= kHeadSize) {
     Repair(bytes);
-    Use(bytes);
+    Use<velmor::Summary>(bytes);
+    Use<velmor::GroupSummary>(bytes);
   }
   return 0;
 }

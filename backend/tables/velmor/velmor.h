@@ -10,6 +10,7 @@
 #include <velmor/databatch.h>
 #include <velmor/databatchbygroup.h>
 #include <velmor/driver.h>
+#include <velmor/groupsummary.h>
 #include <velmor/kernels.h>
 #include <velmor/matrixbase.h>
 #include <velmor/matrixlistwise.h>

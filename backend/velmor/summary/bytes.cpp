@@ -6,6 +6,7 @@
 #include "record/stateof.h"
 #include "summary/definition.h"
 #include "summary/records.h"
+#include "summary/rowcounts.h"
 
 #include <algorithm>
 #include <array>
@@ -23,8 +24,6 @@ constexpr std::size_t kSizeAt = 16;
 constexpr std::uint32_t kListwise = 1;
 constexpr std::uint32_t kWeights = 2;
 constexpr std::uint32_t kRegWeights = 4;
-// No count of rows comes near to where it would overflow.
-constexpr std::uint64_t kMostRows = std::uint64_t{1} << 60U;
 
 template <std::unsigned_integral Integer>
 Integer Read(StateReader& state) {
@@ -33,9 +32,27 @@ Integer Read(StateReader& state) {
   return number;
 }
 
+void WriteText(const std::string& text, StateWriter& state) {
+  state.Number(static_cast<std::uint32_t>(text.size()));
+  state.Bytes(std::as_bytes(std::span(text)));
+}
+
+std::string ReadText(StateReader& state) {
+  std::string text;
+  for (const std::byte byte : state.Bytes(Read<std::uint32_t>(state))) {
+    text.push_back(static_cast<char>(byte));
+  }
+  return text;
+}
+
+bool ReadFlag(StateReader& state) {
+  const auto flag = Read<std::uint32_t>(state);
+  state.Check(flag <= 1, "a flag is neither 0 nor 1");
+  return flag == 1;
+}
+
 void WriteColumnHead(const SummaryColumn& column, StateWriter& state) {
-  state.Number(static_cast<std::uint32_t>(column.name.size()));
-  state.Bytes(std::as_bytes(std::span(column.name)));
+  WriteText(column.name, state);
   state.Number(std::uint32_t{column.nanIsMissing ? 1U : 0U});
   state.Number(static_cast<std::uint32_t>(column.missingCodes.size()));
   state.Numbers(column.missingCodes, column.missingCodes.size());
@@ -43,12 +60,8 @@ void WriteColumnHead(const SummaryColumn& column, StateWriter& state) {
 
 SummaryColumn ReadColumnHead(StateReader& state) {
   SummaryColumn column;
-  for (const std::byte byte : state.Bytes(Read<std::uint32_t>(state))) {
-    column.name.push_back(static_cast<char>(byte));
-  }
-  const auto nanIsMissing = Read<std::uint32_t>(state);
-  state.Check(nanIsMissing <= 1, "a flag is neither 0 nor 1");
-  column.nanIsMissing = nanIsMissing == 1;
+  column.name = ReadText(state);
+  column.nanIsMissing = ReadFlag(state);
   state.Numbers(column.missingCodes, Read<std::uint32_t>(state));
   return column;
 }
@@ -155,7 +168,7 @@ SummaryHead ReadHead(SummaryContent content, StateReader& state) {
   definition.blockRows = Read<std::uint32_t>(state);
   for (std::uint64_t* const count :
        {&head.rows.used, &head.rows.withoutWeight, &head.rows.weightless, &head.rows.incomplete}) {
-    state.Count(*count, kMostRows);
+    state.Count(*count, kMostRowsOfSummary);
   }
   state.Expect(columns, 3 * sizeof(std::uint32_t));
   for (std::uint32_t i = 0; i < columns; ++i) {
@@ -181,7 +194,8 @@ void WriteParts(const Parts& parts, StateWriter& state) {
   }
 }
 
-Parts ReadParts(const SummaryDefinition& definition, std::uint64_t rows, StateReader& state) {
+Parts ReadParts(const SummaryDefinition& definition, std::optional<std::uint64_t> rows,
+                StateReader& state) {
   Parts parts;
   const auto count = Read<std::uint64_t>(state);
   std::uint64_t found = 0;
@@ -191,8 +205,41 @@ Parts ReadParts(const SummaryDefinition& definition, std::uint64_t rows, StateRe
     parts.Append(std::move(part));
     state.Check(parts.All().size() == i + 1, "two parts that should have been merged");
   }
-  state.Check(found == rows, "rows that are not there");
+  state.Check(found == rows.value_or(found), "rows that are not there");
   return parts;
+}
+
+void WriteLabels(bool areTexts, bool areFixed, const std::vector<GroupLabel>& all,
+                 StateWriter& state) {
+  state.Number(std::uint32_t{areTexts ? 1U : 0U});
+  state.Number(std::uint32_t{areFixed ? 1U : 0U});
+  state.Number(std::uint64_t{all.size()});
+  for (const GroupLabel& label : all) {
+    if (const auto* const text = std::get_if<std::string>(&label)) {
+      WriteText(*text, state);
+    } else {
+      state.Number(*std::get_if<std::int64_t>(&label));
+    }
+  }
+}
+
+LabelsHead ReadLabels(StateReader& state) {
+  LabelsHead labels;
+  labels.areTexts = ReadFlag(state);
+  labels.areFixed = ReadFlag(state);
+  const auto count = Read<std::uint64_t>(state);
+  state.Expect(count, sizeof(std::uint32_t));
+  state.Check(count != 0 || !labels.areFixed, "no groups, though they are known beforehand");
+  for (std::uint64_t i = 0; i < count; ++i) {
+    if (labels.areTexts) {
+      labels.all.emplace_back(ReadText(state));
+    } else {
+      std::int64_t number = 0;
+      state.Number(number);
+      labels.all.emplace_back(number);
+    }
+  }
+  return labels;
 }
 
 }  // namespace velmor

@@ -2,6 +2,7 @@
 
 // Summaries as bytes (docs/state-format.md, "Summaries").
 
+#include <velmor/groupsummary.h>
 #include <velmor/summary.h>
 
 #include "record/statestream.h"
@@ -9,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace velmor {
@@ -30,7 +32,19 @@ struct SummaryHead {
 SummaryHead ReadHead(SummaryContent content, StateReader& state);
 
 void WriteParts(const Parts& parts, StateWriter& state);
-// Parts of so many rows. Throws StateError unless they are such as Parts makes of used rows.
-Parts ReadParts(const SummaryDefinition& definition, std::uint64_t rows, StateReader& state);
+// Parts of so many rows, or of any number of them. Throws StateError unless they are such as Parts
+// makes of used rows.
+Parts ReadParts(const SummaryDefinition& definition, std::optional<std::uint64_t> rows,
+                StateReader& state);
+
+// The labels of a summary of groups.
+struct LabelsHead {
+  bool areTexts = false;
+  bool areFixed = false;  // known beforehand
+  std::vector<GroupLabel> all;
+};
+void WriteLabels(bool areTexts, bool areFixed, const std::vector<GroupLabel>& all,
+                 StateWriter& state);
+LabelsHead ReadLabels(StateReader& state);
 
 }  // namespace velmor

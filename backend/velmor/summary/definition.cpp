@@ -90,18 +90,6 @@ ColumnView Marked(ColumnView view, const SummaryColumn& column) {
   return view;
 }
 
-void CheckColumn(const ColumnView& view, std::size_t codes, const std::string& name) {
-  if (view.data == nullptr) {
-    Refuse(name + ": it has no address");
-  }
-  if (view.type > ValueType::Bool) {
-    Refuse(name + ": there is no such type of values");
-  }
-  if (view.absentCodes.size() + codes > ColumnView::kMostAbsentCodes) {
-    Refuse(name + ": more than " + std::to_string(ColumnView::kMostAbsentCodes) + " missing codes");
-  }
-}
-
 }  // namespace
 
 SummaryDefinition Normal(SummaryDefinition definition) {
@@ -178,6 +166,18 @@ Shape ShapeOf(const SummaryDefinition& definition) {
 
 std::unique_ptr<MatrixBase> NewAccumulator(const SummaryDefinition& definition) {
   return StateOf<MatrixBase>::Make(ShapeOf(definition));
+}
+
+void CheckColumn(const ColumnView& view, std::size_t codes, const std::string& name) {
+  if (view.data == nullptr) {
+    Refuse(name + ": it has no address");
+  }
+  if (view.type > ValueType::Bool) {
+    Refuse(name + ": there is no such type of values");
+  }
+  if (view.absentCodes.size() + codes > ColumnView::kMostAbsentCodes) {
+    Refuse(name + ": more than " + std::to_string(ColumnView::kMostAbsentCodes) + " missing codes");
+  }
 }
 
 void CheckColumns(const SummaryDefinition& definition, const TableView& table) {

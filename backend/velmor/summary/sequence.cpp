@@ -1,4 +1,4 @@
-// sequence.cpp: rows into blocks, and blocks into forests; start at Sequence::Take.
+// sequence.cpp: rows into blocks, and blocks into forests; start at Sequence::Update::Add.
 #include "summary/sequence.h"
 
 #include <velmor/accumulate.h>
@@ -10,148 +10,144 @@
 
 #include <algorithm>
 #include <bit>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 namespace velmor {
 
-// Rows on their way. What is built is kept aside until nothing can fail any more.
-class Sequence::Update {
+// Says once how many of a table's rows have been taken.
+class Sequence::Update::Report {
  public:
-  Update(Sequence& rows, const TableView& table, const UpdateOptions& options)
-      : _rows(rows),
-        _table(table),
-        _options(options),
-        _stage(rows._stage.GetEnd()),
-        _blocks(rows._forests.back().NBlocks()) {
-    _forests.push_back(rows.NewForest());
-  }
-  ~Update() {
-    if (!_isDone) {
-      _rows._stage.GoBackTo(_stage);
-      _rows._spare.Clear();
-    }
-  }
-  Update(const Update&) = delete;
-  Update& operator=(const Update&) = delete;
+  Report(const TableView& table, const UpdateOptions& options) : _table(table), _options(options) {}
 
-  // The rows that go with those on the stage, whole stages of blocks, and the rows behind these.
-  std::uint64_t TakeAll() {
-    const std::uint64_t before = _rows._stage.NUsed();
-    Report(0);
-    if (_rows._stage.NRows() != 0) {
-      FillStage();
-    }
-    TakeStages();
-    Stage& next = _isStageTaken ? _rows._spare : _rows._stage;
-    next.Append(_table, _next, _table.rows);
-    Report(_table.rows);
-    Finish();
-    return _usedOfForests + _rows._stage.NUsed() - before;
-  }
-
- private:
-  // Says once how many rows have been taken.
-  void Report(std::uint64_t rows) {
+  bool IsWanted() const { return static_cast<bool>(_options.progress); }
+  void operator()(std::uint64_t rows) {
     const bool isNew = std::exchange(_reported, rows) != rows;
-    if (isNew && _options.progress && !_options.progress(rows)) {
+    if (isNew && IsWanted() && !_options.progress(rows)) {
       throw Cancelled("the update was cancelled after " + std::to_string(rows) + " of " +
                       std::to_string(_table.rows) + " rows");
     }
   }
 
-  // Adds to the rows on the stage. A full stage is accumulated, and left as it is until the end.
-  void FillStage() {
-    Stage& stage = _rows._stage;
-    const std::uint64_t end = std::min(_table.rows, stage.MostRows() - stage.NRows());
-    stage.Append(_table, 0, end);
-    _next = end;
-    if (stage.NRows() < stage.MostRows()) {
-      return;
-    }
-    std::vector<std::uint8_t> isUsed;
-    Keep(_rows.Accumulated(stage.View(isUsed), _blocks, {1, {}}), stage.NBlocks());
-    _isStageTaken = true;
-  }
-
-  // Takes the blocks that fill whole stages, straight from the table.
-  void TakeStages() {
-    const std::uint64_t blockRows = _rows._definition->blockRows;
-    const std::uint64_t stageBlocks = _rows._stage.NBlocks();
-    if (_rows._stage.NRows() != 0 && !_isStageTaken) {
-      return;
-    }
-    for (;;) {
-      const std::uint64_t whole = (_table.rows - _next) / blockRows / stageBlocks * stageBlocks;
-      const std::uint64_t blocks = std::min(whole, _rows._forestBlocks - _blocks);
-      if (blocks == 0) {
-        return;
-      }
-      TableView rows = RowsFrom(_table, _next);
-      rows.rows = blocks * blockRows;
-      UpdateOptions options{_options.threads, {}};
-      if (_options.progress) {
-        options.progress = [this](std::uint64_t done) {
-          Report(_next + done);
-          return true;
-        };
-      }
-      try {
-        Keep(_rows.Accumulated(rows, _blocks, options), blocks);
-      } catch (const std::invalid_argument&) {
-        ThrowRefusal(_next, _next + rows.rows);
-        throw;
-      }
-      _next += rows.rows;
-    }
-  }
-
-  // Throws what is said of the first of these rows that can't be taken, by its number in the table.
-  void ThrowRefusal(std::uint64_t from, std::uint64_t to) const {
-    Stage stage(*_rows._definition);
-    for (; from < to; from += stage.MostRows()) {
-      stage.Clear();
-      stage.Append(_table, from, std::min(to, from + stage.MostRows()));
-    }
-  }
-
-  // Keeps the forest of the next blocks.
-  void Keep(Forest&& forest, std::uint64_t blocks) {
-    _usedOfForests += forest.NRows();
-    _forests.back().Merge(std::move(forest));
-    _blocks += blocks;
-    if (_blocks == _rows._forestBlocks) {
-      _forests.push_back(_rows.NewForest());
-      _blocks = 0;
-    }
-  }
-
-  // The last step that can fail is the merge, which does all or nothing.
-  void Finish() {
-    std::vector<Forest>& forests = _rows._forests;
-    forests.reserve(forests.size() + _forests.size() - 1);
-    forests.back().Merge(std::move(_forests.front()));
-    std::move(_forests.begin() + 1, _forests.end(), std::back_inserter(forests));
-    if (_isStageTaken) {
-      std::swap(_rows._stage, _rows._spare);
-      _rows._spare.Clear();
-    }
-    _isDone = true;
-  }
-
-  Sequence& _rows;
+ private:
   const TableView& _table;
   const UpdateOptions& _options;
-  Stage::End _stage;             // of the stage, before
-  std::vector<Forest> _forests;  // blocks to be merged into the last forest, then further forests
-  std::uint64_t _blocks;         // in the forest that the next ones belong to
-  std::uint64_t _next = 0;       // row to be taken
-  std::uint64_t _usedOfForests = 0;
-  std::uint64_t _reported = ~std::uint64_t{0};  // rows
-  bool _isStageTaken = false;                   // the stage's rows are in the forests
-  bool _isDone = false;
+  std::uint64_t _reported = ~std::uint64_t{0};
 };
+
+Sequence::Update::Update(Sequence& rows)
+    : _rows(rows),
+      _stage(rows._stage.GetEnd()),
+      _usedBefore(rows._stage.NUsed()),
+      _blocks(rows._forests.back().NBlocks()) {}
+
+Sequence::Update::~Update() {
+  if (!_isDone) {
+    _rows._stage.GoBackTo(_stage);
+    _rows._spare.Clear();
+  }
+}
+
+// The rows that go with those on the stage, whole stages of blocks, and the rows behind these.
+void Sequence::Update::Add(const TableView& table, const UpdateOptions& options) {
+  Report report(table, options);
+  report(0);
+  std::uint64_t next = FillStage(table);
+  if (Current().NRows() == 0) {
+    next = TakeStages(table, next, options.threads, report);
+  }
+  Current().Append(table, next, table.rows);
+  report(table.rows);
+}
+
+// Adds rows to those on a stage, if there are any. A full stage is accumulated. Returns the number
+// of rows taken.
+std::uint64_t Sequence::Update::FillStage(const TableView& table) {
+  Stage& stage = Current();
+  if (stage.NRows() == 0) {
+    return 0;
+  }
+  const std::uint64_t end = std::min(table.rows, stage.MostRows() - stage.NRows());
+  stage.Append(table, 0, end);
+  if (stage.NRows() == stage.MostRows()) {
+    std::vector<std::uint8_t> isUsed;
+    Keep(_rows.Accumulated(stage.View(isUsed), _blocks, {1, {}}), stage.NBlocks());
+    if (_isStageTaken) {
+      stage.Clear();
+    }
+    _isStageTaken = true;  // and is left as it is until the end
+  }
+  return end;
+}
+
+// Takes the blocks that fill whole stages, straight from the table. Returns the row behind them.
+std::uint64_t Sequence::Update::TakeStages(const TableView& table, std::uint64_t next, int threads,
+                                           Report& report) {
+  const std::uint64_t blockRows = _rows._definition->blockRows;
+  const std::uint64_t stageBlocks = _rows._stage.NBlocks();
+  for (;;) {
+    const std::uint64_t whole = (table.rows - next) / blockRows / stageBlocks * stageBlocks;
+    const std::uint64_t blocks = std::min(whole, _rows._forestBlocks - _blocks);
+    if (blocks == 0) {
+      return next;
+    }
+    TableView rows = RowsFrom(table, next);
+    rows.rows = blocks * blockRows;
+    UpdateOptions options{threads, {}};
+    if (report.IsWanted()) {
+      options.progress = [&report, next](std::uint64_t done) {
+        report(next + done);
+        return true;
+      };
+    }
+    try {
+      Keep(_rows.Accumulated(rows, _blocks, options), blocks);
+    } catch (const std::invalid_argument&) {
+      ThrowRefusal(*_rows._definition, table, next, next + rows.rows);
+      throw;
+    }
+    next += rows.rows;
+  }
+}
+
+// Keeps the forest of the next blocks.
+void Sequence::Update::Keep(Forest forest, std::uint64_t blocks) {
+  if (_forests.empty()) {
+    _forests.push_back(_rows.NewForest());
+  }
+  _usedOfForests += forest.NRows();
+  _forests.back().Merge(std::move(forest));
+  _blocks += blocks;
+  if (_blocks == _rows._forestBlocks) {
+    _forests.push_back(_rows.NewForest());
+    _blocks = 0;
+  }
+}
+
+std::uint64_t Sequence::Update::NUsed() const {
+  const Stage& current = _isStageTaken ? _rows._spare : _rows._stage;
+  return _usedOfForests + current.NUsed() - _usedBefore;
+}
+
+void Sequence::Update::Prepare() {
+  _rows._forests.reserve(_rows._forests.size() + _forests.size());
+}
+
+// The forests belong to each other, so that their merge has nothing to refuse, and it takes no
+// memory but for merges of nodes, which can be put off.
+void Sequence::Update::Commit() noexcept {
+  if (!_forests.empty()) {
+    _rows._forests.back().Merge(std::move(_forests.front()));
+    std::move(_forests.begin() + 1, _forests.end(), std::back_inserter(_rows._forests));
+  }
+  if (_isStageTaken) {
+    std::swap(_rows._stage, _rows._spare);
+    _rows._spare.Clear();
+  }
+  _isDone = true;
+}
 
 Sequence::Sequence(const SummaryDefinition& definition, Parts parts)
     : _definition(&definition),
@@ -174,10 +170,6 @@ Sequence Sequence::Copy(const SummaryDefinition& definition) const {
     copy._stage.Append(_stage.View(isUsed), 0, _stage.NRows());
   }
   return copy;
-}
-
-std::uint64_t Sequence::Take(const TableView& table, const UpdateOptions& options) {
-  return Update(*this, table, options).TakeAll();
 }
 
 Parts Sequence::Close() const {

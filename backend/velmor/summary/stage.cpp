@@ -130,4 +130,13 @@ TableView Stage::View(std::vector<std::uint8_t>& isUsed) const {
   return table;
 }
 
+void ThrowRefusal(const SummaryDefinition& definition, const TableView& table, std::uint64_t from,
+                  std::uint64_t to) {
+  Stage stage(definition);
+  for (; from < to; from += stage.MostRows()) {
+    stage.Clear();
+    stage.Append(table, from, std::min(to, from + stage.MostRows()));
+  }
+}
+
 }  // namespace velmor

@@ -66,4 +66,9 @@ class Stage {
   std::unique_ptr<double[]> _numbers;    // the values, the case weights, the regression weights
 };
 
+// Throws what is said of the first of rows [from, to) that can't be appended, by its number in the
+// table, if there is one.
+void ThrowRefusal(const SummaryDefinition& definition, const TableView& table, std::uint64_t from,
+                  std::uint64_t to);
+
 }  // namespace velmor

@@ -68,6 +68,9 @@ void WeightCheck::Take(std::uint64_t first, std::size_t count) {
 }
 
 void WeightCheck::TakeRow(std::uint64_t row, bool isAbsent, double weight, double regWeight) {
+  if (_isSkipped && _isSkipped(row)) {
+    return;
+  }
   if (isAbsent) {
     ++_withoutWeight;
     return;

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 namespace velmor {
 
@@ -15,7 +17,10 @@ namespace velmor {
 class WeightCheck {
  public:
   // The views have the host's marks only: a weight of 0 is not absent.
-  explicit WeightCheck(const TableView& table) : _table(table) {}
+  //   isSkipped  says of rows that their weights don't matter; none if null
+  explicit WeightCheck(const TableView& table,
+                       std::function<bool(std::uint64_t row)> isSkipped = nullptr)
+      : _table(table), _isSkipped(std::move(isSkipped)) {}
 
   // Goes on to before this row; a row that has been looked at already changes nothing. Throws
   // std::invalid_argument about the first row with a weight that is negative, infinite or not a
@@ -30,6 +35,7 @@ class WeightCheck {
   void TakeRow(std::uint64_t row, bool isAbsent, double weight, double regWeight);
 
   const TableView& _table;
+  std::function<bool(std::uint64_t)> _isSkipped;
   std::uint64_t _next = 0;
   std::uint64_t _withoutWeight = 0;
   std::uint64_t _weightless = 0;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 namespace velmor {
 namespace {
@@ -173,6 +174,21 @@ void MarkAbsent(const ColumnView& column, RowRange rows, const double* values,
 
 bool IsOf64BitIntegers(const ColumnView& column) {
   return column.type == ValueType::Int64 || column.type == ValueType::UInt64;
+}
+
+std::optional<std::int64_t> IntegerAt(const ColumnView& column, std::uint64_t row) {
+  return WithType(column.type, [&](auto x) -> std::optional<std::int64_t> {
+    using Type = decltype(x);
+    const auto value = ValueAt<Type>(RowAddress(column, row));
+    if constexpr (std::is_integral_v<Type>) {
+      return std::in_range<std::int64_t>(value) ? std::optional(static_cast<std::int64_t>(value))
+                                                : std::nullopt;
+    } else if constexpr (std::is_enum_v<Type>) {
+      return value == Type() ? 0 : 1;
+    } else {
+      return std::nullopt;
+    }
+  });
 }
 
 std::string Text(double value) {

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -42,6 +43,10 @@ void MarkAbsent(const ColumnView& column, RowRange rows, const double* values, s
 
 // Whether a column is of integers to some of which no double is equal.
 bool IsOf64BitIntegers(const ColumnView& column);
+
+// The exact value of a column of integers or bools; nothing if it has more than 63 bits, or if the
+// column is of floating-point numbers.
+std::optional<std::int64_t> IntegerAt(const ColumnView& column, std::uint64_t row);
 
 // A value for a message, in as many digits as tell it from others.
 std::string Text(double value);
