@@ -67,10 +67,11 @@ TYPED_TEST(AccumulateTest, HasTheSameBytesOnAnyNumberOfThreads) {
 }
 
 TEST(AccumulateOptions, BlockRowsFollowFromTheWidthAlone) {
-  const std::uint64_t expected[][2] = {
-      {1, 131072}, {12, 10922}, {48, 2730}, {256, 512}, {5000, 512}};
-  for (const auto& [columns, rows] : expected) {
+  const std::uint64_t expected[][3] = {{1, 504, 131072}, {12, 504, 10922}, {64, 504, 2048},
+                                       {65, 2016, 2016}, {256, 512, 512},  {5000, 512, 512}};
+  for (const auto& [columns, rows, rowsByGroup] : expected) {
     EXPECT_EQ(DefaultBlockRows(columns), rows);
+    EXPECT_EQ(DefaultBlockRowsByGroup(columns), rowsByGroup);
   }
 }
 
@@ -146,6 +147,8 @@ TEST(AccumulateDeathTest, RefusesWhatCannotBeNumbered) {
   };
   const std::string file = "velmor/accumulate.cpp";
   ExpectAbort({"no columns", [] { DefaultBlockRows(0); }, file, "DefaultBlockRows", "0 < columns"});
+  ExpectAbort({"no columns by group", [] { DefaultBlockRowsByGroup(0); }, file,
+               "DefaultBlockRowsByGroup", "0 < columns"});
   ExpectAbort({"rows of a block", [&] { accumulate(std::uint64_t{1} << 32U, 0); }, file,
                "Accumulate", "blockRows <= std::numeric_limits<unsigned int>::max()"});
   ExpectAbort({"last block", [&] { accumulate(1, (std::uint64_t{1} << 63U) - 2); }, file, "Run",

@@ -25,7 +25,20 @@
 
 namespace velmor {
 
+// Zen 5, weighted cases, 10^9 cells a second in blocks of 248 and 504 rows side by side and of 1
+// MiB one by one: 24 columns 11.7, 12.5, 9.8; 48: 17.8, 19.3, 17.4; 64: 21.9, 23.6, 20.9;
+// 96: 24.9, 25.9,
+// 25. Pairs with a tenth missing: 12 columns 1.8, 2.0, 1.2; 48: 3.2, 3.7, 3.6. Pairs of columns
+// that lack the same cases in eights are slower than in larger blocks: 24 columns 4.3 and not 5.6,
+// 48: 4.9 and not 6.9.
 std::uint64_t DefaultBlockRows(std::size_t columns) {
+  constexpr std::size_t kFewColumns = 64;
+  constexpr std::size_t kRowsOfFewColumns = 504;
+  VELMOR_ASSERT(0 < columns);
+  return columns <= kFewColumns ? kRowsOfFewColumns : DefaultBlockRowsByGroup(columns);
+}
+
+std::uint64_t DefaultBlockRowsByGroup(std::size_t columns) {
   constexpr std::size_t kValues = std::size_t{1} << 17U;
   constexpr std::size_t kFewestRows = 512;
   VELMOR_ASSERT(0 < columns);
@@ -321,8 +334,10 @@ BlockForest<Accumulator> Accumulate(const TableView& table, const Accumulator& s
                                     const AccumulateOptions& options) {
   const Shape shapeOfAll = EmptyShapeOf(shape);
   CheckTable(table, shapeOfAll);
-  const std::uint64_t blockRows =
-      options.blockRows != 0 ? options.blockRows : DefaultBlockRows(table.values.size());
+  const std::uint64_t blockRows = options.blockRows != 0 ? options.blockRows
+                                  : shapeOfAll.IsByGroup()
+                                      ? DefaultBlockRowsByGroup(table.values.size())
+                                      : DefaultBlockRows(table.values.size());
   VELMOR_ASSERT(blockRows <= std::numeric_limits<unsigned int>::max());
   BlockForest<Accumulator> forest(blockRows, shape);
   Run<Accumulator> run(table, shapeOfAll, options, forest);
