@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "../examples/cases.h"
-#include "../examples/csv.h"
-#include "../examples/resultfile.h"
+#include "../tools/cases.h"
+#include "../tools/csv.h"
+#include "../tools/resultfile.h"
 #include "session.h"
 
 namespace {

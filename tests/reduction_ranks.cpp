@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "../examples/reduction.h"
+#include "../tools/reduction.h"
 
 namespace {
 

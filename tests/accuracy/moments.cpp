@@ -3,13 +3,16 @@
 // line of moments: the sum of the weights, the columns' means, all centred cross-products.
 #include "../cases.h"
 
-#include <velmor/accumulate.h>
+#include <velmor/summary.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <string>
 
 int main() {
-  using namespace velmor;  // NOLINT(google-build-using-namespace)
+  using namespace velmor;                 // NOLINT(google-build-using-namespace)
+  constexpr std::size_t kPieceRows = 17;  // no block's, and it must not matter
   std::size_t blocks = 0;
   unsigned int columns = 0;
   std::size_t rows = 0;
@@ -21,16 +24,25 @@ int main() {
         std::cin >> value;
       }
     }
-    const test::CaseTable table(std::move(cases), columns);
-    AccumulateOptions options;
-    options.blockRows = (rows + blocks - 1) / blocks;
-    const auto result = Accumulate(table.View(), MatrixListwise(), options).Result();
-    std::printf("%a", result->RegWeightSum());
+    SummaryDefinition definition;
+    definition.missing = MissingRule::Listwise;
+    definition.blockRows = (rows + blocks - 1) / blocks;
     for (unsigned int i = 0; i < columns; ++i) {
-      std::printf(" %a", result->Mean(i));
+      definition.columns.push_back({std::to_string(i), {}, false});
     }
-    for (unsigned int cell = 0; cell < columns * columns; ++cell) {
-      std::printf(" %a", result->CCP(cell / columns, cell % columns));
+    Summary summary(definition);
+    for (std::size_t from = 0; from < rows; from += kPieceRows) {
+      const test::CaseTable table(cases.Slice(from, std::min(from + kPieceRows, rows)), columns);
+      summary.Update(table.View());
+    }
+    std::printf("%a", summary.RegWeightSum());
+    for (unsigned int i = 0; i < columns; ++i) {
+      std::printf(" %a", summary.Column(i).mean);
+    }
+    std::vector<double> products(std::size_t{columns} * columns);
+    summary.CrossProducts(products.data(), columns);
+    for (const double product : products) {
+      std::printf(" %a", product);
     }
     std::printf("\n");
   }

@@ -1,10 +1,10 @@
 // Fuzzes the CSV reading of the example programs: whatever a file holds, the ways to read it agree,
 // with an error that names the file or with the same cases, and a file without quotes has the
 // records that a plain reading gives.
-#include "../../examples/csv.h"
+#include "../tools/csv.h"
 
-#include "../../examples/cases.h"
-#include "../../examples/window.h"
+#include "../tools/cases.h"
+#include "../tools/window.h"
 
 #include "input.h"
 
