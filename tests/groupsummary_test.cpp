@@ -247,7 +247,7 @@ TEST(GroupSummary, RefusesWhatDoesNotFitAndIsAsItWas) {
       {of(false, {}),
        {ColumnView(halves), {}},
        "row 0, groups: 7 is no integer of 64 bits with a sign"},
-      {of(false, {}), {}, "groups: it has no address"},
+      {of(false, {}), {}, "the table does not fit the summary: groups has no address"},
       {of(true, {}), {ColumnView(known), {"a"}}, "row 0, groups: there is no text 7"},
       {of(true, {"a"}),
        {ColumnView(known), std::vector<std::string_view>(9, texts[1])},

@@ -5,6 +5,7 @@
 #include "watchdog.h"
 
 #include <cmath>
+#include <thread>
 
 namespace velmor::test {
 namespace {
@@ -207,6 +208,57 @@ SummaryDefinition DefinitionOf(std::vector<SummaryColumn> columns,
   return {std::move(columns), 0, missing, false, false, 0};
 }
 
+// While rows are taken, nobody sees half of them; and the host's own exception arrives as it is,
+// whatever rows there are behind.
+TEST(Summary, IsNotReadByItsOwnUpdatesProgress) {
+  const MixedTable table(kRows);
+  Summary summary(MixedDefinition(MissingRule::Pairwise, 0, false, false, 8));
+  summary.Update(table.View(summary.Definition(), 0, 5));
+  const Bytes saved = summary.Save();
+  TableView bad = table.View(summary.Definition(), 5, kRows);
+  std::vector<double> values(kRows, 1.);
+  values.back() = std::numeric_limits<double>::lowest();  // which can't be taken
+  bad.values[0] = ColumnView(values.data() + 5);
+  int reads = 0;
+  const auto progress = [&](std::uint64_t rows) {
+    EXPECT_THROW(summary.Column(0), std::logic_error);
+    EXPECT_THROW(summary.Merge(summary), std::logic_error);
+    if (rows > 1000) {
+      throw std::invalid_argument("mine");
+    }
+    return ++reads != 0;
+  };
+  EXPECT_EQ(MessageOf<std::invalid_argument>([&] { summary.Update(bad, {2, progress}); }), "mine");
+  EXPECT_GT(reads, 1);
+  EXPECT_EQ(summary.Save(), saved);
+}
+
+TEST(Summary, IsReadByManyThreadsAtOnce) {
+  const MixedTable table(kRows);
+  Summary summary(MixedDefinition(MissingRule::Pairwise, 0, false, false, 97));
+  summary.Update(table.View(summary.Definition(), 0, kRows));
+  const Bytes saved = summary.Copy().Save();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&, i] {
+      EXPECT_EQ(i % 2 == 0 ? summary.Save() : summary.Copy().Save(), saved);
+      EXPECT_EQ(Summary::MergeAll({&summary}).Column(1).rows, summary.Column(1).rows);
+    });
+  }
+  std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
+}
+
+TEST(Summary, TakesTheNearestFloatForACode) {
+  Summary summary(DefinitionOf({{"x", {-3.4028235e38, 0.1, 1e300}, true}}));
+  const float values[] = {std::numeric_limits<float>::lowest(), 0.1F, 1.F};
+  TableView table;
+  table.rows = 3;
+  table.values = {ColumnView(values)};
+  table.values[0].absentCodes = {1., 2., 3., 4., 5., 0.1F};
+  summary.Update(table);
+  EXPECT_EQ(summary.Column(0).rows, 0U);
+}
+
 TEST(Summary, RefusesDefinitionsThatAreNone) {
   const auto with = [](auto change) {
     SummaryDefinition definition = MixedDefinition(MissingRule::Pairwise, 2, true, true, 9);
@@ -289,11 +341,12 @@ TEST(Summary, RefusesWhatDiffersAndSaysWhatItIs) {
             misfit + "it has 4 columns of values, not 5");
   EXPECT_EQ(refusal([](auto& t) { t.weights.reset(); }), misfit + "it has no case weights");
   EXPECT_EQ(refusal([](auto& t) { t.values[1].data = nullptr; }),
-            "column 1, \"float\": it has no address");
-  EXPECT_EQ(refusal([](auto& t) { t.values[1].absentCodes.resize(8); }),
-            "column 1, \"float\": more than 8 missing codes");
+            misfit + "column 1, \"float\" has no address");
+  EXPECT_EQ(
+      refusal([](auto& t) { t.values[1].absentCodes = {11., 12., 13., 14., 15., 16., 17., 18.}; }),
+      misfit + "column 1, \"float\" has more than 8 missing codes");
   EXPECT_EQ(refusal([](auto& t) { t.values[1].type = ValueType{11}; }),
-            "column 1, \"float\": there is no such type of values");
+            misfit + "column 1, \"float\" has a type of values that there is not");
   const double huge = 1e200;
   EXPECT_EQ(refusal([&](auto& t) {
               t.weights.emplace(&huge, 0);

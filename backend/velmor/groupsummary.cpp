@@ -7,6 +7,7 @@
 #include "summary/definition.h"
 #include "summary/foreach.h"
 #include "summary/groupedrows.h"
+#include "summary/kept.h"
 #include "summary/labels.h"
 #include "summary/matrices.h"
 #include "summary/parts.h"
@@ -47,7 +48,7 @@ struct GroupSummary::Data {
   std::uint64_t withoutGroup = 0;
   Labels labels;
   std::vector<std::unique_ptr<Sequence>> groups;
-  mutable std::optional<std::vector<Parts>> closed;  // what was read last, until rows come
+  Kept<std::vector<Parts>> closed;
 };
 
 namespace {
@@ -123,14 +124,13 @@ void GroupSummary::Data::Append(const GroupLabel& label, const Parts& parts) {
 }
 
 const std::vector<Parts>& GroupSummary::Data::Closed() const {
-  if (!closed) {
+  return closed.Get([this] {
     std::vector<Parts> all;
     for (const auto& group : groups) {
       all.push_back(group->Close());
     }
-    closed = std::move(all);
-  }
-  return *closed;
+    return all;
+  });
 }
 
 const Parts& GroupSummary::Data::Closed(std::size_t group) const {
@@ -153,6 +153,7 @@ class GroupSummary::Data::Update {
  public:
   Update(Data& data, const TableView& table, const GroupView& groups, const UpdateOptions& options)
       : _data(data),
+        _change(data.closed),
         _table(table),
         _marked(Marked(data.common, table)),
         _options(options),
@@ -263,7 +264,7 @@ class GroupSummary::Data::Update {
       _updates[group]->Commit();
     }
     std::move(_new.begin(), _new.end(), std::back_inserter(_data.groups));
-    _data.closed.reset();
+    _change.Forget();
     _data.withoutGroup += _withoutGroup;
     const std::uint64_t leftOut = _withoutGroup + _weights.WithoutWeight() + _weights.Weightless();
     _data.rows = Sum(_data.rows, {_used, _weights.WithoutWeight(), _weights.Weightless(),
@@ -272,6 +273,7 @@ class GroupSummary::Data::Update {
   }
 
   Data& _data;
+  Kept<std::vector<Parts>>::Change _change;
   const TableView& _table;
   TableView _marked;
   const UpdateOptions& _options;
@@ -289,8 +291,10 @@ class GroupSummary::Data::Update {
   bool _isDone = false;
 };
 
-GroupSummary::GroupSummary(const GroupSummaryDefinition& definition)
-    : _my(std::make_unique<Data>(definition)) {}
+GroupSummary::GroupSummary(const GroupSummaryDefinition& definition) {
+  const DefaultFloatEnvironment environment;
+  _my = std::make_unique<Data>(definition);
+}
 GroupSummary::GroupSummary(std::unique_ptr<Data> my) noexcept : _my(std::move(my)) {}
 GroupSummary::~GroupSummary() = default;
 GroupSummary::GroupSummary(GroupSummary&& other) noexcept = default;
@@ -303,9 +307,11 @@ GroupSummary GroupSummary::Copy() const {
   copy->withoutGroup = _my->withoutGroup;
   copy->labels = _my->labels;
   copy->groups.clear();
-  for (const auto& group : _my->groups) {
-    copy->groups.push_back(std::make_unique<Sequence>(group->Copy(copy->common)));
-  }
+  _my->closed.Alone([&] {
+    for (const auto& group : _my->groups) {
+      copy->groups.push_back(std::make_unique<Sequence>(group->Copy(copy->common)));
+    }
+  });
   return GroupSummary(std::move(copy));
 }
 
@@ -318,12 +324,13 @@ void GroupSummary::Update(const TableView& table, const GroupView& groups,
   if (table.rows == 0) {
     return;
   }
-  CheckColumn(groups.numbers, 0, "groups");
+  CheckColumn(groups.numbers, {}, "groups");
   CheckRoom(Total(_my->rows) + _my->withoutGroup, table.rows);
   Data::Update(*_my, table, groups, options).TakeAll();
 }
 
 void GroupSummary::Merge(const GroupSummary& other) {
+  _my->closed.Alone([] {});  // it may not be this summary's update that calls
   GroupSummary merged = MergeAll({this, &other});
   if (other._my->HasRows()) {
     *this = std::move(merged);
@@ -470,7 +477,7 @@ GroupSummary GroupSummary::Load(const std::byte* bytes, std::size_t size) {
   } catch (const std::invalid_argument& error) {
     state.Fail(error.what());
   }
-  state.Count(loaded->withoutGroup, kMostRowsOfSummary);
+  state.Count(loaded->withoutGroup, kMostRowsOfSummary - Total(head.rows));
   loaded->rows = head.rows;
   std::uint64_t used = 0;
   for (std::size_t i = 0; i < labels.all.size(); ++i) {

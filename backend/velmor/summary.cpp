@@ -4,6 +4,7 @@
 #include "ordered/floatenvironment.h"
 #include "summary/bytes.h"
 #include "summary/definition.h"
+#include "summary/kept.h"
 #include "summary/matrices.h"
 #include "summary/parts.h"
 #include "summary/records.h"
@@ -11,7 +12,6 @@
 #include "summary/sequence.h"
 #include "summary/weights.h"
 
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -25,10 +25,11 @@ struct Summary::Data {
   bool HasRows() const { return Total(rows) != 0; }
   // All rows, for reading.
   const Parts& Closed() const {
-    if (!closed) {
-      closed = sequence.Close();
-    }
-    return *closed;
+    return closed.Get([this] { return sequence.Close(); });
+  }
+  // The same for a caller who keeps them.
+  Parts Close() const {
+    return closed.Alone([this] { return sequence.Close(); });
   }
   // Throws std::out_of_range unless there is such a column.
   void CheckColumn(std::size_t column) const;
@@ -36,7 +37,7 @@ struct Summary::Data {
   SummaryDefinition definition;
   SummaryRows rows;
   Sequence sequence;
-  mutable std::optional<Parts> closed;  // what was read last, until rows come
+  Kept<Parts> closed;
 };
 
 namespace {
@@ -58,8 +59,10 @@ void Summary::Data::CheckColumn(std::size_t column) const {
   }
 }
 
-Summary::Summary(SummaryDefinition definition)
-    : _my(std::make_unique<Data>(Normal(std::move(definition)), SummaryRows(), Parts())) {}
+Summary::Summary(SummaryDefinition definition) {
+  const DefaultFloatEnvironment environment;
+  _my = std::make_unique<Data>(Normal(std::move(definition)), SummaryRows(), Parts());
+}
 Summary::Summary(std::unique_ptr<Data> my) noexcept : _my(std::move(my)) {}
 Summary::~Summary() = default;
 Summary::Summary(Summary&& other) noexcept = default;
@@ -68,7 +71,7 @@ Summary& Summary::operator=(Summary&& other) noexcept = default;
 Summary Summary::Copy() const {
   const DefaultFloatEnvironment environment;
   auto copy = std::make_unique<Data>(_my->definition, _my->rows, Parts());
-  copy->sequence = _my->sequence.Copy(copy->definition);
+  copy->sequence = _my->closed.Alone([&] { return _my->sequence.Copy(copy->definition); });
   return Summary(std::move(copy));
 }
 
@@ -81,6 +84,7 @@ void Summary::Update(const TableView& table, const UpdateOptions& options) {
   if (table.rows == 0) {
     return;
   }
+  Kept<Parts>::Change change(_my->closed);
   WeightCheck weights(table);
   UpdateOptions checked{options.threads, [&weights, &options](std::uint64_t rows) {
                           weights.GoTo(rows);
@@ -91,7 +95,7 @@ void Summary::Update(const TableView& table, const UpdateOptions& options) {
   const std::uint64_t used = update.NUsed();
   update.Prepare();
   update.Commit();
-  _my->closed.reset();
+  change.Forget();
   const std::uint64_t leftOut = weights.WithoutWeight() + weights.Weightless();
   _my->rows = Sum(_my->rows, {used, weights.WithoutWeight(), weights.Weightless(),
                               table.rows - used - leftOut});
@@ -104,7 +108,7 @@ void Summary::Merge(const Summary& other) {
   if (!other._my->HasRows()) {
     return;
   }
-  Parts parts = _my->sequence.Close();
+  Parts parts = _my->Close();
   parts.Append(other._my->Closed(), _my->definition);
   *this = Summary(
       std::make_unique<Data>(_my->definition, Sum(_my->rows, other._my->rows), std::move(parts)));
@@ -130,7 +134,7 @@ Summary Summary::MergeAll(const std::vector<const Summary*>& summaries) {
   Parts parts;
   if (!some.empty()) {
     parts = BalancedTree(
-        some.size(), [&some](std::size_t i) { return some[i]->sequence.Close(); },
+        some.size(), [&some](std::size_t i) { return some[i]->Close(); },
         [&definition](Parts& left, const Parts& right) { left.Append(right, definition); });
   }
   return Summary(std::make_unique<Data>(definition, rows, std::move(parts)));

@@ -66,8 +66,9 @@ struct ColumnStatistics {
 };
 
 // Statistics of two columns, a and b, over the rows in which both are present. Squares and products
-// are exactly 0 where one of the columns has no spread over these rows: its extremes are equal, or
-// its squares are no larger than what rounding its mean can leave (Varies in statistics.h).
+// are exactly 0 where one of the columns has no spread over these rows: its extremes are equal; or,
+// over a part of the column's rows, of which no extremes are known, its squares are no larger than
+// what rounding its mean can leave (Varies in statistics.h).
 struct PairStatistics {
   std::uint64_t rows = 0;
   double weightSum = 0.;
@@ -90,7 +91,8 @@ struct UpdateOptions {
   int threads = 0;
   // Called before blocks are taken and at the end, with the number of the call's rows taken so far;
   // false cancels the update. Calls come one at a time, from the update's threads. An exception of
-  // its own reaches Update's caller.
+  // its own reaches Update's caller. Until the update ends, operations on the summary that read or
+  // change its statistics throw std::logic_error.
   std::function<bool(std::uint64_t rows)> progress;
 };
 
@@ -100,11 +102,12 @@ struct UpdateOptions {
 // Rows are numbered in the order in which they come, and cut into blocks of a fixed number of them.
 // The blocks are accumulated and merged as Accumulate does (accumulate.h). So how rows are cut into
 // calls of Update, and how many threads there are, changes no bit: the state is that of one
-// Accumulate over all rows.
+// Accumulate over all rows, up to 2^31 of them, used or not.
 //
 // A summary has room for any number of rows. Every 2^31 of them take the memory of another matrix.
-// It is used by one thread at a time, reading included. One that was moved from can only be
-// destroyed or assigned to. Operations leave the caller's floating-point environment as it is.
+// Any number of threads may read it at once, const operations all; one that changes it has to be
+// alone. One that was moved from can only be destroyed or assigned to. Operations leave the
+// caller's floating-point environment as it is.
 class Summary {
  public:
   // A summary of no rows. Throws std::invalid_argument, which says what is wrong with the
@@ -117,15 +120,17 @@ class Summary {
   // Another summary that goes on as this one does. O(state). Throws std::bad_alloc.
   Summary Copy() const;
 
-  // As it was given, but each column's codes ascend without repetition, and blockRows is told.
+  // As it was given, but each column's codes ascend without repetition, and blockRows is told. The
+  // reference holds until the summary is merged into, assigned to or destroyed.
   const SummaryDefinition& Definition() const;
 
   // Takes the rows of a table, whose columns of values are the summary's. A value is missing where
   // the view or the summary's column says so. A row is left out, and counted by its reason, if one
   // of its weights is missing by the view's marks or is 0, or listwise if a value is missing.
   //
-  // Rows of blocks that can't be accumulated yet are copied, about 1 MiB of them; the other blocks
-  // of the table are read where they lie. O(rows * pairs).
+  // Rows of blocks that can't be accumulated yet are copied: those of a block, or of up to 8 small
+  // ones of about 1 MiB together, the memory for which is kept. The other blocks of the table are
+  // read where they lie. O(rows * pairs).
   //
   // Throws, and leaves the summary as it was,
   //   std::invalid_argument when the table's columns or weights are not the summary's, or when a

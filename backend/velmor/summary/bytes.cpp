@@ -170,6 +170,7 @@ SummaryHead ReadHead(SummaryContent content, StateReader& state) {
        {&head.rows.used, &head.rows.withoutWeight, &head.rows.weightless, &head.rows.incomplete}) {
     state.Count(*count, kMostRowsOfSummary);
   }
+  state.Check(Total(head.rows) <= kMostRowsOfSummary, "more rows than a summary can count");
   state.Expect(columns, 3 * sizeof(std::uint32_t));
   for (std::uint32_t i = 0; i < columns; ++i) {
     definition.columns.push_back(ReadColumnHead(state));

@@ -78,15 +78,26 @@ std::string Difference(const SummaryColumn& a, const SummaryColumn& b, std::size
              : ColumnText(column, a.name) + " has the missing codes " + others + ", not " + ours;
 }
 
+// A view's own codes and those of a summary, each once.
+std::vector<double> JoinedCodes(const ColumnView& view, const std::vector<double>& more) {
+  // From here on no float is nearest: such a code is left alone, and is none of them.
+  constexpr double kBeyondFloats = 0x1.ffffffp127;
+  std::vector<double> codes = view.absentCodes;
+  for (double code : more) {
+    if (view.type == ValueType::Float && std::abs(code) < kBeyondFloats) {
+      code = static_cast<double>(static_cast<float>(code));
+    }
+    if (std::find(codes.begin(), codes.end(), code) == codes.end()) {
+      codes.push_back(code);
+    }
+  }
+  return codes;
+}
+
 // A view with a summary's marks added to its own.
 ColumnView Marked(ColumnView view, const SummaryColumn& column) {
   view.nanIsAbsent = view.nanIsAbsent || column.nanIsMissing;
-  // A code beyond the floats is left alone, and is none of them.
-  const double mostOfFloats = std::numeric_limits<float>::max();
-  for (const double code : column.missingCodes) {
-    const bool isFloat = view.type == ValueType::Float && std::abs(code) <= mostOfFloats;
-    view.absentCodes.push_back(isFloat ? static_cast<double>(static_cast<float>(code)) : code);
-  }
+  view.absentCodes = JoinedCodes(view, column.missingCodes);
   return view;
 }
 
@@ -168,15 +179,19 @@ std::unique_ptr<MatrixBase> NewAccumulator(const SummaryDefinition& definition) 
   return StateOf<MatrixBase>::Make(ShapeOf(definition));
 }
 
-void CheckColumn(const ColumnView& view, std::size_t codes, const std::string& name) {
+void CheckColumn(const ColumnView& view, const std::vector<double>& codes,
+                 const std::string& name) {
+  const auto refuse = [&](const std::string& what) {
+    Refuse("the table does not fit the summary: " + name + what);
+  };
   if (view.data == nullptr) {
-    Refuse(name + ": it has no address");
+    refuse(" has no address");
   }
   if (view.type > ValueType::Bool) {
-    Refuse(name + ": there is no such type of values");
+    refuse(" has a type of values that there is not");
   }
-  if (view.absentCodes.size() + codes > ColumnView::kMostAbsentCodes) {
-    Refuse(name + ": more than " + std::to_string(ColumnView::kMostAbsentCodes) + " missing codes");
+  if (JoinedCodes(view, codes).size() > ColumnView::kMostAbsentCodes) {
+    refuse(" has more than " + std::to_string(ColumnView::kMostAbsentCodes) + " missing codes");
   }
 }
 
@@ -195,14 +210,14 @@ void CheckColumns(const SummaryDefinition& definition, const TableView& table) {
       refuse("it has " + YesOrNo(!isWanted, name));
     }
     if (view && table.rows != 0) {
-      CheckColumn(*view, 1, name);
+      CheckColumn(*view, {0.}, name);
     }
   };
   checkWeights(table.weights, definition.hasWeights, "case weights");
   checkWeights(table.regWeights, definition.hasRegWeights, "regression weights");
   for (std::size_t i = 0; i < columns && table.rows != 0; ++i) {
     const SummaryColumn& column = definition.columns[i];
-    CheckColumn(table.values[i], column.missingCodes.size(), ColumnText(i, column.name));
+    CheckColumn(table.values[i], column.missingCodes, ColumnText(i, column.name));
   }
 }
 
@@ -212,7 +227,7 @@ TableView Marked(const SummaryDefinition& definition, TableView table) {
   }
   for (std::optional<ColumnView>* const view : {&table.weights, &table.regWeights}) {
     if (*view) {
-      (*view)->absentCodes.push_back(0.);
+      (*view)->absentCodes = JoinedCodes(**view, {0.});
     }
   }
   table.groups.reset();

@@ -33,8 +33,8 @@ std::unique_ptr<MatrixBase> NewAccumulator(const SummaryDefinition& definition);
 // Throws std::invalid_argument unless a table has the definition's columns and weights.
 void CheckColumns(const SummaryDefinition& definition, const TableView& table);
 
-// Throws std::invalid_argument unless a view can be read, and has room for so many codes more.
-void CheckColumn(const ColumnView& view, std::size_t codes, const std::string& name);
+// Throws std::invalid_argument unless a view can be read, and has room for these codes, too.
+void CheckColumn(const ColumnView& view, const std::vector<double>& codes, const std::string& name);
 
 // The table with all the marks that leave values and rows out: the views' and the definition's, and
 // weights of 0.

@@ -136,14 +136,24 @@ void MatrixReader::Correlations(MatrixPlace<double> place, std::uint64_t fewestR
   });
 }
 
+template <class Number, class Of>
+void MatrixReader::FillTotals(MatrixPlace<Number> place, Of of) const {
+  if (!IsComplete()) {
+    Fill(place, of, of);
+    return;
+  }
+  FillRows(_definition, place,
+           [&](std::size_t /*i*/, std::size_t from, std::size_t to, Number* out) {
+             std::fill_n(out, to - from, of(_columns[0]));
+           });
+}
+
 void MatrixReader::PairRows(MatrixPlace<std::uint64_t> place) const {
-  const auto rows = [](const auto& statistics) { return statistics.rows; };
-  Fill(place, rows, rows);
+  FillTotals(place, [](const auto& statistics) { return statistics.rows; });
 }
 
 void MatrixReader::PairWeightSums(MatrixPlace<double> place) const {
-  const auto weightSum = [](const auto& statistics) { return statistics.weightSum; };
-  Fill(place, weightSum, weightSum);
+  FillTotals(place, [](const auto& statistics) { return statistics.weightSum; });
 }
 
 }  // namespace velmor

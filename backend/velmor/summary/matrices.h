@@ -39,7 +39,11 @@ class MatrixReader {
   // Sets the entries to ofColumn(column) on the diagonal and to ofPair(pair) elsewhere.
   template <class Number, class OfColumn, class OfPair>
   void Fill(MatrixPlace<Number> place, OfColumn ofColumn, OfPair ofPair) const;
-  // The same for complete cases, by stretches of rows: ofProducts(products, i, from, to, out) sets
+  // Sets all entries to of(statistics of the column or the pair), which are the same for complete
+  // cases.
+  template <class Number, class Of>
+  void FillTotals(MatrixPlace<Number> place, Of of) const;
+  // As Fill, for complete cases, by stretches of rows: ofProducts(products, i, from, to, out) sets
   // the entries of row i and columns [from, to), given their centred products.
   template <class OfProducts>
   void FillComplete(MatrixPlace<double> place, OfProducts ofProducts) const;

@@ -96,15 +96,21 @@ std::uint64_t Sequence::Update::TakeStages(const TableView& table, std::uint64_t
     TableView rows = RowsFrom(table, next);
     rows.rows = blocks * blockRows;
     UpdateOptions options{threads, {}};
+    bool isReporting = false;  // still, when it was left by an exception
     if (report.IsWanted()) {
-      options.progress = [&report, next](std::uint64_t done) {
+      options.progress = [&](std::uint64_t done) {
+        isReporting = true;
         report(next + done);
+        isReporting = false;
         return true;
       };
     }
     try {
       Keep(_rows.Accumulated(rows, _blocks, options), blocks);
     } catch (const std::invalid_argument&) {
+      if (isReporting) {
+        throw;  // the host's, or about a weight
+      }
       ThrowRefusal(*_rows._definition, table, next, next + rows.rows);
       throw;
     }
