@@ -26,10 +26,13 @@ struct Avx512 {
   // Zen 5, 10^9 pairs a second with one to four panels: sums 9.7, 14.6, 16.1, 13.5, products 9.2,
   // 9.8, 10.1, 10.0.
   static constexpr unsigned kPairPanels = 2;
-  // Up to one and a half panels, of which the second one's lanes would be half empty. Zen 4, 12
-  // columns: 237 against 212 parts in a thousand of the core's limit. Zen 5, whose 512-bit units
-  // are whole, 10^9 cells a second: 9.3 with AVX2, 10.9 without the narrower set.
-  static constexpr unsigned kFewColumns = 12;
+  // Up to half a panel. Cores whose 512-bit units are whole lose by taking more columns with four
+  // lanes. Zen 5, 10^9 cells a second with four lanes and without: 5 columns 3.6, 4.6, 8: 7.4, 9.4,
+  // 12: 9.3, 11.6; pairs with a tenth missing 0.67, 0.79, 1.1, 1.5, 1.4, 2.1. Sapphire Rapids:
+  // pairwise 21 to 33 % more without, with 6 to 12 columns.
+  // Zen 4, which takes 512 bits in two turns, would gain with 12 columns: 237 against 212 parts in
+  // a thousand of the core's limit.
+  static constexpr unsigned kFewColumns = 4;
   // Zen 5: one, two and four alike. Where an addition takes four cycles, one column waits for
   // itself.
   static constexpr unsigned kColumnsAbreast = 2;
