@@ -26,6 +26,7 @@ SHARES = {
     "pairwise": lambda row: "Limit",
     "merge": lambda row: "Bandwidth/cells:461280",
     "driver": lambda row: re.sub(r"\d+$", "1", row),
+    "table": lambda row: "Limit",
     "fill": lambda row: re.sub(r"^\w+(/p:\d+).*", r"memcpy\1", row),
     "covariance": lambda row: "numpy" if row.startswith("Weighted/") else "pandas",
 }
