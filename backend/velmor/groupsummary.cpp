@@ -151,14 +151,14 @@ void GroupSummary::Data::CheckColumn(std::size_t column) const {
 // Rows on their way. What is built is kept aside until nothing can fail any more.
 class GroupSummary::Data::Update {
  public:
-  Update(Data& data, const TableView& table, const GroupView& groups, const UpdateOptions& options)
+  Update(Data& data, const TableView& table, const GroupView& view, const UpdateOptions& options)
       : _data(data),
         _change(data.closed),
         _table(table),
         _marked(Marked(data.common, table)),
         _options(options),
         _before(data.labels.Count()),
-        _lookup(groups, data.definition.hasTextLabels, data.IsFixed(), data.labels),
+        _lookup(view, data.definition.hasTextLabels, data.IsFixed(), data.labels),
         _weights(table, [this](std::uint64_t row) {
           return _numbers[static_cast<std::size_t>(row - _first)] == Labels::kNone;
         }) {}
@@ -171,13 +171,13 @@ class GroupSummary::Data::Update {
   Update& operator=(const Update&) = delete;
 
   void TakeAll() {
-    std::optional<GroupedRows> rows;
+    std::optional<GroupedRows> chunk;
     for (_first = 0; _first < _table.rows; _first += _numbers.size()) {
       Report(_first);
-      if (!rows || rows->MostRows() < ChunkRows()) {
-        rows.emplace(_data.common.columns.size(), _data.common.hasWeights, ChunkRows());
+      if (!chunk || chunk->MostRows() < ChunkRows()) {
+        chunk.emplace(_data.common.columns.size(), _data.common.hasWeights, ChunkRows());
       }
-      TakeChunk(*rows);
+      TakeChunk(*chunk);
     }
     Report(_table.rows);
     Finish();
@@ -196,26 +196,26 @@ class GroupSummary::Data::Update {
         std::min(std::max<std::uint64_t>(values / columns, 1024), _table.rows));
   }
 
-  void Report(std::uint64_t rows) const {
-    if (_options.progress && !_options.progress(rows)) {
-      throw Cancelled("the update was cancelled after " + std::to_string(rows) + " of " +
+  void Report(std::uint64_t taken) const {
+    if (_options.progress && !_options.progress(taken)) {
+      throw Cancelled("the update was cancelled after " + std::to_string(taken) + " of " +
                       std::to_string(_table.rows) + " rows");
     }
   }
 
-  void TakeChunk(GroupedRows& rows) {
-    _numbers.resize(std::min<std::uint64_t>(rows.MostRows(), _table.rows - _first));
+  void TakeChunk(GroupedRows& chunk) {
+    _numbers.resize(std::min<std::uint64_t>(chunk.MostRows(), _table.rows - _first));
     _lookup.Read(_first, _numbers);
     _weights.GoTo(_first + _numbers.size());
     try {
-      rows.Take(_marked, _first, _numbers);
+      chunk.Take(_marked, _first, _numbers);
     } catch (const std::invalid_argument&) {
       ThrowRefusal(_data.common, _marked, _first, _first + _numbers.size());
       throw;
     }
     _withoutGroup += static_cast<std::uint64_t>(
         std::count(_numbers.begin(), _numbers.end(), std::uint32_t{Labels::kNone}));
-    const auto& runs = rows.Runs();
+    const auto& runs = chunk.Runs();
     for (const GroupedRows::Run& run : runs) {
       MakeUpdate(run.group);
       _used += run.count;
@@ -223,7 +223,7 @@ class GroupSummary::Data::Update {
     // Of few groups, each takes the threads; of many, threads take groups.
     const bool isOfMany = runs.size() > 16;
     const auto add = [&](std::size_t i) {
-      _updates[runs[i].group]->Add(rows.View(runs[i]), {isOfMany ? 1 : _options.threads, {}});
+      _updates[runs[i].group]->Add(chunk.View(runs[i]), {isOfMany ? 1 : _options.threads, {}});
     };
     ForEach(runs.size(), isOfMany ? _options.threads : 1, add);
   }

@@ -129,7 +129,7 @@ class Summary {
   // of its weights is missing by the view's marks or is 0, or listwise if a value is missing.
   //
   // Rows of blocks that can't be accumulated yet are copied: those of a block, or of up to 8 small
-  // ones of about 1 MiB together, the memory for which is kept. The other blocks of the table are
+  // ones of up to 2 MiB together, the memory for which is kept. The other blocks of the table are
   // read where they lie. O(rows * pairs).
   //
   // Throws, and leaves the summary as it was,

@@ -12,8 +12,9 @@
 namespace velmor {
 namespace {
 
-// A stage has about 1 MiB of values, which a second-level cache holds.
-constexpr std::uint64_t kStageValues = std::uint64_t{1} << 17U;
+// A stage has at most 2 MiB of values, unless a block has more: room for eight blocks of up to 64
+// columns, as many as are taken side by side.
+constexpr std::uint64_t kStageValues = std::uint64_t{1} << 18U;
 
 std::uint64_t StageBlocks(std::size_t columns, std::uint64_t blockRows) {
   constexpr std::uint64_t kMostBlocksOfStage = std::tuple_size_v<decltype(Stage::End::used)>;
