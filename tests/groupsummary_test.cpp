@@ -162,8 +162,9 @@ TEST(GroupSummary, MergesTheGroupsOfBoth) {
     right.Merge(parts[3]);
     left.Merge(right);
     left.Merge(empty);
-    EXPECT_EQ(GroupSummary::MergeAll({&parts[0], &empty, &parts[1], &parts[2], &parts[3]}).Save(),
-              left.Save());
+    EXPECT_EQ(
+        GroupSummary::MergeAll({parts.data(), &empty, &parts[1], &parts[2], &parts[3]}).Save(),
+        left.Save());
     // Groups and their order are those of one summary over all rows.
     GroupSummary all(definition);
     for (const std::size_t from : {0U, 30U, 60U, 500U}) {
@@ -190,7 +191,8 @@ TEST(GroupSummary, KeepsItsDigitsWhereMeansAreLarge) {
   std::vector<int> groups;
   for (int i = 0; i < 12; ++i) {
     const int group = i % 3;
-    const double step = i / 3 - 1.5;  // -1.5, -0.5, 0.5, 1.5: squares of 5 in all
+    const int turn = i / 3;
+    const double step = turn - 1.5;  // -1.5, -0.5, 0.5, 1.5: squares of 5 in all
     x.push_back(base + group + step);
     y.push_back(-base - group + 2. * step);
     groups.push_back(group);
@@ -275,7 +277,7 @@ TEST(GroupSummary, RefusesWhatDoesNotFitAndIsAsItWas) {
   }
   const std::tuple<GroupSummaryDefinition, GroupSummaryDefinition, std::string> apart[] = {
       {of(true, {}), of(false, {}), "groups have numbers as labels, not texts"},
-      {of(true, {"a"}), of(true, {"b"}), "group 0 is \"b\", not \"a\""},
+      {of(true, {"a"}), of(true, {"b"}), R"(group 0 is "b", not "a")"},
       {of(true, {"a"}), of(true, {}), "0 groups are known beforehand, not 1"},
       {of(true, {}), GroupedDefinition(true, false, false, 4), "5 columns, not 1"},
   };

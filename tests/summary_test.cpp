@@ -239,6 +239,7 @@ TEST(Summary, IsReadByManyThreadsAtOnce) {
   summary.Update(table.View(summary.Definition(), 0, kRows));
   const Bytes saved = summary.Copy().Save();
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
       EXPECT_EQ(i % 2 == 0 ? summary.Save() : summary.Copy().Save(), saved);
