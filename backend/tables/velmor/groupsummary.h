@@ -108,7 +108,7 @@ class GroupSummary {
 
  private:
   struct [[gnu::visibility("hidden")]] Data;
-  explicit GroupSummary(std::unique_ptr<Data> my) noexcept;
+  [[gnu::visibility("hidden")]] explicit GroupSummary(std::unique_ptr<Data> my) noexcept;
 
   std::unique_ptr<Data> _my;
 };

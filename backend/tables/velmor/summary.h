@@ -203,7 +203,7 @@ class Summary {
 
  private:
   struct [[gnu::visibility("hidden")]] Data;
-  explicit Summary(std::unique_ptr<Data> my) noexcept;
+  [[gnu::visibility("hidden")]] explicit Summary(std::unique_ptr<Data> my) noexcept;
 
   std::unique_ptr<Data> _my;
 };
