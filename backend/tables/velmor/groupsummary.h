@@ -14,7 +14,24 @@
 namespace velmor {
 
 // What a group is called: a whole number, or a text in UTF-8.
-using GroupLabel = std::variant<std::int64_t, std::string>;
+class GroupLabel : public std::variant<std::int64_t, std::string> {
+ public:
+  using variant::variant;
+  // A text is copied before there is a variant to hold it: libstdc++ destroys a variant of a string
+  // whose copying threw as if it held one.
+  GroupLabel(const GroupLabel& other) : variant(Copied(other)) {}
+  GroupLabel& operator=(const GroupLabel& other) { return *this = GroupLabel(other); }
+  GroupLabel(GroupLabel&& other) noexcept = default;
+  GroupLabel& operator=(GroupLabel&& other) noexcept = default;
+  ~GroupLabel() = default;
+
+ private:
+  static variant Copied(const variant& other) {
+    const auto* const text = std::get_if<std::string>(&other);
+    return text != nullptr ? variant(std::string(*text))
+                           : variant(*std::get_if<std::int64_t>(&other));
+  }
+};
 
 struct GroupSummaryDefinition {
   // At most 65535, of different names.
